@@ -1,0 +1,80 @@
+/* REST client: synchronous HTTP requests to the node's local agent, and the
+ * request/response records shared with the transport SDK.
+ *
+ * Ownership: a request record and everything attached to it belong to the
+ * caller. A response record returned by sendRequest belongs to the caller and
+ * is released with freeRestResponse.
+ */
+#ifndef REST_CLIENT_H
+#define REST_CLIENT_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The name under which a URL reaches the local agent: a request to
+ * "http://" REST_LOCAL_ENDPOINT "/path" goes to the endpoint in the environment
+ * variable NODEWARD_ENDPOINT ("HOST:PORT", or "unix:PATH" for a unix-domain
+ * socket; default 127.0.0.1:7888). Any other authority is used as it stands. */
+#define REST_LOCAL_ENDPOINT "nodeward.local"
+#define REST_DEFAULT_AGENT_ENDPOINT "127.0.0.1:7888"
+
+/* Request types accepted by sendRequest. */
+#define REST_REQUEST_GET 1
+#define REST_REQUEST_POST 2
+#define REST_REQUEST_PUT 3
+#define REST_REQUEST_DELETE 4
+
+/* An ordered list of header name/value pairs. */
+typedef struct zeb_restHeadList zeb_restHeadList;
+
+typedef struct stru_REST_REQUEST {
+    char* ip;                 /* unused by this client; may be NULL */
+    char* url;                /* zero-terminated absolute http URL */
+    char* body;               /* bodyLen bytes; the server side adds room for a terminator */
+    size_t bodyLen;
+    char* cookie;             /* sent as a Cookie header when non-empty */
+    zeb_restHeadList* header; /* may be NULL */
+} stru_REST_REQUEST;
+
+typedef struct stru_REST_RESPONSE {
+    int status;               /* HTTP status */
+    char* body;               /* bodyLen bytes followed by a zero byte; may be NULL when empty */
+    size_t bodyLen;
+    zeb_restHeadList* header; /* response headers */
+} stru_REST_RESPONSE;
+
+zeb_restHeadList* zeb_restHeadContentCreate(void);
+/* Appends a copy of the pair. 0 on success; non-zero for NULL arguments or no memory. */
+int zeb_restHeadContentAdd(zeb_restHeadList* list, const char* name, const char* value);
+/* Removes every pair; the list stays usable. */
+void zeb_restHeadContentClear(zeb_restHeadList* list);
+/* Releases the list itself (clear it first). */
+void zeb_restHeadContentDestory(zeb_restHeadList* list);
+/* Reading a list: the number of pairs, and the pair at index (0 on success). */
+size_t zeb_restHeadContentCount(const zeb_restHeadList* list);
+int zeb_restHeadContentGet(const zeb_restHeadList* list, size_t index, const char** name, const char** value);
+/* The value of the first pair whose name matches case-insensitively, or NULL. */
+const char* zeb_restHeadContentFind(const zeb_restHeadList* list, const char* name);
+
+/* Performs one request and waits for the answer, with bounded connect and
+ * transfer times. endpoint: NULL or "" for NODEWARD_ENDPOINT, otherwise an
+ * endpoint in the same form that overrides it for this call.
+ * Returns 0 and stores a new response (any HTTP status) in *response; returns
+ * non-zero on connection failure, timeout or a broken answer, with *response
+ * left NULL. Connections are kept alive between calls from the same thread. */
+int sendRequest(const char* endpoint, int requestType, stru_REST_REQUEST* request, stru_REST_RESPONSE** response);
+
+/* Releases *response and everything it holds, and sets *response to NULL. */
+void freeRestResponse(stru_REST_RESPONSE** response);
+
+/* Connect and whole-transfer limits in milliseconds (defaults 3000 and 10000);
+ * a value <= 0 keeps the current one. Affects later requests of every thread. */
+void restClientSetTimeouts(long connectMs, long totalMs);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

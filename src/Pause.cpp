@@ -1,0 +1,28 @@
+#include "Pause.h"
+
+#include <unistd.h>
+
+#include <atomic>
+
+namespace alarmsdk {
+namespace {
+
+void SleepSeconds(unsigned int seconds) {
+    // sleep() returns early when a signal arrives; finish the pause anyway.
+    unsigned int left = seconds;
+    while (left > 0) {
+        left = sleep(left);
+    }
+}
+
+std::atomic<PauseFunction> g_pause{&SleepSeconds};
+
+}  // namespace
+
+void Pause(unsigned int seconds) { g_pause.load(std::memory_order_acquire)(seconds); }
+
+PauseFunction SetPauseFunction(PauseFunction fn) {
+    return g_pause.exchange(fn != nullptr ? fn : &SleepSeconds, std::memory_order_acq_rel);
+}
+
+}  // namespace alarmsdk

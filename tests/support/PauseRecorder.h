@@ -1,0 +1,70 @@
+// Replaces the library's pauses for one test: each pause is recorded and
+// lasts only a scaled-down moment, so "waited 3 s before resending" can be
+// asserted without waiting 3 s. Only one recorder may be alive at a time.
+#ifndef TEST_PAUSE_RECORDER_H
+#define TEST_PAUSE_RECORDER_H
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "Pause.h"
+
+namespace testsupport {
+
+class PauseRecorder {
+public:
+    // Each requested second lasts microsPerSecond microseconds.
+    explicit PauseRecorder(long microsPerSecond = 2000) {
+        microsPerSecond_.store(microsPerSecond);
+        {
+            std::lock_guard<std::mutex> lock(mutex());
+            history().clear();
+        }
+        previous_ = alarmsdk::SetPauseFunction(&PauseRecorder::Record);
+    }
+    ~PauseRecorder() { alarmsdk::SetPauseFunction(previous_); }
+    PauseRecorder(const PauseRecorder&) = delete;
+    PauseRecorder& operator=(const PauseRecorder&) = delete;
+
+    // How many pauses of exactly this many seconds were requested so far.
+    std::size_t count(unsigned int seconds) const {
+        std::lock_guard<std::mutex> lock(mutex());
+        std::size_t n = 0;
+        for (unsigned int s : history()) {
+            n += (s == seconds) ? 1 : 0;
+        }
+        return n;
+    }
+    std::vector<unsigned int> all() const {
+        std::lock_guard<std::mutex> lock(mutex());
+        return history();
+    }
+
+private:
+    static void Record(unsigned int seconds) {
+        {
+            std::lock_guard<std::mutex> lock(mutex());
+            history().push_back(seconds);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(microsPerSecond_.load() * seconds));
+    }
+    // Never destroyed: library threads may still pause while the process exits.
+    static std::mutex& mutex() {
+        static std::mutex* m = new std::mutex();
+        return *m;
+    }
+    static std::vector<unsigned int>& history() {
+        static std::vector<unsigned int>* h = new std::vector<unsigned int>();
+        return *h;
+    }
+    static inline std::atomic<long> microsPerSecond_{2000};
+    alarmsdk::PauseFunction previous_ = nullptr;
+};
+
+}  // namespace testsupport
+
+#endif

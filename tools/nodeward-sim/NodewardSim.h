@@ -1,0 +1,111 @@
+// The agent stand-in: a real HTTP agent on loopback that records what services
+// post to it, answers like the node's agent (or fails on request), and can call
+// a service back with an alarm check. Used by the nodeward-sim program and,
+// in-process, by the SDK's tests.
+#ifndef NODEWARD_SIM_H
+#define NODEWARD_SIM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace nodeward {
+
+// How a failed request is answered.
+enum class FailMode {
+    RetCode,  // 200 with a decodable document that is not OK ({"retCode":1} / {"returncode":"Failed"})
+    Empty,    // 200 with an empty body
+    Garbage,  // 200 with a body that is not base64
+    Close,    // the connection is closed without an answer
+};
+
+struct SimOptions {
+    std::string endpoint = "127.0.0.1:7888";  // "HOST:PORT" (port 0: any free one) or "unix:PATH"
+    int failFirst = 0;                        // fail the first N requests
+    double failRatio = 0.0;                   // then fail this fraction of requests (0..1)
+    unsigned int seed = 1;                    // for failRatio
+    FailMode failMode = FailMode::RetCode;
+    int status = 200;                         // HTTP status of the answers that are not failures
+    int delayMs = 0;                          // wait this long before each answer
+    std::string jsonlPath;                    // when set, each decoded document is appended here as one line
+    bool printAlarms = false;                 // print one readable line per alarm to stdout
+};
+
+// One alarm as it arrived, taken from a decoded document.
+struct ReceivedAlarm {
+    bool legacy = false;
+    std::string alarmId;
+    int64_t alarmType = -1;       // -1 when the key is absent
+    std::string appId;
+    std::string serviceName;
+    std::string serviceIp;
+    int64_t servicePort = -1;
+    int64_t occurTime = 0;
+    int64_t rsetClear = -1;
+    std::vector<std::pair<std::string, std::string>> parameters;  // in document order
+    std::vector<std::string> keys;                                // the alarm object's keys, in order
+    std::string json;                                             // the alarm object, compact
+};
+
+// One POST to /om/v1/request.
+struct ReceivedRequest {
+    std::string body;        // raw body as posted
+    std::string json;        // decoded document ("" when it did not decode)
+    bool legacy = false;     // the document had "service"
+    bool accepted = false;   // answered with success
+    std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
+};
+
+class Sim {
+public:
+    explicit Sim(SimOptions options);
+    ~Sim();  // stops the server
+    Sim(const Sim&) = delete;
+    Sim& operator=(const Sim&) = delete;
+
+    // Binds and starts serving. false (with *error set) when it cannot.
+    bool start(std::string* error);
+    void stop();
+
+    // The TCP port actually bound (0 for a unix socket).
+    int port() const;
+    // The endpoint in NODEWARD_ENDPOINT form, with the bound port.
+    std::string endpoint() const;
+
+    // Every request so far, in arrival order.
+    std::vector<ReceivedRequest> requests() const;
+    // The alarms of accepted requests, in arrival order.
+    std::vector<ReceivedAlarm> acceptedAlarms() const;
+    // Waits until at least n alarms were accepted, at most timeoutMs. true when reached.
+    bool waitForAcceptedAlarms(std::size_t n, int timeoutMs) const;
+    // Waits until at least n requests arrived, at most timeoutMs.
+    bool waitForRequests(std::size_t n, int timeoutMs) const;
+
+    // Changes fault injection while running: fail the next n requests with mode.
+    void failNext(int n, FailMode mode);
+
+    // Posts an alarm check to http://ip:port/<serviceName>/<appId>/alarmCheck/callBack
+    // with {"callBackInfo":{"serviceName":..},"callBackAlarms":<callBackAlarmsJson>},
+    // base64-encoded. ip, port and appId are learnt from the alarms this service
+    // sent. Returns the HTTP status (or -1 when the service is unknown or
+    // unreachable) and stores the raw answer body in *answer when given.
+    int callBack(const std::string& serviceName, const std::string& callBackAlarmsJson, std::string* answer);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// "HOST:PORT" / "unix:PATH" -> parts; false when malformed.
+bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath);
+
+// One readable line for an alarm, as the program prints it.
+std::string FormatAlarmLine(const ReceivedAlarm& alarm);
+
+}  // namespace nodeward
+
+#endif

@@ -1,1 +1,322 @@
-// placeholder
+// The C entry points of the current generation: argument checks first, then
+// the process-wide manager or the co-process manager passed as a handle.
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "AlarmEx.h"
+#include "AlarmManagerEx.h"
+#include "AlarmSdk.h"
+#include "AlmLog.h"
+#include "bounded_string.h"
+
+static_assert(sizeof(_ZEBAlarm) == 158, "_ZEBAlarm is 158 bytes");
+static_assert(sizeof(_ZEBAlarmParam) == 264, "a parameter node is 264 bytes");
+static_assert(offsetof(_ZEBAlarm, alarmType) == 10 && offsetof(_ZEBAlarm, alarmTime) == 14 &&
+                  offsetof(_ZEBAlarm, paramList) == 22 && offsetof(_ZEBAlarm, serviceName) == 30,
+              "_ZEBAlarm fields are packed in order");
+static_assert(offsetof(_ZEBAlarmParam, paramValue) == 128 && offsetof(_ZEBAlarmParam, next) == 256,
+              "parameter node fields are packed in order");
+
+namespace {
+
+const char kLogSource[] = "../src/AlarmImpl";
+
+constexpr std::size_t kAppIdMaxLen = 64;
+constexpr std::size_t kServiceNameMaxLen = 64;
+constexpr std::size_t kNodeIpMaxLen = 256;
+constexpr std::size_t kServiceIpMaxLen = 64;
+constexpr std::size_t kServiceIdMaxLen = 256;
+constexpr std::size_t kServiceInsIdMaxLen = 256;
+constexpr std::size_t kServiceLabelMaxLen = 256;
+
+// The length messages keep their malformed "%," placeholder: the function
+// name passed with them is never printed.
+const char* const kAppIdTooLong = "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN ";
+const char* const kServiceNameTooLong =
+    "In %,The length of the pStrServiceName is longer than ALARM_SERVICENAME_MAXLEN ";
+const char* const kNodeIpTooLong = "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN ";
+const char* const kServiceIpTooLong = "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN ";
+const char* const kServiceIdTooLong = "In %,The length of the pStrServiceId is longer than ALARM_SERVICEID_MAXLEN ";
+const char* const kServiceInsIdTooLong =
+    "In %,The length of the pStrServiceInsId is longer than ALARM_SERVICEINSID_MAXLEN ";
+const char* const kCoServiceLabelTooLong =
+    "In %,The length of the pStrServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
+const char* const kServiceLabelTooLong =
+    "In %,The length of the pServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
+
+// True (after logging) when text is NULL.
+bool IsMissing(const void* pointer, const char* message, const char* function) {
+    if (pointer == nullptr) {
+        ALM_LOG_ERROR(message, function);
+        return true;
+    }
+    return false;
+}
+
+// True (after logging) when text is longer than maxLen, or empty when that is refused too.
+bool IsBadLength(const char* text, std::size_t maxLen, bool refuseEmpty, const char* message,
+                 const char* function) {
+    const std::size_t length = std::strlen(text);
+    if (length > maxLen || (refuseEmpty && length == 0)) {
+        ALM_LOG_ERROR(message, function);
+        return true;
+    }
+    return false;
+}
+
+// Null and length checks for one text argument.
+bool IsBadText(const char* text, const char* nullMessage, std::size_t maxLen, bool refuseEmpty,
+               const char* lengthMessage, const char* function) {
+    return IsMissing(text, nullMessage, function) || IsBadLength(text, maxLen, refuseEmpty, lengthMessage, function);
+}
+
+EU_GEN_CLEAR_TYPE ToGenClearType(int32_t cType) { return cType == 1 ? ZEB_ALARM_CLEAR : ZEB_ALARM_GENERATE; }
+
+// Queues the alarm on manager; shared by the process-wide and co-process paths.
+int SendThrough(AlarmManagerEx* manager, _ZEBAlarm* alarm, const char* function) {
+    AlarmEx* record = ZEBConvert2AlarmEx(alarm);
+    if (record == nullptr) {
+        ALM_LOG_ERROR("In %s, pAlarmEx is null!", function);
+        return -1;
+    }
+    int result = manager->sendAlarm(record);
+    delete record;
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+int ZEBInitAlarmSDK(void) { return AlarmManagerEx::getInstance()->initManager(); }
+
+int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, const char* serviceInsId,
+                             int rsetClear) {
+    const char* function = "ZEBRegisterRsetClearInfo";
+    if (IsMissing(serviceName, "In %s, pStrServiceName is null!", function) ||
+        IsMissing(serviceId, "In %s, pStrServiceId is null!", function) ||
+        IsMissing(serviceInsId, "In %s, pStrServiceInsId is null!", function)) {
+        return -1;
+    }
+    return AlarmManagerEx::getInstance()->addServiceInfo(serviceName, serviceId, serviceInsId,
+                                                         static_cast<long>(rsetClear));
+}
+
+int ZEBRegisterInfo(const char* serviceName, const char* serviceLabel) {
+    const char* function = "ZEBRegisterInfo";
+    if (IsBadText(serviceName, "In %s, pStrServiceName is null!", kServiceNameMaxLen, true, kServiceNameTooLong,
+                  function) ||
+        IsBadText(serviceLabel, "In %s, pServiceLabel is null!", kServiceLabelMaxLen, true, kServiceLabelTooLong,
+                  function)) {
+        return -1;
+    }
+    return AlarmManagerEx::getInstance()->RegisterInfo(std::string(serviceName), std::string(serviceLabel));
+}
+
+_ZEBAlarm* ZEBAllocAlarm(const char* alarmId, int type) {
+    if (IsMissing(alarmId, "In %s, pStrAlarmId is null!", "ZEBAllocAlarm")) {
+        return nullptr;
+    }
+    _ZEBAlarm* alarm = static_cast<_ZEBAlarm*>(std::malloc(sizeof(_ZEBAlarm)));
+    ALM_LOG_INFO("the len of alarm memory is %ud, len of AlarmObjectEx is %ud, len of AlarmParam is %ud",
+                 static_cast<unsigned int>(sizeof(_ZEBAlarm)), static_cast<unsigned int>(offsetof(_ZEBAlarm, paramList)),
+                 static_cast<unsigned int>(offsetof(_ZEBAlarmParam, next)));
+    if (alarm == nullptr) {
+        ALM_LOG_ERROR("In %s, pZEBAlarmObject is null!", "AllocAlarmObjectEx");
+        return nullptr;
+    }
+    (void)memset_s(alarm, sizeof(_ZEBAlarm), 0, sizeof(_ZEBAlarm));
+    alarm->alarmType = type;
+    alarm->alarmTime = 0;
+    // An id of ten or more characters does not fit and leaves the id empty.
+    (void)strncpy_s(alarm->alarmId, sizeof(alarm->alarmId), alarmId, sizeof(alarm->alarmId));
+    alarm->alarmId[sizeof(alarm->alarmId) - 1] = '\0';
+    alarm->paramList = nullptr;
+    return alarm;
+}
+
+int ZEBSetAlarmServiceName(_ZEBAlarm* alarm, const char* serviceName) {
+    if (IsMissing(alarm, "In %s, pAlarm is null!", "ZEBSetAlarmServiceName")) {
+        return -1;
+    }
+    (void)strncpy_s(alarm->serviceName, sizeof(alarm->serviceName), serviceName, sizeof(alarm->serviceName));
+    alarm->serviceName[sizeof(alarm->serviceName) - 1] = '\0';
+    return 0;
+}
+
+int ZEBAppendAlarmParam(_ZEBAlarm* alarm, const char* name, const char* value) {
+    const char* function = "ZEBAppendAlarmParam";
+    if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", function) ||
+        IsMissing(name, "In %s, pStrParamName is null!", function) ||
+        IsMissing(value, "In %s, pStrParamValue is null!", function)) {
+        return -1;
+    }
+    // calloc: nodes are released with free() by ZEBFreeAlarm, and start zeroed.
+    _ZEBAlarmParam* node = static_cast<_ZEBAlarmParam*>(std::calloc(1, sizeof(_ZEBAlarmParam)));
+    ALM_LOG_INFO("the len of alarm memory is %ud, len of ZEBAlarmParam is %ud, len of AlarmParam is %ud",
+                 static_cast<unsigned int>(sizeof(_ZEBAlarmParam)),
+                 static_cast<unsigned int>(offsetof(_ZEBAlarm, paramList)),
+                 static_cast<unsigned int>(offsetof(_ZEBAlarmParam, next)));
+    if (node == nullptr) {
+        ALM_LOG_ERROR("In %s, pNewAlarmParam is null!", function);
+        return -1;
+    }
+    const std::size_t textSize = sizeof(node->paramName);
+    if (strncpy_s(node->paramName, textSize, name, textSize - 1) != 0 ||
+        strncpy_s(node->paramValue, textSize, value, textSize - 1) != 0) {
+        ALM_LOG_ERROR("strncpy_s failed........");
+        std::free(node);
+        return -1;
+    }
+    node->paramName[textSize - 1] = '\0';
+    node->paramValue[textSize - 1] = '\0';
+    node->next = nullptr;
+    if (alarm->paramList == nullptr) {
+        alarm->paramList = node;
+    } else {
+        _ZEBAlarmParam* tail = alarm->paramList;
+        while (tail->next != nullptr) {
+            tail = tail->next;
+        }
+        tail->next = node;
+    }
+    return 0;
+}
+
+int ZEBSendAlarm(_ZEBAlarm* alarm) { return SendThrough(AlarmManagerEx::getInstance(), alarm, "ZEBSendAlarm"); }
+
+int ZEBResetAlarmTime(_ZEBAlarm* alarm, long time) {
+    // Nine digits or fewer cannot be a time in milliseconds.
+    if (alarm == nullptr || time < 0 || time <= 999999999L) {
+        return -1;
+    }
+    alarm->alarmTime = time;
+    return 0;
+}
+
+int ZEBFreeAlarm(_ZEBAlarm* alarm) {
+    if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", "ZEBFreeAlarm")) {
+        return -1;
+    }
+    _ZEBAlarmParam* node = alarm->paramList;
+    while (node != nullptr) {
+        _ZEBAlarmParam* next = node->next;
+        std::free(node);
+        node = next;
+    }
+    std::free(alarm);
+    return 0;
+}
+
+int ZEBRegisterAlarmCheckCallBackFun(const char* serviceName, void (*callback)(char*)) {
+    const char* function = "ZEBRegisterAlarmCheckCallBackFun";
+    if (IsMissing(serviceName, "In %s, szServiceName is null!", function) ||
+        IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
+        return -1;
+    }
+    return AlarmManagerEx::getInstance()->RegAlarmCheckInterface(std::string(serviceName), callback);
+}
+
+int ZEBRegisterRsetClear(AlarmManagerEx* manager) {
+    if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", "ZEBRegisterRsetClear")) {
+        return -1;
+    }
+    return manager->RegisterRsetClear();
+}
+
+AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* serviceName, const char* nodeIp,
+                                          const char* serviceIp) {
+    const char* function = "ZEBInitAlarmSDK4CoProcess";
+    if (IsBadText(appId, "In %s, pStrAppId is null!", kAppIdMaxLen, false, kAppIdTooLong, function) ||
+        IsBadText(serviceName, "In %s, pStrServiceName is null!", kServiceNameMaxLen, false, kServiceNameTooLong,
+                  function) ||
+        IsBadText(nodeIp, "In %s, pStrNodeIp is null!", kNodeIpMaxLen, false, kNodeIpTooLong, function) ||
+        IsBadText(serviceIp, "In %s, pStrServiceIp is null!", kServiceIpMaxLen, false, kServiceIpTooLong,
+                  function)) {
+        return nullptr;
+    }
+    AlarmManagerEx* manager = new (std::nothrow) AlarmManagerEx(0);
+    if (manager == nullptr) {
+        return nullptr;
+    }
+    if (manager->initManager(appId, serviceName, nodeIp, serviceIp) != 0) {
+        delete manager;
+        return nullptr;
+    }
+    return manager;
+}
+
+int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serviceName, const char* serviceId,
+                                       const char* serviceInsId, int rsetClear) {
+    const char* function = "ZEBRegisterRsetClearInfo4CoProcess";
+    if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", function)) {
+        return -1;
+    }
+    auto badTexts = [&](bool refuseEmpty) {
+        return IsBadText(serviceName, "In %s, pStrServiceName is null!", kServiceNameMaxLen, refuseEmpty,
+                         kServiceNameTooLong, function) ||
+               IsBadText(serviceId, "In %s, pStrServiceId is null!", kServiceIdMaxLen, refuseEmpty,
+                         kServiceIdTooLong, function) ||
+               IsBadText(serviceInsId, "In %s, pStrServiceInsId is null!", kServiceInsIdMaxLen, refuseEmpty,
+                         kServiceInsIdTooLong, function);
+    };
+    // Announcing for reset-clear needs all three texts, so empty ones are refused then.
+    if (badTexts(false) || (rsetClear == 1 && badTexts(true))) {
+        return -1;
+    }
+    return manager->addServiceInfo(serviceName, serviceId, serviceInsId, static_cast<long>(rsetClear));
+}
+
+int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel) {
+    const char* function = "ZEBRegisterInfo4CoProcess";
+    if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", function) ||
+        IsBadText(serviceLabel, "In %s, pStrServiceLabel is null!", kServiceLabelMaxLen, true,
+                  kCoServiceLabelTooLong, function)) {
+        return -1;
+    }
+    return manager->RegisterInfo(manager->getServiceName(), std::string(serviceLabel));
+}
+
+int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm) {
+    const char* function = "ZEBSendAlarm4CoProcess";
+    if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", function) ||
+        IsMissing(alarm, "In %s, pZEBAlarmObject is null!", function)) {
+        return -1;
+    }
+    return SendThrough(manager, alarm, function);
+}
+
+int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*callback)(char*)) {
+    const char* function = "ZEBRegisterAlarmCheckCallBackFun4CoProcess";
+    if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", function) ||
+        IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
+        return -1;
+    }
+    return manager->RegAlarmCheckInterface(manager->getServiceName(), callback);
+}
+
+}  // extern "C"
+
+AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
+    if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", "ZEBConvert2AlarmEx")) {
+        return nullptr;
+    }
+    // The C object's fields may be unterminated if the caller wrote them itself.
+    char alarmId[sizeof(alarm->alarmId) + 1] = {0};
+    std::memcpy(alarmId, alarm->alarmId, sizeof(alarm->alarmId));
+    AlarmEx* record = new (std::nothrow) AlarmEx(alarmId, ToGenClearType(alarm->alarmType));
+    if (record == nullptr) {
+        return nullptr;
+    }
+    record->setServiceName(std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
+    record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
+    for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
+        std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
+        std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
+        record->appendParameter(name.c_str(), value.c_str());
+    }
+    return record;
+}

@@ -1,1 +1,465 @@
-// placeholder
+#include "AlarmManagerEx.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "AlarmBuildAlarmConfInfo.h"
+#include "AlmJsonParser.h"
+#include "AlmLog.h"
+#include "AlmRukInterface.h"
+#include "Base64.h"
+#include "Pause.h"
+
+namespace {
+
+const char kLogSource[] = "../src/AlarmManagerEx";
+
+// Room for the base64 text of length bytes and a terminator.
+std::size_t EncodedCapacity(std::size_t length) {
+    std::size_t needed = 4 * ((length + 2) / 3) + 1;
+    return 2 * length > needed ? 2 * length : needed;
+}
+
+}  // namespace
+
+// Shared state of all managers. The containers are created here, before the
+// singleton, and deliberately never destroyed.
+std::queue<std::string>& AlarmManagerEx::m_CheckList = *new std::queue<std::string>();
+std::map<std::string, AlarmManagerEx*>& AlarmManagerEx::alarmCheckMap = *new std::map<std::string, AlarmManagerEx*>();
+stru_REST_RESOURCE* AlarmManagerEx::restResAlmSdk =
+    static_cast<stru_REST_RESOURCE*>(std::calloc(1, sizeof(stru_REST_RESOURCE)));
+pthread_mutex_t AlarmManagerEx::m_CheckMutex = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
+pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
+std::atomic<std::size_t> AlarmManagerEx::m_checkCount{0};
+// Created when the library is loaded, so the transport address is read before main.
+AlarmManagerEx* AlarmManagerEx::m_pInstance = new AlarmManagerEx();
+
+AlarmManagerEx* AlarmManagerEx::getInstance() {
+    if (m_pInstance == nullptr) {
+        m_pInstance = new AlarmManagerEx();
+    }
+    return m_pInstance;
+}
+
+AlarmManagerEx::AlarmManagerEx() { initLocalMember(); }
+
+AlarmManagerEx::AlarmManagerEx(int /*unused*/) { initLocalMember(); }
+
+AlarmManagerEx::~AlarmManagerEx() {
+    pthread_mutex_destroy(&m_queueLock);
+    pthread_mutex_destroy(&m_CheckMutex);
+}
+
+void AlarmManagerEx::initLocalMember() {
+    m_strAppId = "";
+    m_strAppName = "";
+    m_strServiceName = "";
+    m_strServiceId = "";
+    m_strServiceInsId = "";
+    const char* sdkIp = GetSdkIP();
+    m_strServiceIp = sdkIp != nullptr ? sdkIp : "";
+    m_iInitFlag = 0;
+    m_nSendThreadTid = static_cast<pthread_t>(-1);
+    m_pAlarmCheckCallBack.store(nullptr, std::memory_order_release);
+    m_lRsetClear = 0;
+    m_bRsetClearDone = false;
+    m_uServicePort = static_cast<uint16_t>(GetSdkPort());
+
+    int ret = pthread_mutex_init(&m_queueLock, nullptr);
+    if (ret != 0) {
+        ALM_LOG_ERROR("AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
+    }
+    ret = pthread_mutex_init(&m_CheckMutex, nullptr);
+    if (ret != 0) {
+        ALM_LOG_ERROR("AlarmManger::Initialize, checkpthread_rwlock_init failed, iRet=%d.", ret);
+    }
+}
+
+int AlarmManagerEx::initManager() {
+    if (m_iInitFlag == 1) {
+        return 0;
+    }
+    ALM_LOG_INFO("TransportSdkInit success in AlarmSdk");
+    const char* nodeId = std::getenv("NODE_ID");
+    if (nodeId != nullptr) {
+        m_strNodeIP = nodeId;
+    }
+    AlmRukInterface::InitAllIp();
+    const char* sdkIp = GetSdkIP();
+    if (sdkIp != nullptr && sdkIp[0] != '\0') {
+        m_strServiceIp = sdkIp;
+        ALM_LOG_ERROR("Get ServiceIp %s", m_strServiceIp.c_str());
+    }
+    m_uServicePort = static_cast<uint16_t>(GetSdkPort());
+    ALM_LOG_ERROR("Get servicePort %d", static_cast<int>(m_uServicePort));
+
+    const char* appId = std::getenv("APPID");
+    if (appId == nullptr) {
+        ALM_LOG_ERROR("APPID is NULL");
+        return -1;
+    }
+    m_strAppId = appId;
+    ALM_LOG_INFO("Get AppId %s", m_strAppId.c_str());
+
+    const char* appName = std::getenv("APPNAME");
+    if (appName == nullptr) {
+        ALM_LOG_ERROR("APPNAME EV is NULL");
+        return -1;
+    }
+    m_strAppName = appName;
+    ALM_LOG_INFO("Get AppName %s", m_strAppName.c_str());
+
+    if (InitSendThread() != 0) {
+        ALM_LOG_ERROR("InitSendThread error");
+        return -1;
+    }
+    m_iInitFlag = 1;
+    return 0;
+}
+
+int AlarmManagerEx::initManager(char const* appId, char const* serviceName, char const* nodeIp,
+                                char const* serviceIp) {
+    if (m_iInitFlag == 1) {
+        return 0;
+    }
+    ALM_LOG_INFO("TransportSdkInit success in AlarmSdk");
+    setAppId(appId);
+    setServiceName(serviceName);
+    setNodeIp(nodeIp);
+    setServiceIp(serviceIp);
+    AlmRukInterface::InitAllIp();
+    const char* sdkIp = GetSdkIP();
+    if (sdkIp != nullptr && sdkIp[0] != '\0') {
+        m_strServiceIp = sdkIp;
+        ALM_LOG_ERROR("Get ServiceIp %s", m_strServiceIp.c_str());
+    }
+    m_uServicePort = static_cast<uint16_t>(GetSdkPort());
+    if (InitSendThread() != 0) {
+        ALM_LOG_ERROR("InitSendThread error");
+        return -1;
+    }
+    m_iInitFlag = 1;
+    return 0;
+}
+
+int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
+    if (alarm == nullptr) {
+        return -1;
+    }
+    // Deliberately unlocked: a caller is never held up by the send thread.
+    if (m_queuedCount.load(std::memory_order_acquire) > kQueueCapacity - 1) {
+        ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
+        return -1;
+    }
+    AlarmEx* copy = new (std::nothrow) AlarmEx(alarm);
+    if (copy == nullptr) {
+        ALM_LOG_ERROR("In %s, pAlarmTemp is null!", "AlarmManagerEx::sendAlarm");
+        return -1;
+    }
+    copy->setServiceName(m_strServiceName);
+    copy->setAppId(m_strAppId);
+    copy->setRsetClear(static_cast<long>(m_lRsetClear));
+    copy->SetServiceIp(m_strServiceIp);
+    copy->setNodeIp(m_strNodeIP);
+    copy->setServiceLabel(m_strServiceLabel);
+    copy->setServicePort(m_uServicePort);
+    if (!copy->GetServiceIp().empty() && !copy->getServiceName().empty()) {
+        copy->setServiceId(m_strServiceId);
+        copy->setServiceInsId(m_strServiceInsId);
+    }
+    if (copy->GetAlarmTime() == 0) {
+        copy->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
+    }
+    fillAlarmSouce2Alarm(alarm, copy);
+    fillNodIp2Alarm(copy);
+    pushAlarm(copy);
+    return 0;
+}
+
+void AlarmManagerEx::pushAlarm(AlarmEx* copy) {
+    acquireLock();
+    m_alarmQueue.push(copy);
+    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
+    releaseLock();
+}
+
+int AlarmManagerEx::addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId,
+                                   long rsetClear) {
+    m_lRsetClear = rsetClear;
+    m_strServiceId = serviceId;
+    m_strServiceInsId = serviceInsId;
+    m_strServiceName = serviceName;
+    if (rsetClear == 1) {
+        return RegisterRsetClear();
+    }
+    return 0;
+}
+
+int AlarmManagerEx::InitSendThread() {
+    // The handle starts at -1, so the first call always creates the thread.
+    if (m_nSendThreadTid != 0) {
+        pthread_t tid;
+        if (pthread_create(&tid, nullptr, &AlarmManagerEx::SendAlarmToFMThreadFun, this) != 0) {
+            ALM_LOG_ERROR("create send alarm thread failed!");
+            return -1;
+        }
+        m_nSendThreadTid = tid;
+        ALM_LOG_INFO("create send alarm thread success!");
+    }
+    return 0;
+}
+
+int AlarmManagerEx::InitAlarmCheckThread() {
+    if (m_nAlarmCheckTid != 0) {
+        return -1;
+    }
+    pthread_t tid;
+    if (pthread_create(&tid, nullptr, &AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun, nullptr) != 0) {
+        ALM_LOG_ERROR("create send alarm thread failed!");
+        return -1;
+    }
+    m_nAlarmCheckTid = tid;
+    ALM_LOG_INFO("create send alarm thread success!");
+    return 0;
+}
+
+void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
+    if (manager == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
+        return nullptr;
+    }
+    AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
+    for (;;) {
+        std::list<AlarmEx*> batch;
+        self->getSendAlarmDatas(batch);
+        if (batch.empty()) {
+            alarmsdk::Pause(kIdlePollSeconds);
+            continue;
+        }
+        // The same batch goes out until the agent settles it; nothing is
+        // dropped or reordered meanwhile.
+        for (;;) {
+            char* body = nullptr;
+            char* bodyEncode = nullptr;
+            int encodedLength = 0;
+            int built = self->getSendAlarmJsonData(batch, body, bodyEncode, encodedLength);
+            if (built == 1) {
+                break;
+            }
+            if (built == -1) {
+                continue;
+            }
+            stru_REST_RESPONSE* response = AlmRukInterface::SendRestRequest(bodyEncode, std::strlen(bodyEncode));
+            if (body == nullptr) {
+                ALM_LOG_ERROR("In %s, bodyStr is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
+            } else {
+                cJSON_free(body);
+            }
+            if (bodyEncode == nullptr) {
+                ALM_LOG_ERROR("In %s, bodyEncode is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
+            } else {
+                delete[] bodyEncode;
+            }
+            if (processRestResponse(batch, response) == 1) {
+                break;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void AlarmManagerEx::getSendAlarmDatas(std::list<AlarmEx*>& batch) {
+    acquireLock();
+    std::size_t n = m_alarmQueue.size() < kBatchSize ? m_alarmQueue.size() : kBatchSize;
+    for (std::size_t i = 0; i < n; ++i) {
+        batch.push_back(m_alarmQueue.front());
+        m_alarmQueue.pop();
+    }
+    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
+    releaseLock();
+}
+
+int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body, char*& bodyEncode,
+                                         int& encodedLength) {
+    if (batch.empty()) {
+        return -1;
+    }
+    body = AlmJsonParser::GenRestDataJsonEx(batch);
+    if (body == nullptr || body[0] == '\0') {
+        ALM_LOG_ERROR("The response body is empty!");
+        if (body != nullptr) {
+            cJSON_free(body);
+            body = nullptr;
+        }
+        return -1;
+    }
+    const std::size_t bodyLength = std::strlen(body);
+    bodyEncode = new (std::nothrow) char[EncodedCapacity(bodyLength)]();
+    if (bodyEncode == nullptr) {
+        ALM_LOG_ERROR("new error.......");
+        cJSON_free(body);
+        body = nullptr;
+        return -1;
+    }
+    unsigned int written = 0;
+    encodedLength = zeb_alm_base64_encode(body, static_cast<int>(bodyLength), bodyEncode, &written);
+    if (encodedLength == -1) {
+        ALM_LOG_ERROR("encode response body error");
+    }
+    return 0;
+}
+
+int processRestResponse(std::list<AlarmEx*>& batch, stru_REST_RESPONSE* response) {
+    if (response == nullptr) {
+        ALM_LOG_ERROR("Nodeward pResponse is NULL.");
+        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
+        return -1;
+    }
+    if (response->status != 200) {
+        // The status alone does not decide: the answer's retCode does.
+        ALM_LOG_ERROR("Nodeward response retCode is %d ", response->status);
+    }
+    if (response->body == nullptr || response->body[0] == '\0') {
+        freeRestResponse(&response);
+        ALM_LOG_ERROR("Nodeward response body is NULL");
+        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
+        return -1;
+    }
+    const std::size_t bodyLength = std::strlen(response->body);
+    // One byte more than the text, so the decoded answer is always terminated.
+    char* decoded = new (std::nothrow) char[bodyLength + 1]();
+    if (decoded == nullptr) {
+        freeRestResponse(&response);
+        ALM_LOG_ERROR("new error.......");
+        return 1;
+    }
+    if (zeb_alm_base64_decode(response->body, static_cast<int>(bodyLength), decoded, nullptr) != 0) {
+        ALM_LOG_ERROR("encode response body error");
+    }
+    ALM_LOG_INFO("response is %s", decoded);
+    std::string retCode = AlmJsonParser::GetRetCodeEx(decoded);
+    freeRestResponse(&response);
+    delete[] decoded;
+    if (retCode != "OK") {
+        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
+        return -1;
+    }
+    ALM_LOG_ERROR("send alarms success!");
+    deleteAlarms(batch);
+    return 1;
+}
+
+void deleteAlarms(std::list<AlarmEx*>& batch) {
+    for (AlarmEx* alarm : batch) {
+        if (alarm == nullptr) {
+            ALM_LOG_ERROR("In %s, pAlarmTemp is null!", "AlarmManagerEx::deleteAlarms");
+            continue;
+        }
+        delete alarm;
+    }
+    batch.clear();
+}
+
+void AlarmManagerEx::fillAlarmSouce2Alarm(AlarmEx* source, AlarmEx* target) {
+    if (source == nullptr || target == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::fillAlarmSouce2Alarm pAlarmSrc is Null!");
+        return;
+    }
+    std::string value = source->getAlarmSource();
+    if (value.empty()) {
+        value = m_strAlarmSource;
+    }
+    if (value.empty()) {
+        const char* podName = std::getenv("PODNAME");
+        if (podName != nullptr) {
+            value = podName;
+        }
+    }
+    if (!value.empty()) {
+        target->appendParameter("AlarmSource", value.c_str());
+    }
+}
+
+void AlarmManagerEx::fillNodIp2Alarm(AlarmEx* alarm) {
+    if (alarm == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::fillNodIp2Alarm pAlarm is Null!");
+        return;
+    }
+    std::string value = AlmRukInterface::GetNodeIP();
+    if (value.empty()) {
+        const char* serverIp = std::getenv("SERVER_IP");
+        if (serverIp != nullptr) {
+            value = serverIp;
+        }
+    }
+    if (!value.empty()) {
+        alarm->setNodeIp(value);
+        alarm->appendParameter("AlarmSourceLocation", value.c_str());
+    }
+}
+
+void AlarmManagerEx::acquireLock() {
+    int ret = pthread_mutex_lock(&m_queueLock);
+    if (ret != 0) {
+        ALM_LOG_ERROR("AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.", ret);
+    }
+}
+
+void AlarmManagerEx::releaseLock() {
+    int ret = pthread_mutex_unlock(&m_queueLock);
+    if (ret != 0) {
+        ALM_LOG_ERROR("AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.", ret);
+    }
+}
+
+void AlarmManagerEx::setServiceName(char const* serviceName) {
+    if (serviceName == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::setServiceName pStrServiceName is NULL");
+        return;
+    }
+    m_strServiceName = serviceName;
+}
+
+void AlarmManagerEx::setAppId(char const* appId) {
+    if (appId == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::setAppId pStrAppId is NULL");
+        return;
+    }
+    m_strAppId = appId;
+}
+
+void AlarmManagerEx::setNodeIp(char const* nodeIp) {
+    if (nodeIp == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::setNodeIp pStrNodeIp is NULL");
+        return;
+    }
+    m_strNodeIP = nodeIp;
+}
+
+void AlarmManagerEx::setServiceIp(char const* serviceIp) {
+    if (serviceIp == nullptr) {
+        ALM_LOG_ERROR("AlarmManagerEx::setServiceId pStrServiceIp is NULL");
+        return;
+    }
+    m_strServiceIp = serviceIp;
+}
+
+void AlarmManagerEx::setAlarmSource(std::string alarmSource) { m_strAlarmSource = std::move(alarmSource); }
+
+void AlarmManagerEx::setServiceLabel(std::string serviceLabel) { m_strServiceLabel = std::move(serviceLabel); }
+
+std::string AlarmManagerEx::getServiceName() const { return m_strServiceName; }
+
+std::string AlarmManagerEx::getAppId() const { return m_strAppId; }
+
+std::string AlarmManagerEx::getNodeIp() const { return m_strNodeIP; }
+
+std::string AlarmManagerEx::getServiceIp() const { return m_strServiceIp; }
+
+unsigned short AlarmManagerEx::getServicePort() const { return m_uServicePort; }
+
+std::string AlarmManagerEx::getServiceLabel() const { return m_strServiceLabel; }

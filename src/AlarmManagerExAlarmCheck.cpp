@@ -1,1 +1,262 @@
-// placeholder
+// Alarm check: the agent posts a check to the service; the transport
+// thread only decodes, queues and answers, and one thread of ours hands each
+// check to the callback of the service it names.
+#include "AlarmManagerEx.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "AlmLog.h"
+#include "Base64.h"
+#include "Pause.h"
+#include "bounded_string.h"
+
+namespace {
+
+const char kLogSource[] = "../src/AlarmManagerEx";
+
+const char kCallBackPathFormat[] = "/%s/%s/alarmCheck/callBack";
+constexpr std::size_t kCallBackPathSize = 1024;
+constexpr int kRegisterAttempts = 5;
+
+// The answer every queued check gets, before its callback runs.
+const char kCallBackAnswer[] = "{\"retCode\": \"0\",\"retDesc\": \"success\"}";
+
+// The service map is read by the alarm-check thread while services register.
+std::mutex& CallBackMapMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+
+}  // namespace
+
+void AlarmManagerEx::AcquireAlarmCheckQueueLock() {
+    if (pthread_mutex_lock(&m_CheckMutex) != 0) {
+        ALM_LOG_ERROR("AlarmManger::AcquireAlarmCheckQueueLock, pthread_mutex_lock failed.");
+    }
+}
+
+void AlarmManagerEx::ReleaseAlarmCheckQueueLock() {
+    if (pthread_mutex_unlock(&m_CheckMutex) != 0) {
+        ALM_LOG_ERROR("AlarmManger::ReleaseAlarmCheckQueueLock, pthread_mutex_unlock failed.");
+    }
+}
+
+int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCallBack callback) {
+    if (alarmCheckInitStatus.load(std::memory_order_acquire) == 0) {
+        ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Start to init alarm check.");
+        (void)TransportSdkInit();
+        if (restResAlmSdk != nullptr) {
+            std::memset(restResAlmSdk, 0, sizeof(*restResAlmSdk));
+            restResAlmSdk->handler = &AlarmManagerEx::ProcessAlarmCheckInterface;
+        }
+        if (InitAlarmCheckThread() != 0) {
+            ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start failed.");
+            return -1;
+        }
+        ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success");
+        alarmCheckInitStatus.store(1, std::memory_order_release);
+    }
+
+    m_strServiceName = serviceName;
+    if (m_strServiceName.empty()) {
+        ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface szServiceName Is empty");
+        return 0;
+    }
+
+    char path[kCallBackPathSize] = {0};
+    (void)snprintf_s(path, sizeof(path), sizeof(path) - 1, kCallBackPathFormat, m_strServiceName.c_str(),
+                     m_strAppId.c_str());
+
+    int result = -1;
+    for (int attempt = 0; attempt < kRegisterAttempts; ++attempt) {
+        result = RegisterUrl(path, restResAlmSdk);
+        if (result == 0) {
+            {
+                std::lock_guard<std::mutex> lock(CallBackMapMutex());
+                alarmCheckMap[m_strServiceName] = this;
+            }
+            ALM_LOG_INFO("RegResource success,iret=%d, url=%s, serviceName=%s", result, path,
+                         m_strServiceName.c_str());
+            break;
+        }
+        alarmsdk::Pause(1);
+        ALM_LOG_ERROR("RegResource failed,iret=%d, url=%s", result, path);
+    }
+    if (result == 0) {
+        m_pAlarmCheckCallBack.store(callback, std::memory_order_release);
+    }
+    return result;
+}
+
+int AlarmManagerEx::ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_REST_RESPONSE* response) {
+    ALM_LOG_INFO("AlarmManagerEx::ProcessAlarmCheckInterface,func in.");
+    if (response == nullptr) {
+        ALM_LOG_ERROR("In %s, response is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
+        return -1;
+    }
+    if (request == nullptr) {
+        ALM_LOG_ERROR("In %s, request is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
+        return -1;
+    }
+    if (request->body == nullptr) {
+        ALM_LOG_ERROR("In %s, request->body is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
+        return -1;
+    }
+    if (request->bodyLen == 0) {
+        ALM_LOG_ERROR("AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.");
+        return -1;
+    }
+    // The transport leaves room for a terminator at index bodyLen.
+    request->body[request->bodyLen] = '\0';
+    std::string encoded(request->body);
+    if (encoded.empty()) {
+        ALM_LOG_ERROR("AlarmCheck response body is NULL");
+        return -1;
+    }
+    char* decodedBuffer = new (std::nothrow) char[request->bodyLen + 1]();
+    if (decodedBuffer == nullptr) {
+        ALM_LOG_ERROR("In %s, reqBodyDecode is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
+        return -1;
+    }
+    if (zeb_alm_base64_decode(&encoded[0], static_cast<int>(request->bodyLen), decodedBuffer, nullptr) == -1) {
+        ALM_LOG_ERROR("decode request body error");
+        delete[] decodedBuffer;
+        return -1;
+    }
+    std::string decoded(decodedBuffer);
+    delete[] decodedBuffer;
+
+    AcquireAlarmCheckQueueLock();
+    m_CheckList.push(std::move(decoded));
+    m_checkCount.store(m_CheckList.size(), std::memory_order_release);
+    ReleaseAlarmCheckQueueLock();
+
+    return GenCallBackResponse(response) == 0 ? 0 : -1;
+}
+
+int AlarmManagerEx::GenCallBackResponse(stru_REST_RESPONSE* response) {
+    if (response == nullptr) {
+        ALM_LOG_ERROR("In %s, response is null!", "AlarmManagerEx::GenCallBackResponse");
+        return -1;
+    }
+    const std::size_t plainLength = sizeof(kCallBackAnswer) - 1;
+    char* encoded = new (std::nothrow) char[2 * plainLength]();
+    if (encoded == nullptr) {
+        ALM_LOG_ERROR("In %s, retInfoEncode is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
+        return -1;
+    }
+    char plain[sizeof(kCallBackAnswer)];
+    std::memcpy(plain, kCallBackAnswer, sizeof(kCallBackAnswer));
+    unsigned int encodedLength = 0;
+    if (zeb_alm_base64_encode(plain, static_cast<int>(plainLength), encoded, &encodedLength) == -1 ||
+        encoded[0] == '\0') {
+        ALM_LOG_ERROR("decode request body error");
+        delete[] encoded;
+        return -1;
+    }
+    // The zero byte after the text is part of the body and of its length.
+    const std::size_t size = encodedLength + 1;
+    if (allocRspBody(&response->body, size) != 0) {
+        delete[] encoded;
+        return -1;
+    }
+    (void)memset_s(response->body, size, 0, size);
+    (void)strncpy_s(response->body, size, encoded, size - 1);
+    response->body[size - 1] = '\0';
+    delete[] encoded;
+    response->bodyLen = size;
+    response->status = 200;
+    int ret = zeb_restHeadContentAdd(response->header, "Content-Type", "text/plain");
+    if (ret != 0) {
+        ALM_LOG_ERROR("Call zeb_restHeadContentAdd fail, errno: %d", ret);
+        return -1;
+    }
+    return 0;
+}
+
+std::string AlarmManagerEx::TakeAlarmCheckRequest() {
+    AcquireAlarmCheckQueueLock();
+    std::string request = std::move(m_CheckList.front());
+    m_CheckList.pop();
+    m_checkCount.store(m_CheckList.size(), std::memory_order_release);
+    ReleaseAlarmCheckQueueLock();
+    return request;
+}
+
+void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
+    for (;;) {
+        // Unlocked emptiness test: this thread is the only consumer.
+        if (m_checkCount.load(std::memory_order_acquire) == 0) {
+            alarmsdk::Pause(kIdlePollSeconds);
+            continue;
+        }
+        DeliverAlarmCheck(TakeAlarmCheckRequest());
+    }
+    return nullptr;
+}
+
+void AlarmManagerEx::DeliverAlarmCheck(const std::string& request) {
+    cJSON* root = cJSON_Parse(request.c_str());
+    if (root == nullptr) {
+        ALM_LOG_ERROR("The response body convert to json failed.");
+        return;
+    }
+    AlarmManagerEx* manager = GetCallBackInstance(root);
+    if (manager == nullptr) {
+        ALM_LOG_ERROR("Can not find the AlarmManager Instance point.");
+        cJSON_Delete(root);
+        return;
+    }
+    std::string alarms = GetAlarmCheckInfo(root);
+    cJSON_Delete(root);
+    if (alarms.empty()) {
+        ALM_LOG_ERROR("Get empty call back info, callBackInfo is %s", request.c_str());
+        return;
+    }
+    AlarmCheckCallBack callback = manager->getAlarmCheckCallBack();
+    if (callback != nullptr) {
+        callback(&alarms[0]);
+    }
+}
+
+AlarmManagerEx* AlarmManagerEx::GetCallBackInstance(cJSON* root) {
+    cJSON* info = cJSON_GetObjectItem(root, "callBackInfo");
+    if (info == nullptr) {
+        ALM_LOG_ERROR("In %s, pJsonCallBackInfo is null!", "AlarmManagerEx::GetCallBackInstance");
+        return nullptr;
+    }
+    cJSON* serviceName = cJSON_GetObjectItem(info, "serviceName");
+    // Only a JSON string names a service.
+    if (serviceName == nullptr || !cJSON_IsString(serviceName) || serviceName->valuestring == nullptr) {
+        ALM_LOG_ERROR("In %s, pJsonServiceName is null!", "AlarmManagerEx::GetCallBackInstance");
+        return nullptr;
+    }
+    ALM_LOG_INFO("Alarm Call Back Service is %s", serviceName->valuestring);
+    std::lock_guard<std::mutex> lock(CallBackMapMutex());
+    auto found = alarmCheckMap.find(serviceName->valuestring);
+    if (found == alarmCheckMap.end()) {
+        ALM_LOG_ERROR("There is no service %s", serviceName->valuestring);
+        return nullptr;
+    }
+    return found->second;
+}
+
+std::string AlarmManagerEx::GetAlarmCheckInfo(cJSON* root) {
+    cJSON* alarms = cJSON_GetObjectItem(root, "callBackAlarms");
+    if (alarms == nullptr) {
+        ALM_LOG_ERROR("In %s, pJsonCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
+        return std::string();
+    }
+    char* printed = cJSON_PrintUnformatted(alarms);
+    if (printed == nullptr) {
+        ALM_LOG_ERROR("In %s, alarmCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
+        return std::string();
+    }
+    std::string text(printed);
+    cJSON_free(printed);
+    return text;
+}

@@ -1,1 +1,166 @@
-// placeholder
+#include "AlmRukInterface.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "AlmLog.h"
+#include "bounded_string.h"
+
+namespace {
+
+const char kLogSource[] = "../src/AlmRukInterface";
+
+const char kAgentUrl[] = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
+
+constexpr size_t kIpSize = 16;
+constexpr size_t kUrlSize = 43;
+constexpr size_t kCookieSize = 1025;
+constexpr size_t kContentLengthSize = 21;
+
+static_assert(sizeof(kAgentUrl) <= kUrlSize, "the agent URL must fit its buffer");
+
+// A co-process manager may re-read the environment while other managers'
+// send threads read the addresses, so access is serialised.
+std::mutex& AddressMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+
+void StoreIfLongerThanOne(const char* variable, std::string& target) {
+    const char* value = std::getenv(variable);
+    if (value != nullptr && std::strlen(value) > 1) {
+        std::lock_guard<std::mutex> lock(AddressMutex());
+        target = value;
+    }
+}
+
+char* NewZeroed(size_t size) { return new (std::nothrow) char[size](); }
+
+}  // namespace
+
+const uint16_t AlmRukInterface::m_uLocalPort = 7888;
+std::string& AlmRukInterface::m_strNodeIP = *new std::string();
+std::string& AlmRukInterface::m_strServiceIp = *new std::string();
+
+void AlmRukInterface::InitNodeIP() { StoreIfLongerThanOne("HOSTING_SERVER_IP", m_strNodeIP); }
+
+void AlmRukInterface::InitServiceIp() { StoreIfLongerThanOne("SERVER_IP", m_strServiceIp); }
+
+void AlmRukInterface::InitAllIp() {
+    InitNodeIP();
+    InitServiceIp();
+}
+
+std::string AlmRukInterface::GetNodeIP() {
+    std::lock_guard<std::mutex> lock(AddressMutex());
+    return m_strNodeIP;
+}
+
+std::string AlmRukInterface::GetServiceIp() {
+    std::lock_guard<std::mutex> lock(AddressMutex());
+    return m_strServiceIp;
+}
+
+unsigned short AlmRukInterface::GetLocalPort() { return m_uLocalPort; }
+
+stru_REST_REQUEST* AlmRukInterface::AllocRestRequest(size_t bodyLength) {
+    stru_REST_REQUEST* request = new (std::nothrow) stru_REST_REQUEST();
+    if (request == nullptr) {
+        ALM_LOG_ERROR("In %s, pRequest is null!", "AlmRukInterface::AllocRestRequest");
+        return nullptr;
+    }
+    request->ip = NewZeroed(kIpSize);
+    if (request->ip == nullptr) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->ip is NULL");
+        return nullptr;
+    }
+    request->url = NewZeroed(kUrlSize);
+    if (request->url == nullptr) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->url is NULL");
+        return nullptr;
+    }
+    request->header = zeb_restHeadContentCreate();
+    if (request->header == nullptr) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->header is NULL");
+        return nullptr;
+    }
+    request->body = NewZeroed(bodyLength + 1);
+    if (request->body == nullptr) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->body is NULL");
+        return nullptr;
+    }
+    request->cookie = NewZeroed(kCookieSize);
+    if (request->cookie == nullptr) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->cookie is NULL");
+        return nullptr;
+    }
+    return request;
+}
+
+void AlmRukInterface::FreeRestRequest(stru_REST_REQUEST* request) {
+    if (request == nullptr) {
+        ALM_LOG_ERROR("In %s, pRequest is null!", "AlmRukInterface::FreeRestRequest");
+        return;
+    }
+    delete[] request->ip;
+    request->ip = nullptr;
+    delete[] request->url;
+    request->url = nullptr;
+    delete[] request->body;
+    request->body = nullptr;
+    if (request->header != nullptr) {
+        zeb_restHeadContentClear(request->header);
+        zeb_restHeadContentDestory(request->header);
+        request->header = nullptr;
+    }
+    delete[] request->cookie;
+    request->cookie = nullptr;
+    delete request;
+}
+
+stru_REST_RESPONSE* AlmRukInterface::SendRestRequest(const char* body, size_t bodyLength) {
+    stru_REST_REQUEST* request = AllocRestRequest(bodyLength);
+    if (request == nullptr) {
+        ALM_LOG_ERROR("In %s, pRequest is null!", "AlmRukInterface::SendRestRequest");
+        return nullptr;
+    }
+    (void)strncpy_s(request->url, kUrlSize, kAgentUrl, kUrlSize - 1);
+
+    if (zeb_restHeadContentAdd(request->header, "Content-Type", "application/json") != 0) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::SendRestRequest, restHeadContentAdd failed.");
+        return nullptr;
+    }
+    char contentLength[kContentLengthSize] = {0};
+    (void)snprintf_s(contentLength, sizeof(contentLength), sizeof(contentLength) - 1, "%zu", bodyLength);
+    if (zeb_restHeadContentAdd(request->header, "Content-Length", contentLength) != 0) {
+        FreeRestRequest(request);
+        ALM_LOG_ERROR("AlmRukInterface::SendRestRequest, restHeadContentAdd failed.");
+        return nullptr;
+    }
+
+    if (body != nullptr && bodyLength > 0) {
+        (void)memcpy_s(request->body, bodyLength + 1, body, bodyLength);
+    }
+    request->bodyLen = bodyLength;
+
+    stru_REST_RESPONSE* response = nullptr;
+    int ret = sendRequest("", REST_REQUEST_POST, request, &response);
+    if (ret != 0) {
+        // The client may not have produced a response record on failure.
+        ALM_LOG_ERROR("AlmRukInterface::SendRestRequest, sendRequest failed,retcode(%d).",
+                      response != nullptr ? response->status : ret);
+        FreeRestRequest(request);
+        freeRestResponse(&response);
+        return nullptr;
+    }
+    FreeRestRequest(request);
+    return response;
+}

@@ -1,0 +1,138 @@
+// The current generation's manager: the identity of the calling service, the
+// bounded queue of alarms, the send thread that delivers them in batches to
+// the node's agent, reset-clear registration and the alarm-check service.
+#ifndef ALARM_MANAGER_EX_H
+#define ALARM_MANAGER_EX_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <map>
+#include <queue>
+#include <string>
+
+#include "AlarmEx.h"
+#include "rest_client.h"
+#include "transport_sdk.h"
+
+struct cJSON;
+
+typedef void (*AlarmCheckCallBack)(char*);
+
+class AlarmManagerEx {
+public:
+    static constexpr std::size_t kQueueCapacity = 1024;
+    static constexpr std::size_t kBatchSize = 50;
+    static constexpr unsigned int kIdlePollSeconds = 1;
+    static constexpr unsigned int kRetryPauseSeconds = 3;
+
+    static AlarmManagerEx* getInstance();
+
+    AlarmManagerEx();
+    explicit AlarmManagerEx(int unused);
+    ~AlarmManagerEx();
+    AlarmManagerEx(const AlarmManagerEx&) = delete;
+    AlarmManagerEx& operator=(const AlarmManagerEx&) = delete;
+
+    void initLocalMember();
+    // The process-wide manager: identity from APPID, APPNAME, NODE_ID.
+    int initManager();
+    // A co-process manager: identity from the arguments.
+    int initManager(char const* appId, char const* serviceName, char const* nodeIp, char const* serviceIp);
+
+    // Queues a completed copy of alarm (the caller keeps alarm). -1 for NULL or a full queue.
+    int sendAlarm(AlarmEx* alarm);
+    int addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId, long rsetClear);
+
+    int InitSendThread();
+    int InitAlarmCheckThread();
+    static void* SendAlarmToFMThreadFun(void* manager);
+    void getSendAlarmDatas(std::list<AlarmEx*>& batch);
+    // body is released with cJSON_free, bodyEncode with delete[].
+    int getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body, char*& bodyEncode, int& encodedLength);
+    void fillAlarmSouce2Alarm(AlarmEx* source, AlarmEx* target);
+    void fillNodIp2Alarm(AlarmEx* alarm);
+    void acquireLock();
+    void releaseLock();
+
+    void setServiceName(char const* serviceName);
+    void setAppId(char const* appId);
+    void setNodeIp(char const* nodeIp);
+    void setServiceIp(char const* serviceIp);
+    void setAlarmSource(std::string alarmSource);
+    void setServiceLabel(std::string serviceLabel);
+    std::string getServiceName() const;
+    std::string getAppId() const;
+    std::string getNodeIp() const;
+    std::string getServiceIp() const;
+    unsigned short getServicePort() const;
+    std::string getServiceLabel() const;
+
+    // Reset-clear: announce this service once; every later alarm carries rsetClear 1.
+    int RegisterRsetClear();
+    int RegisterInfo(std::string serviceName, std::string serviceLabel);
+    int processRsetAction();
+
+    // Alarm check: the agent posts checks on "/<service>/<appId>/alarmCheck/callBack".
+    int RegAlarmCheckInterface(std::string serviceName, AlarmCheckCallBack callback);
+    static int ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
+    static int GenCallBackResponse(stru_REST_RESPONSE* response);
+    static void* ProcessAlarmCheckToUsersThreadFun(void* unused);
+    static AlarmManagerEx* GetCallBackInstance(cJSON* root);
+    static std::string GetAlarmCheckInfo(cJSON* root);
+    static void AcquireAlarmCheckQueueLock();
+    static void ReleaseAlarmCheckQueueLock();
+
+    // Alarms waiting in the queue (not counting a batch being sent).
+    std::size_t queuedAlarmCount() const { return m_queuedCount.load(std::memory_order_acquire); }
+    AlarmCheckCallBack getAlarmCheckCallBack() const { return m_pAlarmCheckCallBack.load(std::memory_order_acquire); }
+    static std::size_t pendingAlarmCheckCount() { return m_checkCount.load(std::memory_order_acquire); }
+
+    static AlarmManagerEx* m_pInstance;
+    // Shared by every manager; never destroyed, since the alarm-check thread
+    // may still use them while the process exits.
+    static std::queue<std::string>& m_CheckList;
+    static std::map<std::string, AlarmManagerEx*>& alarmCheckMap;
+    static stru_REST_RESOURCE* restResAlmSdk;
+    static pthread_mutex_t m_CheckMutex;
+    static std::atomic<int> alarmCheckInitStatus;
+    static pthread_t m_nAlarmCheckTid;
+
+private:
+    void pushAlarm(AlarmEx* copy);
+    static std::string TakeAlarmCheckRequest();
+    static void DeliverAlarmCheck(const std::string& request);
+
+    int m_iInitFlag;
+    std::string m_strAppId;
+    std::string m_strAppName;
+    std::string m_strAlarmSource;
+    std::string m_strNodeIP;
+    pthread_t m_nSendThreadTid;
+    pthread_mutex_t m_queueLock;
+    std::queue<AlarmEx*, std::deque<AlarmEx*>> m_alarmQueue;
+    std::string m_strServiceIp;
+    std::string m_strServiceName;
+    std::atomic<AlarmCheckCallBack> m_pAlarmCheckCallBack;
+    int64_t m_lRsetClear;
+    bool m_bRsetClearDone;
+    std::string m_strServiceId;
+    std::string m_strServiceInsId;
+    uint16_t m_uServicePort;
+    std::string m_strServiceLabel;
+
+    // Kept beside the queues so that the unlocked emptiness and fullness
+    // tests read a value that is never torn.
+    std::atomic<std::size_t> m_queuedCount{0};
+    static std::atomic<std::size_t> m_checkCount;
+};
+
+// Decides on the agent's answer: 1 settles the batch (freed on "OK"), -1 sends it again.
+int processRestResponse(std::list<AlarmEx*>& batch, stru_REST_RESPONSE* response);
+void deleteAlarms(std::list<AlarmEx*>& batch);
+
+#endif

@@ -1,1 +1,283 @@
-// placeholder
+// Run-log: formats one message and writes it as one line.
+//
+// The threads of the libraries that log here never end and keep logging while
+// the process exits, so every piece of state below is trivially destructible
+// (a statically initialised pthread mutex and plain pointers): nothing is torn
+// down under a logging thread by static destruction. Buffers live on the
+// calling thread's stack.
+#include "runlog.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace {
+
+// Longest text kept of one message; longer ones are cut.
+constexpr std::size_t kMaxText = 8 * 1024;
+// Room for "<time> <level> <source>:<line> ".
+constexpr std::size_t kMaxPrefix = 512;
+// Formats up to this size are rewritten on the stack, longer ones on the heap.
+constexpr std::size_t kStackFormat = 1024;
+
+pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
+Runlog_CaptureFn g_captureFn = nullptr;
+void* g_captureContext = nullptr;
+pthread_once_t g_atforkOnce = PTHREAD_ONCE_INIT;
+
+// A child forked while another thread held the lock must still be able to log.
+void LockForFork() { pthread_mutex_lock(&g_lock); }
+void UnlockAfterFork() { pthread_mutex_unlock(&g_lock); }
+void RegisterForkHandlers() { pthread_atfork(&LockForFork, &UnlockAfterFork, &UnlockAfterFork); }
+
+bool IsFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsConversion(char c) { return c != '\0' && std::strchr("diouxXeEfFgGaAcsp%", c) != nullptr; }
+
+// Scans the conversion that starts at format[0] == '%'. Returns its length and
+// whether the C library can be trusted with it. "%n" is refused: a log text
+// has no business writing through a pointer.
+std::size_t ScanConversion(const char* format, bool* valid) {
+    std::size_t i = 1;
+    while (IsFlag(format[i])) {
+        ++i;
+    }
+    if (format[i] == '*') {
+        ++i;
+    } else {
+        while (IsDigit(format[i])) {
+            ++i;
+        }
+    }
+    if (format[i] == '.') {
+        ++i;
+        if (format[i] == '*') {
+            ++i;
+        } else {
+            while (IsDigit(format[i])) {
+                ++i;
+            }
+        }
+    }
+    const char a = format[i];
+    const char b = a != '\0' ? format[i + 1] : '\0';
+    if ((a == 'h' && b == 'h') || (a == 'l' && b == 'l')) {
+        i += 2;
+    } else if (a == 'h' || a == 'l' || a == 'j' || a == 'z' || a == 't' || a == 'L' || a == 'q') {
+        ++i;
+    }
+    const char conversion = format[i];
+    // "%%" is the only form of '%' the C library defines.
+    *valid = conversion == '%' ? i == 1 : IsConversion(conversion);
+    return conversion == '\0' ? i : i + 1;
+}
+
+// Writes the format with every unusable conversion escaped, so that it
+// prints literally and takes no argument. out == nullptr only measures.
+// Returns the length of the rewritten format.
+std::size_t RewriteFormat(const char* format, char* out, bool* changed) {
+    std::size_t n = 0;
+    *changed = false;
+    for (const char* p = format; *p != '\0';) {
+        if (*p != '%') {
+            if (out != nullptr) {
+                out[n] = *p;
+            }
+            ++n;
+            ++p;
+            continue;
+        }
+        bool valid = false;
+        const std::size_t length = ScanConversion(p, &valid);
+        for (std::size_t k = 0; k < length; ++k) {
+            const bool escape = !valid && p[k] == '%';
+            if (out != nullptr) {
+                if (escape) {
+                    out[n] = '%';
+                }
+                out[n + (escape ? 1 : 0)] = p[k];
+            }
+            n += escape ? 2 : 1;
+        }
+        *changed = *changed || !valid;
+        p += length;
+    }
+    if (out != nullptr) {
+        out[n] = '\0';
+    }
+    return n;
+}
+
+// Drops a UTF-8 sequence that the cut at text[length] left incomplete.
+std::size_t TrimPartialCharacter(const char* text, std::size_t length) {
+    std::size_t start = length;
+    std::size_t back = 0;
+    while (start > 0 && back < 4 && (static_cast<unsigned char>(text[start - 1]) & 0xC0) == 0x80) {
+        --start;
+        ++back;
+    }
+    if (start == 0) {
+        return length;
+    }
+    const unsigned char lead = static_cast<unsigned char>(text[start - 1]);
+    std::size_t need = 1;
+    if ((lead & 0xE0) == 0xC0) {
+        need = 2;
+    } else if ((lead & 0xF0) == 0xE0) {
+        need = 3;
+    } else if ((lead & 0xF8) == 0xF0) {
+        need = 4;
+    } else {
+        return length;  // ASCII or not UTF-8 at all: nothing to repair
+    }
+    return back + 1 < need ? start - 1 : length;
+}
+
+// Formats into out (kMaxText + 1 bytes) and returns the text length.
+std::size_t FormatText(char* out, const char* format, va_list args) {
+    if (format == nullptr) {
+        std::memcpy(out, "(null)", 7);
+        return 6;
+    }
+    bool changed = false;
+    const std::size_t rewrittenLength = RewriteFormat(format, nullptr, &changed);
+    const char* safeFormat = format;
+    char stackFormat[kStackFormat];
+    char* heapFormat = nullptr;
+    if (changed) {
+        char* target = stackFormat;
+        if (rewrittenLength + 1 > sizeof stackFormat) {
+            heapFormat = static_cast<char*>(std::malloc(rewrittenLength + 1));
+            if (heapFormat == nullptr) {
+                std::memcpy(out, "(format too long)", 18);
+                return 17;
+            }
+            target = heapFormat;
+        }
+        RewriteFormat(format, target, &changed);
+        safeFormat = target;
+    }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int full = std::vsnprintf(out, kMaxText + 1, safeFormat, args);
+#pragma GCC diagnostic pop
+    std::free(heapFormat);
+    if (full < 0) {
+        out[0] = '\0';
+        return 0;
+    }
+    if (static_cast<std::size_t>(full) <= kMaxText) {
+        return static_cast<std::size_t>(full);
+    }
+    const std::size_t length = TrimPartialCharacter(out, kMaxText);
+    out[length] = '\0';
+    return length;
+}
+
+// "2026-01-02T03:04:05.678Z"
+std::size_t FormatTime(char* out, std::size_t size) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm utc{};
+    gmtime_r(&now.tv_sec, &utc);
+    const int n = std::snprintf(out, size, "%04d-%02d-%02dT%02d:%02d:%02d.%03ldZ", utc.tm_year + 1900,
+                                utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+                                static_cast<long>(now.tv_nsec / 1000000));
+    return n < 0 ? 0 : (static_cast<std::size_t>(n) < size ? static_cast<std::size_t>(n) : size - 1);
+}
+
+void WriteAll(int fd, const char* data, std::size_t size) {
+    // One write() per line is what keeps lines whole across processes; the
+    // loop only finishes a write a signal or a full pipe cut short.
+    while (size > 0) {
+        const ssize_t n = write(fd, data, size);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        data += n;
+        size -= static_cast<std::size_t>(n);
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
+    pthread_mutex_lock(&g_lock);
+    g_captureFn = fn;
+    g_captureContext = fn != nullptr ? context : nullptr;
+    pthread_mutex_unlock(&g_lock);
+}
+
+void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) {
+    pthread_once(&g_atforkOnce, &RegisterForkHandlers);
+    const int savedErrno = errno;  // logging must not disturb the caller's errno
+
+    const char* path = std::getenv("RUNLOG_FILE");
+    const bool toFile = path != nullptr && path[0] != '\0';
+    pthread_mutex_lock(&g_lock);
+    const bool capturing = g_captureFn != nullptr;
+    pthread_mutex_unlock(&g_lock);
+    if (!toFile && level < RUNLOG_LEVEL_ERROR && !capturing) {
+        errno = savedErrno;
+        return;
+    }
+
+    // One buffer holds the whole line: prefix, text, line break.
+    char buffer[kMaxPrefix + kMaxText + 2];
+    const char* source = sourceFile != nullptr ? sourceFile : "(null)";
+    std::size_t prefix = FormatTime(buffer, kMaxPrefix);
+    const int n = std::snprintf(buffer + prefix, kMaxPrefix - prefix, " %d %s:%d ", level, source, line);
+    if (n > 0) {
+        prefix += static_cast<std::size_t>(n) < kMaxPrefix - prefix ? static_cast<std::size_t>(n)
+                                                                      : kMaxPrefix - prefix - 1;
+    }
+    char* text = buffer + prefix;
+    va_list args;
+    va_start(args, format);
+    const std::size_t textLength = FormatText(text, format, args);
+    va_end(args);
+
+    // Opened per message: a rotated or removed file is recreated at once and
+    // a changed RUNLOG_FILE takes effect without any cached state.
+    // If it cannot be opened, errors still reach stderr.
+    int fd = -1;
+    if (toFile) {
+        fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    }
+    const bool toStderr = fd < 0 && level >= RUNLOG_LEVEL_ERROR;
+
+    pthread_mutex_lock(&g_lock);
+    if (g_captureFn != nullptr) {
+        g_captureFn(g_captureContext, level, source, line, text);
+    }
+    if (fd >= 0 || toStderr) {
+        // A text with line breaks must still make exactly one line.
+        for (std::size_t i = 0; i < textLength; ++i) {
+            if (text[i] == '\n' || text[i] == '\r') {
+                text[i] = ' ';
+            }
+        }
+        text[textLength] = '\n';
+        WriteAll(fd >= 0 ? fd : STDERR_FILENO, buffer, prefix + textLength + 1);
+    }
+    pthread_mutex_unlock(&g_lock);
+
+    if (fd >= 0) {
+        close(fd);
+    }
+    errno = savedErrno;
+}
+
+}  // extern "C"

@@ -1,0 +1,383 @@
+#include <gtest/gtest.h>
+
+#include <cjson/cJSON.h>
+
+#include <cstdlib>
+#include <list>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "AlarmEx.h"
+#include "AlmJsonParser.h"
+#include "LogCapture.h"
+#include "runlog.h"
+
+namespace {
+
+const char kSource[] = "../src/AlmJsonParser";
+
+using JsonTree = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+// Builds the document and hands back its text, released the documented way.
+std::string Document(const std::list<AlarmEx*>& alarms) {
+    char* text = AlmJsonParser::GenRestDataJsonEx(alarms);
+    EXPECT_NE(nullptr, text);
+    std::string copy = text != nullptr ? text : "";
+    cJSON_free(text);
+    return copy;
+}
+
+JsonTree Parse(const std::string& text) { return JsonTree(cJSON_Parse(text.c_str()), &cJSON_Delete); }
+
+std::vector<std::string> Keys(const cJSON* object) {
+    std::vector<std::string> keys;
+    for (const cJSON* child = object != nullptr ? object->child : nullptr; child != nullptr; child = child->next) {
+        keys.push_back(child->string != nullptr ? child->string : "<none>");
+    }
+    return keys;
+}
+
+// Exact-case lookup: the tests must not inherit cJSON's case folding.
+const cJSON* Get(const cJSON* object, const char* key) { return cJSON_GetObjectItemCaseSensitive(object, key); }
+
+std::string Text(const cJSON* object, const char* key) {
+    const cJSON* item = Get(object, key);
+    return cJSON_IsString(item) ? item->valuestring : "<not a string>";
+}
+
+std::string Printed(const cJSON* item) {
+    char* text = cJSON_PrintUnformatted(item);
+    std::string copy = text != nullptr ? text : "";
+    cJSON_free(text);
+    return copy;
+}
+
+std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012") {
+    std::unique_ptr<AlarmEx> alarm(new AlarmEx(id, ZEB_ALARM_GENERATE));
+    alarm->appendParameter("usage", "95");
+    alarm->appendParameter("disk", "sda");
+    alarm->setServiceName("orders");
+    alarm->setServiceId("svc-1");
+    alarm->setServiceInsId("inst-1");
+    alarm->setRsetClear(1);
+    alarm->setAppId("app-7");
+    alarm->setAppName("shop");
+    alarm->setNodeIp("10.0.0.1");
+    alarm->setAlarmSource("source-a");
+    alarm->SetServiceIp("10.0.0.5");
+    alarm->setServicePort(8080);
+    alarm->ResetAlarmTime(1700000000123L);
+    alarm->setServiceLabel("orders-label");
+    return alarm;
+}
+
+const std::vector<std::string> kSevenKeys{"alarmId",     "appId",     "occurTime",   "serviceName",
+                                          "serviceIp",   "servicePort", "serviceLabel"};
+const std::vector<std::string> kAllKeys{"alarmId",      "appId",       "occurTime",     "serviceName", "serviceIp",
+                                        "servicePort",  "serviceLabel", "alarmType",    "serviceId",   "serviceInstId",
+                                        "rsetClear",    "nodeIp",      "callBackInfo",  "parameters"};
+
+TEST(PushDocument, ExactCompactTextForOneAlarm) {
+    std::unique_ptr<AlarmEx> alarm = FullAlarm();
+    EXPECT_EQ(
+        "{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[{\"alarmId\":\"300012\",\"appId\":\"app-7\","
+        "\"occurTime\":1700000000123,\"serviceName\":\"orders\",\"serviceIp\":\"10.0.0.5\",\"servicePort\":8080,"
+        "\"serviceLabel\":\"orders-label\",\"alarmType\":1,\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\","
+        "\"rsetClear\":1,\"nodeIp\":\"10.0.0.1\",\"callBackInfo\":{\"serviceName\":\"orders\",\"registerName\":"
+        "\"orders\",\"serviceIp\":\"10.0.0.5\"},\"parameters\":[{\"paramName\":\"disk\",\"paramValue\":\"sda\"},"
+        "{\"paramName\":\"usage\",\"paramValue\":\"95\"}]}]},\"Receiver\":\"SendAlarm\"}",
+        Document({alarm.get()}));
+}
+
+TEST(PushDocument, KeyOrderOfEveryObject) {
+    std::unique_ptr<AlarmEx> alarm = FullAlarm();
+    alarm->appendParameter("cpu", "7");
+    const JsonTree root = Parse(Document({alarm.get()}));
+    ASSERT_NE(nullptr, root);
+    EXPECT_EQ((std::vector<std::string>{"business", "payload", "Receiver"}), Keys(root.get()));
+    EXPECT_EQ((std::vector<std::string>{"name"}), Keys(Get(root.get(), "business")));
+    EXPECT_EQ((std::vector<std::string>{"alarmList"}), Keys(Get(root.get(), "payload")));
+
+    const cJSON* list = Get(Get(root.get(), "payload"), "alarmList");
+    ASSERT_EQ(1, cJSON_GetArraySize(list));
+    const cJSON* object = cJSON_GetArrayItem(list, 0);
+    EXPECT_EQ(kAllKeys, Keys(object));
+    EXPECT_EQ((std::vector<std::string>{"serviceName", "registerName", "serviceIp"}),
+              Keys(Get(object, "callBackInfo")));
+    const cJSON* params = Get(object, "parameters");
+    ASSERT_EQ(3, cJSON_GetArraySize(params));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ((std::vector<std::string>{"paramName", "paramValue"}), Keys(cJSON_GetArrayItem(params, i)));
+    }
+}
+
+TEST(PushDocument, EmptyListGivesEmptyAlarmList) {
+    EXPECT_EQ("{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[]},\"Receiver\":\"SendAlarm\"}",
+              Document({}));
+}
+
+TEST(PushDocument, ListOrderKeptAndNullRecordsLeftOut) {
+    testsupport::LogCapture log;
+    std::vector<std::unique_ptr<AlarmEx>> owned;
+    std::list<AlarmEx*> alarms;
+    for (int i = 50; i >= 1; --i) {
+        owned.push_back(FullAlarm(std::to_string(i).c_str()));
+        alarms.push_back(owned.back().get());
+        if (i % 20 == 0) {
+            alarms.push_back(nullptr);
+        }
+    }
+    const JsonTree root = Parse(Document(alarms));
+    const cJSON* list = Get(Get(root.get(), "payload"), "alarmList");
+    ASSERT_EQ(50, cJSON_GetArraySize(list));
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(std::to_string(50 - i), Text(cJSON_GetArrayItem(list, i), "alarmId"));
+    }
+    EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource))
+        << log.dump();
+}
+
+TEST(AlarmObject, IdZeroCarriesOnlyTheFirstSevenKeys) {
+    std::unique_ptr<AlarmEx> alarm = FullAlarm("0");
+    JsonTree object(AlmJsonParser::GenAlarmEx(alarm.get()), &cJSON_Delete);
+    ASSERT_NE(nullptr, object);
+    EXPECT_EQ(kSevenKeys, Keys(object.get()));
+
+    // Only the exact one-character id is special.
+    for (const char* id : {"00", "10", ""}) {
+        SCOPED_TRACE(id);
+        std::unique_ptr<AlarmEx> other = FullAlarm(id);
+        JsonTree full(AlmJsonParser::GenAlarmEx(other.get()), &cJSON_Delete);
+        EXPECT_EQ(kAllKeys, Keys(full.get()));
+    }
+}
+
+TEST(AlarmObject, NoParametersStillCarriesCallBackInfo) {
+    AlarmEx alarm("12", ZEB_ALARM_CLEAR);
+    alarm.setServiceName("svc");
+    JsonTree object(AlmJsonParser::GenAlarmEx(&alarm), &cJSON_Delete);
+    ASSERT_NE(nullptr, object);
+    EXPECT_EQ(kAllKeys, Keys(object.get()));
+    EXPECT_EQ("[]", Printed(Get(object.get(), "parameters")));
+    EXPECT_EQ("{\"serviceName\":\"svc\",\"registerName\":\"svc\",\"serviceIp\":\"\"}",
+              Printed(Get(object.get(), "callBackInfo")));
+    // Defaults of a fresh record: clear is 2 on the wire, rsetClear unset.
+    EXPECT_EQ("2", Printed(Get(object.get(), "alarmType")));
+    EXPECT_EQ("-1", Printed(Get(object.get(), "rsetClear")));
+    EXPECT_EQ("0", Printed(Get(object.get(), "occurTime")));
+}
+
+TEST(AlarmObject, ParametersInByteOrderWithTextsUnchanged) {
+    AlarmEx alarm("12", ZEB_ALARM_GENERATE);
+    const std::vector<std::pair<std::string, std::string>> appended{
+        {"usage", "95%"}, {"disk", "a\"b\\c"}, {"Zeta", "\xe4\xb8\xad\xe6\x96\x87"}, {"alpha", " x "}, {"_u", ""}};
+    for (const auto& p : appended) {
+        alarm.appendParameter(p.first.c_str(), p.second.c_str());
+    }
+    alarm.appendParameter("disk", "second value is ignored");
+    JsonTree object(AlmJsonParser::GenAlarmEx(&alarm), &cJSON_Delete);
+    const JsonTree reparsed = Parse(Printed(object.get()));
+    const cJSON* params = Get(reparsed.get(), "parameters");
+    ASSERT_EQ(5, cJSON_GetArraySize(params));
+    const std::vector<std::pair<std::string, std::string>> expected{
+        {"Zeta", "\xe4\xb8\xad\xe6\x96\x87"}, {"_u", ""}, {"alpha", " x "}, {"disk", "a\"b\\c"}, {"usage", "95%"}};
+    for (int i = 0; i < 5; ++i) {
+        const cJSON* p = cJSON_GetArrayItem(params, i);
+        EXPECT_EQ(expected[static_cast<std::size_t>(i)].first, Text(p, "paramName"));
+        EXPECT_EQ(expected[static_cast<std::size_t>(i)].second, Text(p, "paramValue"));
+    }
+}
+
+TEST(AlarmObject, NumbersPrintAsExactIntegers) {
+    struct Case {
+        long time;
+        const char* printed;
+    };
+    const Case cases[] = {
+        {1700000000123L, "1700000000123"},    // a millisecond time stamp of today
+        {4102444799999L, "4102444799999"},    // the last millisecond of 2099
+        {999999999999999L, "999999999999999"},  // fifteen digits, the exact limit
+        {1000000000L, "1000000000"},
+        {-5L, "-5"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.printed);
+        AlarmEx alarm("0", ZEB_ALARM_GENERATE);
+        alarm.ResetAlarmTime(c.time);
+        alarm.setServicePort(65535);
+        JsonTree object(AlmJsonParser::GenAlarmEx(&alarm), &cJSON_Delete);
+        EXPECT_EQ(c.printed, Printed(Get(object.get(), "occurTime")));
+        EXPECT_EQ("65535", Printed(Get(object.get(), "servicePort")));
+    }
+
+    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
+    alarm.setRsetClear(1700000000123L);
+    JsonTree object(AlmJsonParser::GenAlarmEx(&alarm), &cJSON_Delete);
+    EXPECT_EQ("1700000000123", Printed(Get(object.get(), "rsetClear")));
+}
+
+TEST(AlarmObject, NullRecordIsLoggedAndGivesNull) {
+    testsupport::LogCapture log;
+    EXPECT_EQ(nullptr, AlmJsonParser::GenAlarmEx(nullptr));
+    ASSERT_EQ(1u, log.lines().size());
+    EXPECT_EQ("In AlmJsonParser::GenAlarmEx, pAlarm is null!", log.lines()[0].text);
+    EXPECT_EQ(RUNLOG_LEVEL_ERROR, log.lines()[0].level);
+    EXPECT_EQ(kSource, log.lines()[0].source);
+}
+
+TEST(RetCode, AnswerTable) {
+    const char kRootNull[] = "In AlmJsonParser::GetOprType, pJsonRoot is null!";
+    const char kMissing[] = "AlmJsonParser::GetOprType, jsonRetCode is NULL.";
+    const char kFailed[] = "AlmJsonParser::GetOprType, strRetCode is NULL.";
+    struct Row {
+        const char* answer;
+        const char* result;
+        const char* logged;  // nullptr: nothing logged
+    };
+    const Row rows[] = {
+        {"{\"retCode\":0}", "OK", nullptr},
+        {"{\"retCode\":7}", "Failed", kFailed},
+        {"{\"retCode\":-1}", "Failed", kFailed},
+        {"{\"retCode\":true}", "Failed", kFailed},
+        {"{\"retCode\":3e10}", "Failed", kFailed},
+        // Anything cJSON holds as integer 0 is success, by design.
+        {"{\"retCode\":\"0\"}", "OK", nullptr},
+        {"{\"retCode\":\"1\"}", "OK", nullptr},
+        {"{\"retCode\":false}", "OK", nullptr},
+        {"{\"retCode\":null}", "OK", nullptr},
+        {"{\"retCode\":[1]}", "OK", nullptr},
+        {"{\"retCode\":{\"a\":1}}", "OK", nullptr},
+        // The key is looked up without regard to case.
+        {"{\"RETCODE\":5}", "Failed", kFailed},
+        {"{\"RetCode\":0,\"retCode\":9}", "OK", nullptr},
+        {"{\"retCode\":0} trailing", "OK", nullptr},
+        {"{}", "", kMissing},
+        {"{\"resultCode\":0}", "", kMissing},
+        {"[0]", "", kMissing},
+        {"", "", kRootNull},
+        {"not json", "", kRootNull},
+        {"{\"retCode\":", "", kRootNull},
+        {nullptr, "", kRootNull},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.answer != nullptr ? row.answer : "(null)");
+        testsupport::LogCapture log;
+        EXPECT_EQ(row.result, AlmJsonParser::GetRetCodeEx(row.answer));
+        if (row.logged == nullptr) {
+            EXPECT_TRUE(log.lines().empty()) << log.dump();
+        } else {
+            ASSERT_EQ(1u, log.lines().size()) << log.dump();
+            EXPECT_EQ(row.logged, log.lines()[0].text);
+            EXPECT_EQ(RUNLOG_LEVEL_ERROR, log.lines()[0].level);
+            EXPECT_EQ(kSource, log.lines()[0].source);
+        }
+    }
+}
+
+// cJSON allocator that fails exactly one chosen allocation and tracks every
+// live block, so each failure path can be checked for its log line and leaks.
+class FailOnce {
+public:
+    FailOnce() {
+        live_ = new std::set<void*>();
+        cJSON_Hooks hooks{&FailOnce::Malloc, &FailOnce::Free};
+        cJSON_InitHooks(&hooks);
+    }
+    ~FailOnce() {
+        cJSON_InitHooks(nullptr);
+        for (void* p : *live_) {
+            std::free(p);
+        }
+        delete live_;
+        live_ = nullptr;
+    }
+    FailOnce(const FailOnce&) = delete;
+    FailOnce& operator=(const FailOnce&) = delete;
+
+    static void Arm(long failAt) {
+        failAt_ = failAt;
+        calls_ = 0;
+    }
+    static long calls() { return calls_; }
+    static std::size_t live() { return live_->size(); }
+    static void ReleaseLeftovers() {
+        for (void* p : *live_) {
+            std::free(p);
+        }
+        live_->clear();
+    }
+
+private:
+    static void* Malloc(std::size_t size) {
+        if (calls_++ == failAt_) {
+            return nullptr;
+        }
+        void* p = std::malloc(size);
+        live_->insert(p);
+        return p;
+    }
+    static void Free(void* p) {
+        if (p != nullptr) {
+            live_->erase(p);
+        }
+        std::free(p);
+    }
+    static std::set<void*>* live_;
+    static long failAt_;
+    static long calls_;
+};
+std::set<void*>* FailOnce::live_ = nullptr;
+long FailOnce::failAt_ = -1;
+long FailOnce::calls_ = 0;
+
+TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
+    std::unique_ptr<AlarmEx> first = FullAlarm("1");
+    std::unique_ptr<AlarmEx> second = FullAlarm("0");
+    const std::list<AlarmEx*> alarms{first.get(), second.get()};
+    const std::string complete = Document(alarms);
+
+    FailOnce allocator;
+    FailOnce::Arm(-1);
+    cJSON_free(AlmJsonParser::GenRestDataJsonEx(alarms));
+    const long allocations = FailOnce::calls();
+    ASSERT_GT(allocations, 20);
+    ASSERT_LT(allocations, 2000);
+
+    std::set<std::string> seen;
+    for (long failAt = 0; failAt < allocations; ++failAt) {
+        SCOPED_TRACE(failAt);
+        testsupport::LogCapture log;
+        FailOnce::Arm(failAt);
+        char* text = AlmJsonParser::GenRestDataJsonEx(alarms);
+        if (text != nullptr) {
+            // Whatever was built is valid JSON, of the complete document's shape.
+            const std::string copy = text;
+            cJSON_free(text);
+            FailOnce::Arm(-1);
+            const JsonTree root = Parse(copy);
+            ASSERT_NE(nullptr, root) << copy;
+            EXPECT_LE(copy.size(), complete.size());
+        }
+        for (const testsupport::LogLine& line : log.lines()) {
+            seen.insert(line.text);
+        }
+        // The one path that has always kept its payload object alive.
+        const bool listFailed = log.contains("AlmJsonParser::GenPayloadNodeEx, pJsonpJsonAlarmList is NULL.");
+        if (listFailed) {
+            EXPECT_EQ(nullptr, text);
+        }
+        EXPECT_EQ(listFailed ? 1u : 0u, FailOnce::live());
+        FailOnce::ReleaseLeftovers();
+    }
+    for (const char* expected : {"AlmJsonParser::GenRestDataJsonEx, pJsonBusiness is null.",
+                                 "AlmJsonParser::GenRestDataJsonEx, pJsonPayload is null.",
+                                 "In AlmJsonParser::GenPayloadNodeEx, pJsonPayload is null!",
+                                 "AlmJsonParser::GenPayloadNodeEx, pJsonpJsonAlarmList is NULL.",
+                                 "In AlmJsonParser::GenAlarmEx, pAlarmJson is null!"}) {
+        EXPECT_EQ(1u, seen.count(expected)) << expected;
+    }
+}
+
+}  // namespace

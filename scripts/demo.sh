@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# The SDK's main job, end to end on this machine: an agent stand-in on
+# loopback, and a C service that raises, clears and checks alarms through the
+# library. Installs what is missing, builds, runs both, prints what the agent
+# received, and stops everything it started.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+build=build/demo
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF \
+  > /dev/null
+cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service > /dev/null
+
+work=$(mktemp -d /tmp/alarmsdk-demo.XXXXXX)
+sim_pid=""
+cleanup() {
+  if [ -n "$sim_pid" ] && kill -0 "$sim_pid" 2>/dev/null; then
+    kill -INT "$sim_pid" 2>/dev/null || true
+    wait "$sim_pid" 2>/dev/null || true
+  fi
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+# A loopback port nobody answers on, for the service's alarm-check resource.
+free_port() {
+  local port
+  for _ in $(seq 1 50); do
+    port=$((20000 + RANDOM % 20000))
+    if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
+      echo "$port"
+      return 0
+    fi
+  done
+  return 1
+}
+service_port=$(free_port)
+
+# The agent calls the service back once its first alarm has arrived.
+"$build/tools/nodeward-sim/nodeward-sim" --listen 127.0.0.1:0 --ready-file "$work/agent.endpoint" \
+  --jsonl "$work/received.jsonl" \
+  --callback 'orders=[{"alarmId":"300012","parameters":{"disk":"sda"}}]' > "$work/agent.out" 2>&1 &
+sim_pid=$!
+for _ in $(seq 1 100); do
+  [ -s "$work/agent.endpoint" ] && break
+  sleep 0.05
+done
+[ -s "$work/agent.endpoint" ] || { echo "the agent did not start"; cat "$work/agent.out"; exit 1; }
+agent=$(cat "$work/agent.endpoint")
+
+echo "== agent stand-in listening on $agent; service serving alarm checks on 127.0.0.1:$service_port"
+echo "== the service says:"
+APPID=demo-app APPNAME=orders-app NODEWARD_ENDPOINT="$agent" \
+  TRANSPORT_SDK_IP=127.0.0.1 TRANSPORT_SDK_PORT="$service_port" RUNLOG_FILE="$work/runlog.txt" \
+  "$build/examples/demo-service"
+
+kill -INT "$sim_pid"
+wait "$sim_pid" || true
+sim_pid=""
+echo "== the agent received:"
+cat "$work/agent.out"
+echo "== $(wc -l < "$work/received.jsonl") documents recorded as JSON Lines; the first one:"
+head -n 1 "$work/received.jsonl"

@@ -1,0 +1,277 @@
+// The agent's alarm checks: served over real HTTP by the transport SDK,
+// answered at once with the fixed document, handed to the right service's
+// callback on the library's own thread, in arrival order.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AlarmManagerEx.h"
+#include "Base64.h"
+#include "LogCapture.h"
+#include "PauseRecorder.h"
+#include "SdkTestSupport.h"
+#include "rest_client.h"
+
+namespace {
+
+const char kAnswer[] = "eyJyZXRDb2RlIjogIjAiLCJyZXREZXNjIjogInN1Y2Nlc3MifQ==";
+
+struct Delivered {
+    std::string who;
+    std::string text;
+    pthread_t thread;
+};
+
+// What the callbacks received; never destroyed, the callback thread outlives the test.
+std::mutex& DeliveredMutex() {
+    static std::mutex* m = new std::mutex();
+    return *m;
+}
+std::vector<Delivered>& DeliveredChecks() {
+    static auto* v = new std::vector<Delivered>();
+    return *v;
+}
+void Record(const char* who, char* text) {
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    DeliveredChecks().push_back(Delivered{who, text, pthread_self()});
+}
+void OrdersCallback(char* text) { Record("orders", text); }
+void BillingCallback(char* text) { Record("billing", text); }
+void TakeoverCallback(char* text) { Record("takeover", text); }
+std::size_t DeliveredCount() {
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    return DeliveredChecks().size();
+}
+
+std::string Encode(const std::string& plain) {
+    std::vector<char> out(4 * ((plain.size() + 2) / 3) + 1, '\0');
+    std::string copy = plain;
+    zeb_alm_base64_encode(&copy[0], static_cast<int>(copy.size()), out.data(), nullptr);
+    return std::string(out.data());
+}
+
+std::string CheckDocument(const std::string& service, const std::string& alarmsJson) {
+    return "{\"callBackInfo\":{\"serviceName\":\"" + service + "\"},\"callBackAlarms\":" + alarmsJson + "}";
+}
+
+struct Answer {
+    int result = -1;
+    int status = 0;
+    std::string body;
+    std::string contentType;
+};
+
+// Posts body to the service's alarm-check path through the REST client.
+Answer Post(int port, const std::string& path, const std::string& body) {
+    std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
+    stru_REST_REQUEST request{};
+    request.url = &url[0];
+    std::string copy = body;
+    request.body = copy.empty() ? nullptr : &copy[0];
+    request.bodyLen = copy.size();
+    stru_REST_RESPONSE* response = nullptr;
+    Answer answer;
+    answer.result = sendRequest(nullptr, REST_REQUEST_POST, &request, &response);
+    if (response != nullptr) {
+        answer.status = response->status;
+        if (response->body != nullptr) {
+            answer.body.assign(response->body, response->bodyLen);
+        }
+        const char* type = zeb_restHeadContentFind(response->header, "Content-Type");
+        answer.contentType = type != nullptr ? type : "";
+        freeRestResponse(&response);
+    }
+    return answer;
+}
+
+class AlarmCheck : public ::testing::Test {
+protected:
+    void SetUp() override {
+        port_ = testsupport::FreeLoopbackPort();
+        portText_ = std::to_string(port_);
+        sdkPort_ = std::make_unique<testsupport::ScopedEnv>("TRANSPORT_SDK_PORT", portText_.c_str());
+        ASSERT_EQ(0, ZEBInitAlarmSDK());
+    }
+    std::string OrdersPath() const { return "/orders/app-7/alarmCheck/callBack"; }
+
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    sdktest::SingletonEnv env_;
+    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
+    std::unique_ptr<testsupport::ScopedEnv> sdkPort_;
+    int port_ = 0;
+    std::string portText_;
+};
+
+TEST_F(AlarmCheck, AGoodCheckIsAnsweredAtOnceAndReachesTheCallbackCompactly) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    EXPECT_TRUE(log_.contains("RegResource success,iret=0, url=" + OrdersPath() + ", serviceName=orders", 2));
+
+    const std::vector<std::string> alarms = {"[ {\"alarmId\" : \"1\"} ]", "{\"a\": [1, 2], \"b\": null}",
+                                             "\"just text\""};
+    for (const std::string& a : alarms) {
+        Answer answer = Post(port_, OrdersPath(), Encode(CheckDocument("orders", a)));
+        ASSERT_EQ(0, answer.result);
+        EXPECT_EQ(200, answer.status);
+        EXPECT_EQ("text/plain", answer.contentType);
+        // 52 characters and the terminating zero, all of them on the wire.
+        ASSERT_EQ(53u, answer.body.size());
+        EXPECT_EQ(std::string(kAnswer, 52) + '\0', answer.body);
+    }
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 3; }, 10000));
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    const auto& got = DeliveredChecks();
+    EXPECT_EQ("[{\"alarmId\":\"1\"}]", got[0].text);
+    EXPECT_EQ("{\"a\":[1,2],\"b\":null}", got[1].text);
+    EXPECT_EQ("\"just text\"", got[2].text);
+    for (const auto& d : got) {
+        EXPECT_EQ("orders", d.who);
+        EXPECT_TRUE(pthread_equal(d.thread, AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
+    }
+}
+
+TEST_F(AlarmCheck, ChecksForSeveralManagersRunInArrivalOrder) {
+    AlarmManagerEx* billing = ZEBInitAlarmSDK4CoProcess("app-b", "billing", "10.0.0.1", "127.0.0.1");
+    ASSERT_NE(nullptr, billing);
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun4CoProcess(billing, &BillingCallback));
+    constexpr int kRounds = 20;
+    for (int i = 0; i < kRounds; ++i) {
+        bool toOrders = i % 3 != 0;
+        std::string path = toOrders ? OrdersPath() : "/billing/app-b/alarmCheck/callBack";
+        Answer answer = Post(port_, path, Encode(CheckDocument(toOrders ? "orders" : "billing", std::to_string(i))));
+        ASSERT_EQ(200, answer.status);
+    }
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == kRounds; }, 10000));
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    for (int i = 0; i < kRounds; ++i) {
+        EXPECT_EQ(std::to_string(i), DeliveredChecks()[i].text);
+        EXPECT_EQ(i % 3 != 0 ? "orders" : "billing", DeliveredChecks()[i].who);
+    }
+}
+
+TEST_F(AlarmCheck, UndecodableBodiesAreRefusedAndNeverQueued) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    const std::string good = Encode(CheckDocument("orders", "1"));
+    const std::vector<std::string> bad = {good.substr(0, good.size() - 1), "ab-d" + good, std::string("\0AAA", 4)};
+    for (const std::string& body : bad) {
+        Answer answer = Post(port_, OrdersPath(), body);
+        EXPECT_EQ(500, answer.status) << body;
+    }
+    EXPECT_EQ(2u, log_.count("decode request body error", 5));
+    EXPECT_TRUE(log_.contains("AlarmCheck response body is NULL", 5));
+    EXPECT_EQ(0u, AlarmManagerEx::pendingAlarmCheckCount());
+
+    // The handler's own checks, called as the transport calls it.
+    stru_REST_RESPONSE response{};
+    stru_REST_REQUEST request{};
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, nullptr));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, response is null!", 5));
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(nullptr, &response));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, request is null!", 5));
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, &response));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, request->body is null!", 5));
+    char empty[1] = {0};
+    request.body = empty;
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, &response));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.", 5));
+    EXPECT_EQ(-1, AlarmManagerEx::GenCallBackResponse(nullptr));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GenCallBackResponse, response is null!", 5));
+    EXPECT_EQ(0u, DeliveredCount());
+}
+
+TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredThenDroppedWithTheirReason) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    const std::string noAlarms = "{\"callBackInfo\":{\"serviceName\":\"orders\"}}";
+    const std::vector<std::string> documents = {
+        CheckDocument("nobody", "[]"), noAlarms, "this is not json", "{\"callBackAlarms\":[]}",
+        "{\"callBackInfo\":{\"serviceName\":7},\"callBackAlarms\":[]}", CheckDocument("orders", "\"last\"")};
+    for (const std::string& doc : documents) {
+        Answer answer = Post(port_, OrdersPath(), Encode(doc));
+        EXPECT_EQ(200, answer.status) << doc;
+        EXPECT_EQ(53u, answer.body.size());
+    }
+    // The last check is the only deliverable one; once it is in, the rest were handled.
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    EXPECT_EQ("\"last\"", DeliveredChecks()[0].text);
+    EXPECT_TRUE(log_.contains("There is no service nobody", 5));
+    EXPECT_EQ(3u, log_.count("Can not find the AlarmManager Instance point.", 5));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetAlarmCheckInfo, pJsonCheckInfo is null!", 5));
+    EXPECT_TRUE(log_.contains("Get empty call back info, callBackInfo is " + noAlarms, 5));
+    EXPECT_TRUE(log_.contains("The response body convert to json failed.", 5));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetCallBackInstance, pJsonCallBackInfo is null!", 5));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetCallBackInstance, pJsonServiceName is null!", 5));
+}
+
+TEST_F(AlarmCheck, RegistrationRules) {
+    // An empty name counts as success and registers nothing.
+    EXPECT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("", &OrdersCallback));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface szServiceName Is empty", 5));
+    EXPECT_EQ(nullptr, AlarmManagerEx::getInstance()->getAlarmCheckCallBack());
+    EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));
+
+    // A second manager registering the same name takes over its checks.
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    AlarmManagerEx* other = ZEBInitAlarmSDK4CoProcess("app-7", "orders", "10.0.0.1", "127.0.0.1");
+    ASSERT_NE(nullptr, other);
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun4CoProcess(other, &TakeoverCallback));
+    EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Start to init alarm check.", 2));
+    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "1"))).status);
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    EXPECT_EQ("takeover", DeliveredChecks()[0].who);
+}
+
+TEST(AlarmCheckRegistration, FiveFailedAttemptsReturnTheLastResultAndLeaveNoCallback) {
+    testsupport::PauseRecorder pauses;
+    testsupport::LogCapture log;
+    testsupport::ScopedEnv noIp("TRANSPORT_SDK_IP", nullptr);
+    testsupport::ScopedEnv noPort("TRANSPORT_SDK_PORT", nullptr);
+    AlarmManagerEx* manager = AlarmManagerEx::getInstance();
+    int result = manager->RegAlarmCheckInterface("orders", &OrdersCallback);
+    EXPECT_NE(0, result);
+    EXPECT_GE(pauses.count(1), 5u) << "one pause before each failure line";
+    EXPECT_EQ(5u, log.count("RegResource failed,iret=" + std::to_string(result) + ", url=/orders//alarmCheck/callBack",
+                            5, "../src/AlarmManagerEx"));
+    EXPECT_EQ(nullptr, manager->getAlarmCheckCallBack());
+    EXPECT_EQ("orders", manager->getServiceName());
+}
+
+TEST_F(AlarmCheck, AFloodFromSeveralClientsLosesNoQueuedCheck) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    constexpr int kClients = 4;
+    constexpr int kEach = 500;
+    std::atomic<int> answered{0};
+    std::vector<std::thread> clients;
+    for (int c = 0; c < kClients; ++c) {
+        clients.emplace_back([this, c, &answered] {
+            for (int i = 0; i < kEach; ++i) {
+                std::string doc = CheckDocument("orders", "\"" + std::to_string(c) + ":" + std::to_string(i) + "\"");
+                if (Post(port_, OrdersPath(), Encode(doc)).status == 200) {
+                    ++answered;
+                }
+            }
+        });
+    }
+    for (auto& t : clients) {
+        t.join();
+    }
+    EXPECT_EQ(kClients * kEach, answered.load());
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == kClients * kEach; }, 60000))
+        << DeliveredCount();
+    // Each client's checks arrive in the order it sent them.
+    std::vector<int> next(kClients, 0);
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    for (const auto& d : DeliveredChecks()) {
+        std::string text = d.text.substr(1, d.text.size() - 2);
+        int c = std::stoi(text.substr(0, text.find(':')));
+        EXPECT_EQ(next[c]++, std::stoi(text.substr(text.find(':') + 1)));
+    }
+}
+
+}  // namespace

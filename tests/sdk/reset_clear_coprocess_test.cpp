@@ -1,0 +1,139 @@
+// Reset-clear announcements and co-process managers, seen from the agent.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "AlarmManagerEx.h"
+#include "LogCapture.h"
+#include "PauseRecorder.h"
+#include "SdkTestSupport.h"
+
+using nodeward::ReceivedAlarm;
+
+namespace {
+
+const std::vector<std::string> kAnnouncementKeys = {"alarmId",     "appId",      "occurTime",   "serviceName",
+                                                    "serviceIp",   "servicePort", "serviceLabel"};
+
+class ResetClear : public ::testing::Test {
+protected:
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    sdktest::SingletonEnv env_;
+    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
+    testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
+};
+
+TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::processRsetAction", 2));
+    // Later calls store the new name and label but announce nothing.
+    EXPECT_EQ(0, ZEBRegisterInfo("orders2", "label2"));
+    EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
+    EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
+    ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
+
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent->acceptedAlarms();
+    ASSERT_EQ(2u, alarms.size());
+    const ReceivedAlarm& announcement = alarms[0];
+    EXPECT_EQ("0", announcement.alarmId);
+    EXPECT_EQ(kAnnouncementKeys, announcement.keys);
+    EXPECT_EQ("orders", announcement.serviceName);
+    EXPECT_EQ("127.0.0.1", announcement.serviceIp);
+    EXPECT_EQ(8123, announcement.servicePort);
+    EXPECT_EQ("app-7", announcement.appId);
+    EXPECT_NE(std::string::npos, announcement.json.find("\"serviceLabel\":\"orders-label\""));
+
+    const ReceivedAlarm& later = alarms[1];
+    EXPECT_EQ(1, later.rsetClear);
+    EXPECT_EQ("orders2", later.serviceName);
+    EXPECT_NE(std::string::npos, later.json.find("\"serviceLabel\":\"label2\""));
+}
+
+TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
+    EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 10000));
+    auto alarms = agent->acceptedAlarms();
+    ASSERT_EQ(1u, alarms.size());
+    EXPECT_EQ("1", alarms[0].alarmId);
+    EXPECT_EQ(1, alarms[0].rsetClear);
+}
+
+TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
+    ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent->acceptedAlarms();
+    EXPECT_EQ("0", alarms[0].alarmId);
+    EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
+        << alarms[1].json;
+}
+
+class CoProcess : public ::testing::Test {
+protected:
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    testsupport::ScopedEnv noSdkIp_{"TRANSPORT_SDK_IP", nullptr};
+};
+
+TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    AlarmManagerEx* first = ZEBInitAlarmSDK4CoProcess("app-a", "svc-a", "10.1.0.1", "10.1.0.5");
+    AlarmManagerEx* second = ZEBInitAlarmSDK4CoProcess("app-b", "svc-b", "10.2.0.1", "10.2.0.5");
+    ASSERT_NE(nullptr, first);
+    ASSERT_NE(nullptr, second);
+    ASSERT_NE(first, second);
+    EXPECT_EQ(0, ZEBRegisterInfo4CoProcess(first, "label-a"));
+    constexpr int kEach = 60;
+    for (int i = 0; i < kEach; ++i) {
+        for (AlarmManagerEx* handle : {first, second}) {
+            ASSERT_EQ(0, sdktest::SendCAlarm([handle](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(handle, a); },
+                                             "77", ZEB_ALARM_GENERATE, {{"seq", std::to_string(i)}}));
+        }
+    }
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(2 * kEach + 1, 20000));
+    int fromA = 0, fromB = 0, nextA = 0, nextB = 0;
+    for (const auto& request : agent->requests()) {
+        ASSERT_FALSE(request.alarms.empty());
+        const std::string app = request.alarms.front().appId;
+        for (const ReceivedAlarm& a : request.alarms) {
+            ASSERT_EQ(app, a.appId) << "one batch mixes two co-processes";
+            if (a.alarmId == "0") {
+                EXPECT_EQ("app-a", a.appId);
+                continue;
+            }
+            if (app == "app-a") {
+                EXPECT_EQ("svc-a", a.serviceName);
+                EXPECT_EQ("10.1.0.5", a.serviceIp);
+                EXPECT_EQ(1, a.rsetClear);
+                EXPECT_EQ(std::to_string(nextA++), sdktest::Param(a, "seq"));
+                ++fromA;
+            } else {
+                EXPECT_EQ("app-b", app);
+                EXPECT_EQ("svc-b", a.serviceName);
+                EXPECT_EQ(0, a.rsetClear);
+                EXPECT_EQ(std::to_string(nextB++), sdktest::Param(a, "seq"));
+                ++fromB;
+            }
+        }
+    }
+    EXPECT_EQ(kEach, fromA);
+    EXPECT_EQ(kEach, fromB);
+}
+
+}  // namespace

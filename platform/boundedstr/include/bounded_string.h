@@ -41,7 +41,8 @@ int sprintf_s(char* dest, size_t destMax, const char* format, ...)
 #endif
     ;
 
-/* count > destMax fails (dest zeroed up to destMax); NULL pointers fail. */
+/* count > destMax fails (dest zeroed up to destMax); NULL dest fails; NULL src
+ * fails and zeroes dest. Overlapping regions are copied as memmove does. */
 int memcpy_s(void* dest, size_t destMax, const void* src, size_t count);
 
 /* count > destMax fails but still sets destMax bytes; NULL dest fails. */

@@ -4,8 +4,12 @@
  * With RUNLOG_FILE set, every level is appended to that file as
  *   "<time> <level> <sourceFile>:<line> <text>"
  * Without it, messages of level RUNLOG_LEVEL_ERROR and above go to stderr in the
- * same form and lower levels are dropped.
- * Safe to call from several threads at once; a line is never interleaved.
+ * same form and lower levels are dropped, as they are when RUNLOG_FILE cannot
+ * be opened. <time> is UTC with milliseconds ("2026-01-02T03:04:05.678Z").
+ * Texts are cut at 8 KiB (never inside a UTF-8 character), and line breaks in
+ * them are written as spaces.
+ * Safe to call from several threads at once; each line is one write() to a
+ * file opened with O_APPEND, so lines of threads and processes never mix.
  */
 #ifndef RUNLOG_H
 #define RUNLOG_H
@@ -28,8 +32,9 @@ extern "C" {
 void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) RUNLOG_PRINTF_LIKE;
 
 /* Test hook: every message, of every level, is also handed to fn (with the
- * formatted text, no line break) before it is written. fn runs on the logging
- * thread and must not log. NULL removes the hook. */
+ * formatted text as is) before it is written. fn runs on the logging thread
+ * under the run-log's lock and must not log. NULL removes the hook; once
+ * Runlog_SetCapture returns, the old fn is not called any more. */
 typedef void (*Runlog_CaptureFn)(void* context, int level, const char* sourceFile, int line, const char* text);
 void Runlog_SetCapture(Runlog_CaptureFn fn, void* context);
 

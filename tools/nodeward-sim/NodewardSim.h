@@ -33,6 +33,12 @@ struct SimOptions {
     int delayMs = 0;                          // wait this long before each answer
     std::string jsonlPath;                    // when set, each decoded document is appended here as one line
     bool printAlarms = false;                 // print one readable line per alarm to stdout
+    // Added beyond the first draft:
+    std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
+    // Call SERVICE back once with JSON (callBackAlarms) after its first alarm arrives.
+    // The check runs on a worker thread of the sim; its result line goes to stdout
+    // when printAlarms is set.
+    std::vector<std::pair<std::string, std::string>> callBackOnFirstAlarm;
 };
 
 // One alarm as it arrived, taken from a decoded document.
@@ -49,14 +55,27 @@ struct ReceivedAlarm {
     std::vector<std::pair<std::string, std::string>> parameters;  // in document order
     std::vector<std::string> keys;                                // the alarm object's keys, in order
     std::string json;                                             // the alarm object, compact
+    // Added beyond the first draft:
+    std::string serviceLabel;                 // current documents
+    std::string alarmName;                    // legacy: the bilingual "alarmName"
+    std::string location;                     // legacy: "location"
+    std::string appendInfo;                   // legacy: "appendInfo"
+    std::vector<std::string> clearAlarmIds;   // legacy announcement: ids of "restClearAlarmList"
 };
+// Legacy alarm objects carry no "alarmType"/"parameters"/"servicePort": alarmType
+// is taken from "genClearAlarmType" in the current wire form (0 -> 1 generate,
+// 1 -> 2 clear, others 0), occurTime from "occurTime" (announcement) or else
+// "alarmGenTime" / "alarmClearTime" (clear), servicePort stays -1, parameters
+// stay empty (their text is in location/appendInfo).
 
-// One POST to /om/v1/request.
+// One POST to /om/v1/request. Recorded when it is answered (after delayMs).
+// A body over maxBodyBytes is recorded with an empty body and accepted=false.
 struct ReceivedRequest {
     std::string body;        // raw body as posted
     std::string json;        // decoded document ("" when it did not decode)
     bool legacy = false;     // the document had "service"
-    bool accepted = false;   // answered with success
+    bool accepted = false;   // answered with a success document (whatever options.status is:
+                             // the services decide by the document, not the status)
     std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
 };
 
@@ -95,6 +114,12 @@ public:
     // unreachable) and stores the raw answer body in *answer when given.
     int callBack(const std::string& serviceName, const std::string& callBackAlarmsJson, std::string* answer);
 
+    // Added beyond the first draft:
+    // The same check sent to an explicit address; nothing learnt is used.
+    // Returns the HTTP status or -1 (invalid JSON, unreachable).
+    int callBackTo(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
+                   const std::string& callBackAlarmsJson, std::string* answer);
+
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
@@ -105,6 +130,12 @@ bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, st
 
 // One readable line for an alarm, as the program prints it.
 std::string FormatAlarmLine(const ReceivedAlarm& alarm);
+
+// Added beyond the first draft: the alarm-check POST itself (libcurl, 2 s to
+// connect, 5 s in all). Returns the HTTP status and the raw answer body, or -1
+// with *error set (invalid JSON, connection failure, timeout).
+int PostAlarmCheck(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
+                   const std::string& callBackAlarmsJson, std::string* answer, std::string* error);
 
 }  // namespace nodeward
 

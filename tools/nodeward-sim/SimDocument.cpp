@@ -1,0 +1,247 @@
+#include "SimDocument.h"
+
+#include <cjson/cJSON.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "Base64.h"
+
+namespace nodeward {
+
+namespace {
+
+struct JsonDeleter {
+    void operator()(cJSON* item) const { cJSON_Delete(item); }
+};
+using JsonPtr = std::unique_ptr<cJSON, JsonDeleter>;
+
+std::string PrintCompact(const cJSON* item) {
+    char* text = cJSON_PrintUnformatted(item);
+    if (text == nullptr) {
+        return std::string();
+    }
+    std::string out(text);
+    cJSON_free(text);
+    return out;
+}
+
+bool IsAlphabet(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
+
+const cJSON* Member(const cJSON* object, const char* key) {
+    return cJSON_GetObjectItemCaseSensitive(object, key);
+}
+
+// Numbers arrive as doubles; anything else (or out of range) leaves *out alone.
+bool NumberOf(const cJSON* item, int64_t* out) {
+    if (!cJSON_IsNumber(item) || !std::isfinite(item->valuedouble) || std::fabs(item->valuedouble) > 9.2e18) {
+        return false;
+    }
+    *out = static_cast<int64_t>(item->valuedouble);
+    return true;
+}
+
+// Strings as they are; numbers as the integer people would expect to read.
+std::string TextOf(const cJSON* item) {
+    if (cJSON_IsString(item)) {
+        return item->valuestring;
+    }
+    int64_t number = 0;
+    if (NumberOf(item, &number)) {
+        return std::to_string(number);
+    }
+    return std::string();
+}
+
+void ReadNumber(const cJSON* object, const char* key, int64_t* out) {
+    NumberOf(Member(object, key), out);
+}
+
+ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
+    ReceivedAlarm alarm;
+    alarm.legacy = legacy;
+    alarm.json = PrintCompact(object);
+    for (const cJSON* item = object->child; item != nullptr; item = item->next) {
+        alarm.keys.push_back(item->string != nullptr ? item->string : "");
+    }
+    alarm.alarmId = TextOf(Member(object, "alarmId"));
+    alarm.appId = TextOf(Member(object, "appId"));
+    alarm.serviceName = TextOf(Member(object, "serviceName"));
+    alarm.serviceIp = TextOf(Member(object, "serviceIp"));
+    ReadNumber(object, "rsetClear", &alarm.rsetClear);
+    ReadNumber(object, "occurTime", &alarm.occurTime);
+    if (!legacy) {
+        ReadNumber(object, "alarmType", &alarm.alarmType);
+        ReadNumber(object, "servicePort", &alarm.servicePort);
+        alarm.serviceLabel = TextOf(Member(object, "serviceLabel"));
+        const cJSON* parameters = Member(object, "parameters");
+        if (cJSON_IsArray(parameters)) {
+            for (const cJSON* p = parameters->child; p != nullptr; p = p->next) {
+                alarm.parameters.emplace_back(TextOf(Member(p, "paramName")), TextOf(Member(p, "paramValue")));
+            }
+        }
+        return alarm;
+    }
+    alarm.alarmName = TextOf(Member(object, "alarmName"));
+    alarm.location = TextOf(Member(object, "location"));
+    alarm.appendInfo = TextOf(Member(object, "appendInfo"));
+    int64_t genClear = -1;
+    if (NumberOf(Member(object, "genClearAlarmType"), &genClear)) {
+        alarm.alarmType = genClear == 0 ? 1 : (genClear == 1 ? 2 : 0);
+        if (Member(object, "occurTime") == nullptr) {
+            ReadNumber(object, genClear == 1 ? "alarmClearTime" : "alarmGenTime", &alarm.occurTime);
+        }
+    }
+    const cJSON* clearList = Member(object, "restClearAlarmList");
+    if (cJSON_IsArray(clearList)) {
+        for (const cJSON* entry = clearList->child; entry != nullptr; entry = entry->next) {
+            alarm.clearAlarmIds.push_back(TextOf(Member(entry, "alarmId")));
+        }
+    }
+    return alarm;
+}
+
+std::string EncodeJson(cJSON* root) {
+    JsonPtr owner(root);
+    return EncodeBase64(PrintCompact(root));
+}
+
+}  // namespace
+
+std::string EncodeBase64(const std::string& plain) {
+    std::vector<char> in(plain.begin(), plain.end());
+    in.push_back('\0');
+    std::vector<char> out((plain.size() + 2) / 3 * 4 + 1, '\0');
+    unsigned int written = 0;
+    zeb_alm_base64_encode(in.data(), static_cast<int>(plain.size()), out.data(), &written);
+    return std::string(out.data(), written);
+}
+
+bool DecodeBase64(const std::string& text, std::string* plain) {
+    // The decoder runs to the first zero byte and needs the terminator.
+    std::vector<char> in(text.begin(), text.end());
+    in.push_back('\0');
+    std::vector<char> out(text.size() + 1, '\0');
+    int written = 0;
+    if (zeb_alm_base64_decode(in.data(), static_cast<int>(text.size()), out.data(), &written) != 0) {
+        return false;
+    }
+    plain->assign(out.data(), static_cast<std::size_t>(written));
+    return true;
+}
+
+bool CheckStrictBase64(const std::string& text, std::string* reason) {
+    if (text.empty()) {
+        *reason = "body is empty";
+        return false;
+    }
+    if (text.size() % 4 != 0) {
+        *reason = "body length " + std::to_string(text.size()) + " is not a multiple of 4";
+        return false;
+    }
+    const std::size_t n = text.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (IsAlphabet(c)) {
+            continue;
+        }
+        if (c == '=') {
+            const bool last = i == n - 1;
+            const bool secondLast = i == n - 2 && text[n - 1] == '=';
+            if (last || secondLast) {
+                continue;
+            }
+            *reason = "padding '=' before the end at offset " + std::to_string(i);
+            return false;
+        }
+        char code[8];
+        std::snprintf(code, sizeof(code), "0x%02x", c);
+        *reason = std::string("byte ") + code + " at offset " + std::to_string(i) + " is not base64";
+        return false;
+    }
+    return true;
+}
+
+PushDocument ReadPushBody(const std::string& body) {
+    PushDocument doc;
+    if (!CheckStrictBase64(body, &doc.reason)) {
+        return doc;
+    }
+    std::string decoded;
+    if (!DecodeBase64(body, &decoded)) {
+        doc.reason = "base64 decoding failed";
+        return doc;
+    }
+    doc.decoded = decoded;
+    if (std::memchr(decoded.data(), '\0', decoded.size()) != nullptr) {
+        doc.reason = "decoded text holds a zero byte";
+        return doc;
+    }
+    // Trailing text after the document is refused: it would hide a sender bug.
+    JsonPtr root(cJSON_ParseWithOpts(decoded.c_str(), nullptr, 1));
+    if (!root) {
+        doc.reason = "decoded text is not JSON";
+        return doc;
+    }
+    if (!cJSON_IsObject(root.get())) {
+        doc.reason = "document is not a JSON object";
+        return doc;
+    }
+    doc.compact = PrintCompact(root.get());
+    const bool current = Member(root.get(), "Receiver") != nullptr;
+    doc.legacy = !current && Member(root.get(), "service") != nullptr;
+    if (!current && !doc.legacy) {
+        doc.reason = "document has neither \"Receiver\" nor \"service\"";
+        return doc;
+    }
+    const cJSON* alarmList = Member(Member(root.get(), "payload"), "alarmList");
+    if (!cJSON_IsArray(alarmList)) {
+        doc.reason = "document has no \"payload\".\"alarmList\" array";
+        return doc;
+    }
+    for (const cJSON* item = alarmList->child; item != nullptr; item = item->next) {
+        if (!cJSON_IsObject(item)) {
+            doc.alarms.clear();
+            doc.reason = "\"alarmList\" holds something other than an object";
+            return doc;
+        }
+        doc.alarms.push_back(ReadAlarm(item, doc.legacy));
+    }
+    doc.ok = true;
+    return doc;
+}
+
+std::string SuccessAnswer(bool legacy) {
+    cJSON* root = cJSON_CreateObject();
+    if (legacy) {
+        cJSON_AddStringToObject(root, "returncode", "OK");
+    } else {
+        cJSON_AddNumberToObject(root, "retCode", 0);
+    }
+    return EncodeJson(root);
+}
+
+std::string FailureAnswer(bool legacy) {
+    cJSON* root = cJSON_CreateObject();
+    if (legacy) {
+        cJSON_AddStringToObject(root, "returncode", "Failed");
+    } else {
+        cJSON_AddNumberToObject(root, "retCode", 1);
+    }
+    return EncodeJson(root);
+}
+
+std::string RefusalAnswer(const std::string& reason) {
+    cJSON* root = cJSON_CreateObject();
+    cJSON_AddNumberToObject(root, "retCode", 1);
+    cJSON_AddStringToObject(root, "retDesc", reason.c_str());
+    return EncodeJson(root);
+}
+
+}  // namespace nodeward

@@ -1,0 +1,42 @@
+// Internal to the sim: the wire side of a push request (strict base64, the two
+// document generations, the answers) kept apart from the HTTP server.
+#ifndef NODEWARD_SIM_DOCUMENT_H
+#define NODEWARD_SIM_DOCUMENT_H
+
+#include <string>
+#include <vector>
+
+#include "NodewardSim.h"
+
+namespace nodeward {
+
+// Base64 through the library's codec. Encode never fails; Decode is the
+// library's lenient decoder (whitespace skipped) and false when it refuses.
+std::string EncodeBase64(const std::string& plain);
+bool DecodeBase64(const std::string& text, std::string* plain);
+
+// The agent's own reading of a body: standard alphabet only, length a multiple
+// of 4, '=' only as the last one or two characters, no whitespace. The
+// library's decoder is more forgiving, so this check catches what it would let
+// through. false with a reason for people.
+bool CheckStrictBase64(const std::string& text, std::string* reason);
+
+struct PushDocument {
+    bool ok = false;           // decoded, parsed and of a known generation
+    std::string reason;        // why not, when !ok
+    std::string decoded;       // the decoded text ("" when base64 failed)
+    std::string compact;       // the document printed compactly, when it parsed
+    bool legacy = false;
+    std::vector<ReceivedAlarm> alarms;
+};
+
+PushDocument ReadPushBody(const std::string& body);
+
+// Answer documents, already base64-encoded.
+std::string SuccessAnswer(bool legacy);
+std::string FailureAnswer(bool legacy);
+std::string RefusalAnswer(const std::string& reason);
+
+}  // namespace nodeward
+
+#endif

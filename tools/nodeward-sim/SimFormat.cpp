@@ -1,0 +1,131 @@
+// Text helpers shared by the server and the program: endpoints and the
+// readable alarm lines.
+#include <sys/un.h>
+
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "NodewardSim.h"
+
+namespace nodeward {
+
+namespace {
+
+std::string FormatTime(int64_t ms) {
+    if (ms < 0) {
+        return std::to_string(ms);
+    }
+    const std::time_t seconds = static_cast<std::time_t>(ms / 1000);
+    std::tm utc{};
+    if (gmtime_r(&seconds, &utc) == nullptr) {
+        return std::to_string(ms);
+    }
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                  utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(ms % 1000));
+    return text;
+}
+
+std::string Kind(int64_t alarmType) {
+    if (alarmType == 1) {
+        return "generate";
+    }
+    if (alarmType == 2) {
+        return "clear";
+    }
+    return "type=" + std::to_string(alarmType);
+}
+
+std::string From(const ReceivedAlarm& alarm) {
+    if (alarm.servicePort < 0) {
+        return alarm.serviceIp;
+    }
+    return alarm.serviceIp + ":" + std::to_string(alarm.servicePort);
+}
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+
+}  // namespace
+
+std::string FormatAlarmLine(const ReceivedAlarm& alarm) {
+    const std::string prefix = alarm.legacy ? "legacy " : "";
+    const std::string rest = " app=" + alarm.appId + " time=" + FormatTime(alarm.occurTime);
+    if (alarm.alarmId == "0") {
+        // A restarted instance announcing itself so its stale alarms get cleared.
+        std::string line = prefix + "announce service=" + alarm.serviceName;
+        if (!alarm.legacy) {
+            line += " label=" + alarm.serviceLabel;
+        }
+        line += rest;
+        if (!alarm.serviceIp.empty() || alarm.servicePort >= 0) {
+            line += " from=" + From(alarm);
+        }
+        if (alarm.legacy) {
+            std::string ids;
+            for (const auto& id : alarm.clearAlarmIds) {
+                ids += (ids.empty() ? "" : ",") + id;
+            }
+            line += " clears=" + ids;
+        }
+        return line;
+    }
+    std::string line =
+        prefix + "alarm " + alarm.alarmId + " " + Kind(alarm.alarmType) + " service=" + alarm.serviceName + rest;
+    if (!alarm.serviceIp.empty() || alarm.servicePort >= 0) {
+        line += " from=" + From(alarm);
+    }
+    if (alarm.legacy) {
+        line += " name=" + Quoted(alarm.alarmName) + " location=" + Quoted(alarm.location) +
+                " append=" + Quoted(alarm.appendInfo);
+        return line;
+    }
+    if (!alarm.parameters.empty()) {
+        line += " params:";
+        for (const auto& [name, value] : alarm.parameters) {
+            line += " " + name + "=" + value;
+        }
+    }
+    return line;
+}
+
+bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath) {
+    static const std::string kUnix = "unix:";
+    if (endpoint.compare(0, kUnix.size(), kUnix) == 0) {
+        const std::string path = endpoint.substr(kUnix.size());
+        if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
+            return false;
+        }
+        *host = "";
+        *port = 0;
+        *unixPath = path;
+        return true;
+    }
+    const std::size_t colon = endpoint.rfind(':');
+    if (colon == std::string::npos || colon == 0 || colon + 1 == endpoint.size()) {
+        return false;
+    }
+    std::string name = endpoint.substr(0, colon);
+    const std::string digits = endpoint.substr(colon + 1);
+    if (name.front() == '[') {
+        if (name.size() < 3 || name.back() != ']') {
+            return false;
+        }
+        name = name.substr(1, name.size() - 2);
+    } else if (name.find(':') != std::string::npos) {
+        return false;  // a bare IPv6 address is ambiguous: it needs brackets
+    }
+    if (digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos) {
+        return false;
+    }
+    const int value = std::stoi(digits);
+    if (value > 65535) {
+        return false;
+    }
+    *host = name;
+    *port = value;
+    *unixPath = "";
+    return true;
+}
+
+}  // namespace nodeward

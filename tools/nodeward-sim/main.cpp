@@ -1,1 +1,3 @@
-int main(void) { return 0; }
+#include "SimProgram.h"
+
+int main(int argc, char** argv) { return nodeward::RunProgram(argc, argv); }

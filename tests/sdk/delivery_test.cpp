@@ -33,12 +33,15 @@ protected:
 TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocuments) {
     auto agent = sdktest::StartAgent();
     ASSERT_TRUE(agent);
-    // Queued before the send thread exists, so the first batch is a full one.
+    // Park the send thread in its idle pause while the alarms are queued.
+    pauses_.hold();
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     for (int i = 0; i < 120; ++i) {
         ASSERT_EQ(0, sdktest::SendCAlarm([](_ZEBAlarm* a) { return ZEBSendAlarm(a); }, "300012", i % 2,
                                          {{"seq", std::to_string(i)}, {"zeta", "z"}, {"alpha", "a"}, {"Mid", "m"}}));
     }
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    pauses_.release();
     ASSERT_TRUE(agent->waitForAcceptedAlarms(120, 20000));
 
     auto requests = agent->requests();
@@ -66,8 +69,9 @@ TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocume
     }
     EXPECT_TRUE(requests[0].json.find("\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[") == 1)
         << requests[0].json;
-    EXPECT_NE(std::string::npos, requests[0].json.find("],\"Receiver\":\"SendAlarm\"}"));
-    EXPECT_EQ(3u, log_.count("send alarms success!", 5, "../src/AlarmManagerEx"));
+    EXPECT_NE(std::string::npos, requests[0].json.find("]},\"Receiver\":\"SendAlarm\"}"));
+    EXPECT_TRUE(testsupport::WaitUntil(
+        [this] { return log_.count("send alarms success!", 5, "../src/AlarmManagerEx") == 3; }, 5000));
 }
 
 TEST_F(Delivery, ManagerIdentityReplacesTheCallersServiceNameAndKeepsACallerTime) {
@@ -102,10 +106,13 @@ TEST_P(DeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
     options.failMode = GetParam();
     auto agent = sdktest::StartAgent(options);
     ASSERT_TRUE(agent);
+    pauses_.hold();
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     for (int i = 0; i < 5; ++i) {
         ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
     }
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    pauses_.release();
     ASSERT_TRUE(agent->waitForAcceptedAlarms(5, 20000));
 
     auto requests = agent->requests();
@@ -130,8 +137,8 @@ TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
     options.status = 500;
     auto agent = sdktest::StartAgent(options);
     ASSERT_TRUE(agent);
-    ASSERT_EQ(0, sdktest::SendSingleton("9", "0"));
     ASSERT_EQ(0, ZEBInitAlarmSDK());
+    ASSERT_EQ(0, sdktest::SendSingleton("9", "0"));
     ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 10000));
     ASSERT_TRUE(log_.waitFor("send alarms success!", 5000));
     EXPECT_EQ(1u, agent->requests().size());

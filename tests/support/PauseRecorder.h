@@ -26,7 +26,10 @@ public:
         }
         previous_ = alarmsdk::SetPauseFunction(&PauseRecorder::Record);
     }
-    ~PauseRecorder() { alarmsdk::SetPauseFunction(previous_); }
+    ~PauseRecorder() {
+        release();
+        alarmsdk::SetPauseFunction(previous_);
+    }
     PauseRecorder(const PauseRecorder&) = delete;
     PauseRecorder& operator=(const PauseRecorder&) = delete;
 
@@ -39,6 +42,11 @@ public:
         }
         return n;
     }
+    // While held, every pause lasts until release() (at most 30 s), so a test
+    // can park a library thread in its idle pause.
+    void hold() { held_.store(true); }
+    void release() { held_.store(false); }
+
     std::vector<unsigned int> all() const {
         std::lock_guard<std::mutex> lock(mutex());
         return history();
@@ -51,6 +59,9 @@ private:
             history().push_back(seconds);
         }
         std::this_thread::sleep_for(std::chrono::microseconds(microsPerSecond_.load() * seconds));
+        for (int waited = 0; held_.load() && waited < 30000; ++waited) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
     // Never destroyed: library threads may still pause while the process exits.
     static std::mutex& mutex() {
@@ -62,6 +73,7 @@ private:
         return *h;
     }
     static inline std::atomic<long> microsPerSecond_{2000};
+    static inline std::atomic<bool> held_{false};
     alarmsdk::PauseFunction previous_ = nullptr;
 };
 

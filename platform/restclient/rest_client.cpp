@@ -209,8 +209,8 @@ struct SlistGuard {
     }
 };
 
-// Builds the request header lines: the caller's list exactly, and blanks for
-// the headers libcurl would otherwise add on its own.
+// Builds the request header lines: the caller's list in order (framing headers
+// excepted), and blanks for the headers libcurl would otherwise add on its own.
 int buildHeaders(const zeb_restHeadList* headers, SlistGuard* out) {
     bool haveContentType = false;
     const size_t count = zeb_restHeadContentCount(headers);
@@ -222,6 +222,10 @@ int buildHeaders(const zeb_restHeadList* headers, SlistGuard* out) {
         }
         if (!validHeaderName(name) || hasLineBreak(value)) {
             return -1;
+        }
+        if (strcasecmp(name, "Content-Length") == 0 || strcasecmp(name, "Transfer-Encoding") == 0) {
+            // libcurl frames the body from bodyLen; a caller's copy could only disagree.
+            continue;
         }
         if (strcasecmp(name, "Content-Type") == 0) {
             haveContentType = true;

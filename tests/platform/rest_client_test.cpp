@@ -244,6 +244,7 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactly) {
     Request req(std::string(kAgentUrl) + "?q=1", std::string("a\0b\0", 4));
     zeb_restHeadContentAdd(req.rec.header, "X-Custom", "v1");
     zeb_restHeadContentAdd(req.rec.header, "X-Empty", "");
+    zeb_restHeadContentAdd(req.rec.header, "Content-Length", "999");  // framing follows bodyLen
     char cookie[] = "k=v";
     req.rec.cookie = cookie;
     stru_REST_RESPONSE* response = Send(req);

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,12 +28,19 @@ struct Seen {
     size_t bodyLen = 0;
     bool terminated = false;
 };
+std::mutex g_seenMutex;
 Seen g_seen;
+
+Seen LastSeen() {
+    std::lock_guard<std::mutex> lock(g_seenMutex);
+    return g_seen;
+}
 
 // Echoes the body back with a counted trailing zero byte and a Content-Type.
 int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
+    std::lock_guard<std::mutex> lock(g_seenMutex);
     g_seen = {req->url, std::string(req->body, req->bodyLen), custom ? custom : "", req->ip ? req->ip : "",
               req->bodyLen, true};
     if (rsp->status != 0 || rsp->body != nullptr || zeb_restHeadContentCount(rsp->header) != 0) {
@@ -179,16 +187,17 @@ TEST_F(TransportSdk, RoundTripKeepsBytesHeadersAndStatus) {
     std::string answer, type;
     const std::string body("a\0b=c", 5);
     EXPECT_EQ(200, Call("/echo?x=1&y=%2F", body, REST_REQUEST_POST, &answer, &type));
-    EXPECT_EQ("/echo?x=1&y=%2F", g_seen.url);
-    EXPECT_EQ(body, g_seen.body);
-    EXPECT_EQ(5u, g_seen.bodyLen);
-    EXPECT_EQ("c1", g_seen.custom);
-    EXPECT_EQ("127.0.0.1", g_seen.ip);
+    Seen seen = LastSeen();
+    EXPECT_EQ("/echo?x=1&y=%2F", seen.url);
+    EXPECT_EQ(body, seen.body);
+    EXPECT_EQ(5u, seen.bodyLen);
+    EXPECT_EQ("c1", seen.custom);
+    EXPECT_EQ("127.0.0.1", seen.ip);
     EXPECT_EQ(body + std::string(1, '\0'), answer);  // bodyLen as counted, trailing zero included
     EXPECT_EQ("text/plain", type);
 
     EXPECT_EQ(200, Call("/echo", "", REST_REQUEST_PUT, &answer));
-    EXPECT_EQ(0u, g_seen.bodyLen);
+    EXPECT_EQ(0u, LastSeen().bodyLen);
     EXPECT_EQ(std::string(1, '\0'), answer);
 
     EXPECT_EQ(500, Call("/fails", "x", REST_REQUEST_POST, &answer));
@@ -211,10 +220,13 @@ TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
 
     const std::string limit(TRANSPORT_SDK_MAX_BODY, 'z');
     EXPECT_EQ(200, Call("/post", limit));
-    EXPECT_EQ(TRANSPORT_SDK_MAX_BODY, g_seen.bodyLen);
-    g_seen = {};
+    EXPECT_EQ(TRANSPORT_SDK_MAX_BODY, LastSeen().bodyLen);
+    {
+        std::lock_guard<std::mutex> lock(g_seenMutex);
+        g_seen = {};
+    }
     EXPECT_EQ(413, Call("/post", limit + "z"));
-    EXPECT_EQ(0u, g_seen.bodyLen);  // the handler never ran
+    EXPECT_EQ(0u, LastSeen().bodyLen);  // the handler never ran
     EXPECT_EQ(200, Call("/post", "after"));  // the refused upload left no debris on the connection
 
     // Chunked upload: no length announced, the limit is found while reading.

@@ -16,8 +16,10 @@ extern "C" {
 
 /* The name under which a URL reaches the local agent: a request to
  * "http://" REST_LOCAL_ENDPOINT "/path" goes to the endpoint in the environment
- * variable NODEWARD_ENDPOINT ("HOST:PORT", or "unix:PATH" for a unix-domain
- * socket; default 127.0.0.1:7888). Any other authority is used as it stands. */
+ * variable NODEWARD_ENDPOINT, read on every call ("HOST:PORT", "[IPv6]:PORT",
+ * or "unix:PATH" for a unix-domain socket; default 127.0.0.1:7888). Any other
+ * authority is used as it stands. The URL itself is never rewritten, so the
+ * Host header keeps the URL's authority. Proxy settings are ignored. */
 #define REST_LOCAL_ENDPOINT "nodeward.local"
 #define REST_DEFAULT_AGENT_ENDPOINT "127.0.0.1:7888"
 
@@ -41,7 +43,9 @@ typedef struct stru_REST_REQUEST {
 
 typedef struct stru_REST_RESPONSE {
     int status;               /* HTTP status */
-    char* body;               /* bodyLen bytes followed by a zero byte; may be NULL when empty */
+    char* body;               /* bodyLen bytes followed by a zero byte; from sendRequest always
+                                 allocated, "" when empty (a server handler's record: NULL
+                                 until it sets a body) */
     size_t bodyLen;
     zeb_restHeadList* header; /* response headers */
 } stru_REST_RESPONSE;
@@ -61,10 +65,19 @@ const char* zeb_restHeadContentFind(const zeb_restHeadList* list, const char* na
 
 /* Performs one request and waits for the answer, with bounded connect and
  * transfer times. endpoint: NULL or "" for NODEWARD_ENDPOINT, otherwise an
- * endpoint in the same form that overrides it for this call.
+ * endpoint in the same form that overrides it for this call (also for a URL
+ * with another authority: it decides where to connect).
+ * requestType: REST_REQUEST_xxx; POST and PUT send bodyLen bytes of body (NULL
+ * allowed when bodyLen is 0), DELETE only when bodyLen > 0, GET never.
+ * Headers go out in the list's order, plus Cookie when cookie is non-empty;
+ * Content-Length and Transfer-Encoding from the list are replaced by framing
+ * computed from bodyLen. No "Expect" and no default Content-Type are added.
  * Returns 0 and stores a new response (any HTTP status) in *response; returns
- * non-zero on connection failure, timeout or a broken answer, with *response
- * left NULL. Connections are kept alive between calls from the same thread. */
+ * non-zero on connection failure, timeout, a broken answer or an answer body
+ * above 16 MiB, with *response set to NULL: -1 for invalid arguments, URL or
+ * endpoint, -2 for lack of memory, otherwise libcurl's error code.
+ * Connections are kept alive between calls from the same thread; safe to call
+ * from several threads at once. */
 int sendRequest(const char* endpoint, int requestType, stru_REST_REQUEST* request, stru_REST_RESPONSE** response);
 
 /* Releases *response and everything it holds, and sets *response to NULL. */

@@ -6,6 +6,8 @@
  *   TRANSPORT_SDK_IP/PORT    where this service serves alarm checks
  *   DEMO_WAIT_SECONDS        how long to wait for an alarm check (default 10)
  */
+#define _POSIX_C_SOURCE 200809L /* nanosleep in strict C99 */
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

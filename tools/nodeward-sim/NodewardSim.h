@@ -33,7 +33,6 @@ struct SimOptions {
     int delayMs = 0;                          // wait this long before each answer
     std::string jsonlPath;                    // when set, each decoded document is appended here as one line
     bool printAlarms = false;                 // print one readable line per alarm to stdout
-    // Added beyond the first draft:
     std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
     // Call SERVICE back once with JSON (callBackAlarms) after its first alarm arrives.
     // The check runs on a worker thread of the sim; its result line goes to stdout
@@ -55,7 +54,6 @@ struct ReceivedAlarm {
     std::vector<std::pair<std::string, std::string>> parameters;  // in document order
     std::vector<std::string> keys;                                // the alarm object's keys, in order
     std::string json;                                             // the alarm object, compact
-    // Added beyond the first draft:
     std::string serviceLabel;                 // current documents
     std::string alarmName;                    // legacy: the bilingual "alarmName"
     std::string location;                     // legacy: "location"
@@ -79,6 +77,9 @@ struct ReceivedRequest {
     std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
 };
 
+// Threads: libmicrohttpd runs one thread per connection, so a delayed answer
+// holds up only its own connection. Recording, the wait functions and
+// failNext are safe from any thread.
 class Sim {
 public:
     explicit Sim(SimOptions options);
@@ -95,13 +96,14 @@ public:
     // The endpoint in NODEWARD_ENDPOINT form, with the bound port.
     std::string endpoint() const;
 
-    // Every request so far, in arrival order.
+    // Every request so far, in the order they were answered (arrival order
+    // unless a delay lets concurrent requests overtake).
     std::vector<ReceivedRequest> requests() const;
     // The alarms of accepted requests, in arrival order.
     std::vector<ReceivedAlarm> acceptedAlarms() const;
     // Waits until at least n alarms were accepted, at most timeoutMs. true when reached.
     bool waitForAcceptedAlarms(std::size_t n, int timeoutMs) const;
-    // Waits until at least n requests arrived, at most timeoutMs.
+    // Waits until at least n requests were answered, at most timeoutMs.
     bool waitForRequests(std::size_t n, int timeoutMs) const;
 
     // Changes fault injection while running: fail the next n requests with mode.
@@ -110,11 +112,11 @@ public:
     // Posts an alarm check to http://ip:port/<serviceName>/<appId>/alarmCheck/callBack
     // with {"callBackInfo":{"serviceName":..},"callBackAlarms":<callBackAlarmsJson>},
     // base64-encoded. ip, port and appId are learnt from the alarms this service
-    // sent. Returns the HTTP status (or -1 when the service is unknown or
-    // unreachable) and stores the raw answer body in *answer when given.
+    // sent (the latest alarm with "serviceIp" and "servicePort" wins). Returns the
+    // HTTP status (or -1 when the service is unknown or unreachable, or the JSON
+    // is invalid) and stores the raw answer body in *answer when given.
     int callBack(const std::string& serviceName, const std::string& callBackAlarmsJson, std::string* answer);
 
-    // Added beyond the first draft:
     // The same check sent to an explicit address; nothing learnt is used.
     // Returns the HTTP status or -1 (invalid JSON, unreachable).
     int callBackTo(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
@@ -125,14 +127,13 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-// "HOST:PORT" / "unix:PATH" -> parts; false when malformed.
+// "HOST:PORT" / "[IPV6]:PORT" / "unix:PATH" -> parts; false when malformed.
 bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath);
 
 // One readable line for an alarm, as the program prints it.
 std::string FormatAlarmLine(const ReceivedAlarm& alarm);
 
-// Added beyond the first draft: the alarm-check POST itself (libcurl, 2 s to
-// connect, 5 s in all). Returns the HTTP status and the raw answer body, or -1
+// The alarm-check POST itself (libcurl, 2 s to connect, 5 s in all). Returns the HTTP status and the raw answer body, or -1
 // with *error set (invalid JSON, connection failure, timeout).
 int PostAlarmCheck(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
                    const std::string& callBackAlarmsJson, std::string* answer, std::string* error);

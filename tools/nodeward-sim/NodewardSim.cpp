@@ -20,6 +20,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <random>
 #include <set>
 #include <thread>
@@ -48,20 +49,6 @@ struct ServiceAddress {
     int port = 0;
     std::string appId;
 };
-
-const char* ModeName(FailMode mode) {
-    switch (mode) {
-        case FailMode::RetCode:
-            return "retcode";
-        case FailMode::Empty:
-            return "empty";
-        case FailMode::Garbage:
-            return "garbage";
-        case FailMode::Close:
-            return "close";
-    }
-    return "?";
-}
 
 MHD_Result Answer(MHD_Connection* connection, unsigned int status, const std::string& body) {
     MHD_Response* response =
@@ -361,7 +348,7 @@ MHD_Result Sim::Impl::answerPush(MHD_Connection* connection, Exchange* exchange)
     }
     if (failure) {
         if (options.printAlarms) {
-            print("request " + std::to_string(number) + " answered with failure (" + ModeName(*failure) + ")");
+            print("request " + std::to_string(number) + " answered with failure (" + FailModeName(*failure) + ")");
         }
         switch (*failure) {
             case FailMode::RetCode:
@@ -458,6 +445,22 @@ void Sim::Impl::workerLoop() {
         }
     }
 }
+
+const char* FailModeName(FailMode mode) {
+    switch (mode) {
+        case FailMode::RetCode:
+            return "retcode";
+        case FailMode::Empty:
+            return "empty";
+        case FailMode::Garbage:
+            return "garbage";
+        case FailMode::Close:
+            return "close";
+    }
+    return "?";
+}
+
+std::ostream& operator<<(std::ostream& out, FailMode mode) { return out << FailModeName(mode); }
 
 Sim::Sim(SimOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {}
 

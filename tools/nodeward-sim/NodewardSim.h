@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,6 +23,11 @@ enum class FailMode {
     Garbage,  // 200 with a body that is not base64
     Close,    // the connection is closed without an answer
 };
+
+// "retcode", "empty", "garbage", "close": the program's --fail-mode words.
+const char* FailModeName(FailMode mode);
+// Lets test frameworks print a mode by name.
+std::ostream& operator<<(std::ostream& out, FailMode mode);
 
 struct SimOptions {
     std::string endpoint = "127.0.0.1:7888";  // "HOST:PORT" (port 0: any free one) or "unix:PATH"

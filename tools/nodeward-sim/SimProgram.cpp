@@ -43,18 +43,13 @@ bool ParseRatio(const std::string& text, double* out) {
 }
 
 bool ParseMode(const std::string& text, FailMode* out) {
-    if (text == "retcode") {
-        *out = FailMode::RetCode;
-    } else if (text == "empty") {
-        *out = FailMode::Empty;
-    } else if (text == "garbage") {
-        *out = FailMode::Garbage;
-    } else if (text == "close") {
-        *out = FailMode::Close;
-    } else {
-        return false;
+    for (FailMode mode : {FailMode::RetCode, FailMode::Empty, FailMode::Garbage, FailMode::Close}) {
+        if (text == FailModeName(mode)) {
+            *out = mode;
+            return true;
+        }
     }
-    return true;
+    return false;
 }
 
 // Written under another name and renamed, so a script polling for the file

@@ -23,6 +23,15 @@ std::size_t EncodedCapacity(std::size_t length) {
     return 2 * length > needed ? 2 * length : needed;
 }
 
+// A setter's text argument: NULL is refused with the setter's own message.
+void StoreUnlessNull(std::string& target, const char* value, const char* nullMessage) {
+    if (value == nullptr) {
+        ALM_LOG_ERROR("%s", nullMessage);
+        return;
+    }
+    target = value;
+}
+
 }  // namespace
 
 // Shared state of all managers. The containers are created here, before the
@@ -88,13 +97,7 @@ int AlarmManagerEx::initManager() {
     if (nodeId != nullptr) {
         m_strNodeIP = nodeId;
     }
-    AlmRukInterface::InitAllIp();
-    const char* sdkIp = GetSdkIP();
-    if (sdkIp != nullptr && sdkIp[0] != '\0') {
-        m_strServiceIp = sdkIp;
-        ALM_LOG_ERROR("Get ServiceIp %s", m_strServiceIp.c_str());
-    }
-    m_uServicePort = static_cast<uint16_t>(GetSdkPort());
+    adoptTransportAddress();
     ALM_LOG_ERROR("Get servicePort %d", static_cast<int>(m_uServicePort));
 
     const char* appId = std::getenv("APPID");
@@ -112,13 +115,7 @@ int AlarmManagerEx::initManager() {
     }
     m_strAppName = appName;
     ALM_LOG_INFO("Get AppName %s", m_strAppName.c_str());
-
-    if (InitSendThread() != 0) {
-        ALM_LOG_ERROR("InitSendThread error");
-        return -1;
-    }
-    m_iInitFlag = 1;
-    return 0;
+    return startSending();
 }
 
 int AlarmManagerEx::initManager(char const* appId, char const* serviceName, char const* nodeIp,
@@ -131,13 +128,22 @@ int AlarmManagerEx::initManager(char const* appId, char const* serviceName, char
     setServiceName(serviceName);
     setNodeIp(nodeIp);
     setServiceIp(serviceIp);
+    adoptTransportAddress();
+    return startSending();
+}
+
+void AlarmManagerEx::adoptTransportAddress() {
     AlmRukInterface::InitAllIp();
+    // The address the service is served on wins over one given by the caller.
     const char* sdkIp = GetSdkIP();
     if (sdkIp != nullptr && sdkIp[0] != '\0') {
         m_strServiceIp = sdkIp;
         ALM_LOG_ERROR("Get ServiceIp %s", m_strServiceIp.c_str());
     }
     m_uServicePort = static_cast<uint16_t>(GetSdkPort());
+}
+
+int AlarmManagerEx::startSending() {
     if (InitSendThread() != 0) {
         ALM_LOG_ERROR("InitSendThread error");
         return -1;
@@ -417,35 +423,19 @@ void AlarmManagerEx::releaseLock() {
 }
 
 void AlarmManagerEx::setServiceName(char const* serviceName) {
-    if (serviceName == nullptr) {
-        ALM_LOG_ERROR("AlarmManagerEx::setServiceName pStrServiceName is NULL");
-        return;
-    }
-    m_strServiceName = serviceName;
+    StoreUnlessNull(m_strServiceName, serviceName, "AlarmManagerEx::setServiceName pStrServiceName is NULL");
 }
 
 void AlarmManagerEx::setAppId(char const* appId) {
-    if (appId == nullptr) {
-        ALM_LOG_ERROR("AlarmManagerEx::setAppId pStrAppId is NULL");
-        return;
-    }
-    m_strAppId = appId;
+    StoreUnlessNull(m_strAppId, appId, "AlarmManagerEx::setAppId pStrAppId is NULL");
 }
 
 void AlarmManagerEx::setNodeIp(char const* nodeIp) {
-    if (nodeIp == nullptr) {
-        ALM_LOG_ERROR("AlarmManagerEx::setNodeIp pStrNodeIp is NULL");
-        return;
-    }
-    m_strNodeIP = nodeIp;
+    StoreUnlessNull(m_strNodeIP, nodeIp, "AlarmManagerEx::setNodeIp pStrNodeIp is NULL");
 }
 
 void AlarmManagerEx::setServiceIp(char const* serviceIp) {
-    if (serviceIp == nullptr) {
-        ALM_LOG_ERROR("AlarmManagerEx::setServiceId pStrServiceIp is NULL");
-        return;
-    }
-    m_strServiceIp = serviceIp;
+    StoreUnlessNull(m_strServiceIp, serviceIp, "AlarmManagerEx::setServiceId pStrServiceIp is NULL");
 }
 
 void AlarmManagerEx::setAlarmSource(std::string alarmSource) { m_strAlarmSource = std::move(alarmSource); }

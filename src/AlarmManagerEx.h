@@ -104,6 +104,10 @@ public:
 
 private:
     void pushAlarm(AlarmEx* copy);
+    // Node and service addresses from the environment and the transport SDK.
+    void adoptTransportAddress();
+    // Starts the send thread and marks the manager initialised.
+    int startSending();
     static std::string TakeAlarmCheckRequest();
     static void DeliverAlarmCheck(const std::string& request);
 

@@ -64,7 +64,7 @@ TEST_F(CApi, MissingPointersAreReportedByNameBeforeAnythingElse) {
     ExpectOnlyError("In ZEBAppendAlarmParam, pStrParamName is null!");
     EXPECT_EQ(-1, ZEBAppendAlarmParam(alarm, "n", nullptr));
     ExpectOnlyError("In ZEBAppendAlarmParam, pStrParamValue is null!");
-    EXPECT_EQ(nullptr, alarm->paramList);
+    EXPECT_EQ(nullptr, +alarm->paramList);
 
     EXPECT_EQ(-1, ZEBFreeAlarm(nullptr));
     ExpectOnlyError("In ZEBFreeAlarm, pZEBAlarmObject is null!");
@@ -103,12 +103,14 @@ TEST_F(CApi, RegisterInfoLimitsNameAndLabel) {
     EXPECT_EQ(Repeat(256), AlarmManagerEx::getInstance()->getServiceLabel());
 }
 
+// Fields of the packed C object are compared as values (+field): binding a
+// reference to a misaligned field is undefined.
 TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     _ZEBAlarm* alarm = ZEBAllocAlarm("123456789", 1);
     ASSERT_NE(nullptr, alarm);
     EXPECT_STREQ("123456789", alarm->alarmId);
-    EXPECT_EQ(1, alarm->alarmType);
-    EXPECT_EQ(0, alarm->alarmTime);
+    EXPECT_EQ(1, +alarm->alarmType);
+    EXPECT_EQ(0, +alarm->alarmTime);
     EXPECT_TRUE(log_.contains(
         "the len of alarm memory is 158d, len of AlarmObjectEx is 22d, len of AlarmParam is 256d", 2, kImpl));
 
@@ -119,9 +121,9 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
 
     EXPECT_EQ(-1, ZEBResetAlarmTime(alarm, 999999999L));
     EXPECT_EQ(-1, ZEBResetAlarmTime(alarm, -5L));
-    EXPECT_EQ(0, alarm->alarmTime);
+    EXPECT_EQ(0, +alarm->alarmTime);
     EXPECT_EQ(0, ZEBResetAlarmTime(alarm, 1000000000L));
-    EXPECT_EQ(1000000000L, alarm->alarmTime);
+    EXPECT_EQ(1000000000L, +alarm->alarmTime);
 
     EXPECT_EQ(0, ZEBSetAlarmServiceName(alarm, Repeat(127).c_str()));
     EXPECT_EQ(Repeat(127), alarm->serviceName);
@@ -135,14 +137,14 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
         "the len of alarm memory is 264d, len of ZEBAlarmParam is 22d, len of AlarmParam is 256d", 2, kImpl));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", Repeat(300).c_str()));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", "dup"));
-    ASSERT_NE(nullptr, alarm->paramList);
-    EXPECT_EQ(Repeat(127), alarm->paramList->paramName);
-    ASSERT_NE(nullptr, alarm->paramList->next);
-    EXPECT_STREQ("b", alarm->paramList->next->paramName);
-    EXPECT_EQ(Repeat(127), alarm->paramList->next->paramValue);
-    ASSERT_NE(nullptr, alarm->paramList->next->next);
-    EXPECT_STREQ("dup", alarm->paramList->next->next->paramValue);
-    EXPECT_EQ(nullptr, alarm->paramList->next->next->next);
+    ASSERT_NE(nullptr, +alarm->paramList);
+    EXPECT_EQ(Repeat(127), +alarm->paramList->paramName);
+    ASSERT_NE(nullptr, +alarm->paramList->next);
+    EXPECT_STREQ("b", +alarm->paramList->next->paramName);
+    EXPECT_EQ(Repeat(127), +alarm->paramList->next->paramValue);
+    ASSERT_NE(nullptr, +alarm->paramList->next->next);
+    EXPECT_STREQ("dup", +alarm->paramList->next->next->paramValue);
+    EXPECT_EQ(nullptr, +alarm->paramList->next->next->next);
 
     // Conversion: clear maps to wire type 2, a duplicate name keeps its first value.
     AlarmEx* record = ZEBConvert2AlarmEx(alarm);

@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -209,6 +210,35 @@ void WriteAll(int fd, const char* data, std::size_t size) {
     }
 }
 
+// The open RUNLOG_FILE, kept between messages (an open per message costs more
+// than the rest of a caller's alarm). Plain data, so it outlives static
+// destruction while threads still log.
+int g_logFd = -1;
+char g_logFdPath[4096];
+
+// The descriptor for path, with g_lock held: reopened when RUNLOG_FILE names
+// another file or the file was removed (a removed log is created again).
+int LogFileFor(const char* path) {
+    if (g_logFd >= 0 && std::strncmp(g_logFdPath, path, sizeof(g_logFdPath)) == 0) {
+        struct stat st;
+        if (fstat(g_logFd, &st) == 0 && st.st_nlink > 0) {
+            return g_logFd;
+        }
+    }
+    if (g_logFd >= 0) {
+        close(g_logFd);
+        g_logFd = -1;
+    }
+    if (std::strlen(path) >= sizeof(g_logFdPath)) {
+        return -1;
+    }
+    g_logFd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (g_logFd >= 0) {
+        std::memcpy(g_logFdPath, path, std::strlen(path) + 1);
+    }
+    return g_logFd;
+}
+
 }  // namespace
 
 extern "C" {
@@ -249,16 +279,10 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
     const std::size_t textLength = FormatText(text, format, args);
     va_end(args);
 
-    // Opened per message: a rotated or removed file is recreated at once and
-    // a changed RUNLOG_FILE takes effect without any cached state.
-    // If it cannot be opened, errors still reach stderr.
-    int fd = -1;
-    if (toFile) {
-        fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    }
-    const bool toStderr = fd < 0 && level >= RUNLOG_LEVEL_ERROR;
-
     pthread_mutex_lock(&g_lock);
+    const int fd = toFile ? LogFileFor(path) : -1;
+    // If the file cannot be opened, errors still reach stderr.
+    const bool toStderr = fd < 0 && level >= RUNLOG_LEVEL_ERROR;
     if (g_captureFn != nullptr) {
         g_captureFn(g_captureContext, level, source, line, text);
     }
@@ -274,9 +298,6 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
     }
     pthread_mutex_unlock(&g_lock);
 
-    if (fd >= 0) {
-        close(fd);
-    }
     errno = savedErrno;
 }
 

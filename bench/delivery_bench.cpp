@@ -1,0 +1,106 @@
+// What a service pays per alarm, and how fast the send thread empties a burst
+// to a real agent on loopback.
+#include <benchmark/benchmark.h>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <list>
+#include <string>
+#include <thread>
+
+#include "AlarmManagerEx.h"
+#include "AlarmSdk.h"
+#include "NodewardSim.h"
+#include "Pause.h"
+
+namespace {
+
+// Keeps the manager's queue below its bound without timing the drain.
+void DrainIfFull(AlarmManagerEx& manager, benchmark::State& state) {
+    if (manager.queuedAlarmCount() < AlarmManagerEx::kQueueCapacity) {
+        return;
+    }
+    state.PauseTiming();
+    while (manager.queuedAlarmCount() > 0) {
+        std::list<AlarmEx*> batch;
+        manager.getSendAlarmDatas(batch);
+        deleteAlarms(batch);
+    }
+    state.ResumeTiming();
+}
+
+// The manager's part of ZEBSendAlarm: copy, complete, stamp, queue.
+void BM_EnqueueRecord(benchmark::State& state) {
+    AlarmManagerEx manager(0);  // not initialised: no thread competes for the queue
+    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
+    for (int p = 0; p < 5; ++p) {
+        alarm.appendParameter(("param" + std::to_string(p)).c_str(), "a value of some length");
+    }
+    for (auto _ : state) {
+        DrainIfFull(manager, state);
+        benchmark::DoNotOptimize(manager.sendAlarm(&alarm));
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_EnqueueRecord)->MinTime(0.5);
+
+// A C caller's whole path per alarm: allocate, five parameters, send, free.
+void BM_CallerPath(benchmark::State& state) {
+    AlarmManagerEx* manager = new AlarmManagerEx(0);  // lives as long as the process, like a handle
+    for (auto _ : state) {
+        DrainIfFull(*manager, state);
+        _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
+        for (int p = 0; p < 5; ++p) {
+            char name[16] = "param0";
+            name[5] = static_cast<char>('0' + p);
+            ZEBAppendAlarmParam(alarm, name, "a value of some length");
+        }
+        benchmark::DoNotOptimize(ZEBSendAlarm4CoProcess(manager, alarm));
+        ZEBFreeAlarm(alarm);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_CallerPath)->MinTime(0.5);
+
+void ShortIdlePoll(unsigned int seconds) { std::this_thread::sleep_for(std::chrono::milliseconds(seconds)); }
+
+// A burst of 1000 alarms from queue to an agent that accepts everything: the
+// send thread's encoding, base64, HTTP round trips and the agent's decoding.
+// The idle poll is shortened so the measurement is the pipeline, not the poll.
+void BM_DeliverBurst(benchmark::State& state) {
+    alarmsdk::PauseFunction previous = alarmsdk::SetPauseFunction(&ShortIdlePoll);
+    nodeward::SimOptions options;
+    options.endpoint = "127.0.0.1:0";
+    nodeward::Sim agent(options);
+    std::string error;
+    if (!agent.start(&error)) {
+        state.SkipWithError(error.c_str());
+        return;
+    }
+    setenv("NODEWARD_ENDPOINT", agent.endpoint().c_str(), 1);
+    AlarmManagerEx* manager = ZEBInitAlarmSDK4CoProcess("bench-app", "bench", "10.0.0.1", "127.0.0.1");
+    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
+    for (int p = 0; p < 5; ++p) {
+        alarm.appendParameter(("param" + std::to_string(p)).c_str(), "a value of some length");
+    }
+    constexpr std::size_t kBurst = 1000;
+    std::size_t delivered = 0;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < kBurst; ++i) {
+            manager->sendAlarm(&alarm);
+        }
+        delivered += kBurst;
+        if (!agent.waitForAcceptedAlarms(delivered, 60000)) {
+            state.SkipWithError("the burst was not delivered within 60 s");
+            break;
+        }
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(delivered));
+    agent.stop();
+    alarmsdk::SetPauseFunction(previous);
+}
+BENCHMARK(BM_DeliverBurst)->Unit(benchmark::kMillisecond)->Iterations(10)->UseRealTime();
+
+}  // namespace

@@ -9,6 +9,7 @@
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlarmEx.h"
+#include "AlarmFixtures.h"
 
 namespace {
 
@@ -96,27 +97,9 @@ TEST(AlarmExAccessors, SixtyFourBitScalarsRoundTrip) {
     EXPECT_EQ(65535, alarm.getServicePort());
 }
 
-AlarmEx* FullRecord() {
-    auto* alarm = new AlarmEx("300012", ZEB_ALARM_CLEAR);
-    alarm->appendParameter("disk", "sda");
-    alarm->appendParameter("usage", "95");
-    alarm->setServiceName("orders");
-    alarm->setServiceId("svc-1");
-    alarm->setServiceInsId("inst-1");
-    alarm->setRsetClear(1);
-    alarm->setAppId("app-7");
-    alarm->setAppName("shop");
-    alarm->setNodeIp("10.0.0.1");
-    alarm->setAlarmSource("source-a");
-    alarm->SetServiceIp("10.0.0.5");
-    alarm->setServicePort(8080);
-    alarm->ResetAlarmTime(1700000000123L);
-    alarm->setServiceLabel("orders-label");
-    return alarm;
-}
 
 TEST(AlarmExCopy, QueueCopyLeavesManagerFieldsForTheManager) {
-    std::unique_ptr<AlarmEx> source(FullRecord());
+    std::unique_ptr<AlarmEx> source = sdktest::FullAlarm("300012", ZEB_ALARM_CLEAR);
     const AlarmEx copy(source.get());
 
     EXPECT_STREQ("300012", copy.getAlarmId());

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "AlarmFixtures.h"
 #include "AlarmManagerEx.h"
 #include "LogCapture.h"
 #include "PauseRecorder.h"
@@ -19,9 +20,6 @@ using nodeward::SimOptions;
 
 namespace {
 
-const std::vector<std::string> kFullKeys = {"alarmId",     "appId",     "occurTime",     "serviceName", "serviceIp",
-                                            "servicePort", "serviceLabel", "alarmType", "serviceId",   "serviceInstId",
-                                            "rsetClear",   "nodeIp",    "callBackInfo",  "parameters"};
 
 class Delivery : public ::testing::Test {
 protected:
@@ -55,7 +53,7 @@ TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocume
     for (int i = 0; i < 120; ++i) {
         const ReceivedAlarm& a = alarms[i];
         EXPECT_EQ(std::to_string(i), sdktest::Param(a, "seq")) << "queue order lost at " << i;
-        EXPECT_EQ(kFullKeys, a.keys);
+        EXPECT_EQ(sdktest::kAllAlarmKeys, a.keys);
         EXPECT_EQ("300012", a.alarmId);
         EXPECT_EQ(i % 2 == 0 ? 1 : 2, a.alarmType);  // generate 1, clear 2 on the wire
         EXPECT_EQ("app-7", a.appId);

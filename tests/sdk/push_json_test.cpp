@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "AlarmEx.h"
+#include "AlarmFixtures.h"
 #include "AlmJsonParser.h"
 #include "LogCapture.h"
 #include "runlog.h"
@@ -54,30 +55,9 @@ std::string Printed(const cJSON* item) {
     return copy;
 }
 
-std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012") {
-    std::unique_ptr<AlarmEx> alarm(new AlarmEx(id, ZEB_ALARM_GENERATE));
-    alarm->appendParameter("usage", "95");
-    alarm->appendParameter("disk", "sda");
-    alarm->setServiceName("orders");
-    alarm->setServiceId("svc-1");
-    alarm->setServiceInsId("inst-1");
-    alarm->setRsetClear(1);
-    alarm->setAppId("app-7");
-    alarm->setAppName("shop");
-    alarm->setNodeIp("10.0.0.1");
-    alarm->setAlarmSource("source-a");
-    alarm->SetServiceIp("10.0.0.5");
-    alarm->setServicePort(8080);
-    alarm->ResetAlarmTime(1700000000123L);
-    alarm->setServiceLabel("orders-label");
-    return alarm;
-}
-
-const std::vector<std::string> kSevenKeys{"alarmId",     "appId",     "occurTime",   "serviceName",
-                                          "serviceIp",   "servicePort", "serviceLabel"};
-const std::vector<std::string> kAllKeys{"alarmId",      "appId",       "occurTime",     "serviceName", "serviceIp",
-                                        "servicePort",  "serviceLabel", "alarmType",    "serviceId",   "serviceInstId",
-                                        "rsetClear",    "nodeIp",      "callBackInfo",  "parameters"};
+using sdktest::FullAlarm;
+const std::vector<std::string>& kSevenKeys = sdktest::kAnnouncementKeys;
+const std::vector<std::string>& kAllKeys = sdktest::kAllAlarmKeys;
 
 TEST(PushDocument, ExactCompactTextForOneAlarm) {
     std::unique_ptr<AlarmEx> alarm = FullAlarm();

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "AlarmFixtures.h"
 #include "AlarmManagerEx.h"
 #include "LogCapture.h"
 #include "PauseRecorder.h"
@@ -13,8 +14,6 @@ using nodeward::ReceivedAlarm;
 
 namespace {
 
-const std::vector<std::string> kAnnouncementKeys = {"alarmId",     "appId",      "occurTime",   "serviceName",
-                                                    "serviceIp",   "servicePort", "serviceLabel"};
 
 class ResetClear : public ::testing::Test {
 protected:
@@ -42,7 +41,7 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
     EXPECT_EQ("0", announcement.alarmId);
-    EXPECT_EQ(kAnnouncementKeys, announcement.keys);
+    EXPECT_EQ(sdktest::kAnnouncementKeys, announcement.keys);
     EXPECT_EQ("orders", announcement.serviceName);
     EXPECT_EQ("127.0.0.1", announcement.serviceIp);
     EXPECT_EQ(8123, announcement.servicePort);

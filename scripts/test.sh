@@ -39,7 +39,7 @@ run_suite() {
   local rc=0
   # Most cases wait on sockets and pauses rather than the CPU, so run more than one per core.
   ctest --test-dir "$dir" -j$((jobs + 1)) --output-on-failure --no-tests=error 2>&1 | tee "$log" || rc=$?
-  local line passed failed
+  local line passed failed total
   line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -1 || true)
   failed=$(echo "$line" | sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/')
   total=$(echo "$line" | sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/')

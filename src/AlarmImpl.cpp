@@ -304,10 +304,9 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
     if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", "ZEBConvert2AlarmEx")) {
         return nullptr;
     }
-    // The C object's fields may be unterminated if the caller wrote them itself.
-    char alarmId[sizeof(alarm->alarmId) + 1] = {0};
-    std::memcpy(alarmId, alarm->alarmId, sizeof(alarm->alarmId));
-    AlarmEx* record = new (std::nothrow) AlarmEx(alarmId, ToGenClearType(alarm->alarmType));
+    // The C fields may be unterminated if the caller wrote them itself: the
+    // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
+    AlarmEx* record = new (std::nothrow) AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType));
     if (record == nullptr) {
         return nullptr;
     }

@@ -32,6 +32,19 @@ void StoreUnlessNull(std::string& target, const char* value, const char* nullMes
     target = value;
 }
 
+// Starts a library thread (default attributes, never joined) and records its
+// id; both threads log the same texts.
+int StartThread(void* (*body)(void*), void* argument, pthread_t* id) {
+    pthread_t tid;
+    if (pthread_create(&tid, nullptr, body, argument) != 0) {
+        ALM_LOG_ERROR("create send alarm thread failed!");
+        return -1;
+    }
+    *id = tid;
+    ALM_LOG_INFO("create send alarm thread success!");
+    return 0;
+}
+
 }  // namespace
 
 // Shared state of all managers. The containers are created here, before the
@@ -208,13 +221,7 @@ int AlarmManagerEx::addServiceInfo(char const* serviceName, char const* serviceI
 int AlarmManagerEx::InitSendThread() {
     // The handle starts at -1, so the first call always creates the thread.
     if (m_nSendThreadTid != 0) {
-        pthread_t tid;
-        if (pthread_create(&tid, nullptr, &AlarmManagerEx::SendAlarmToFMThreadFun, this) != 0) {
-            ALM_LOG_ERROR("create send alarm thread failed!");
-            return -1;
-        }
-        m_nSendThreadTid = tid;
-        ALM_LOG_INFO("create send alarm thread success!");
+        return StartThread(&AlarmManagerEx::SendAlarmToFMThreadFun, this, &m_nSendThreadTid);
     }
     return 0;
 }
@@ -223,14 +230,7 @@ int AlarmManagerEx::InitAlarmCheckThread() {
     if (m_nAlarmCheckTid != 0) {
         return -1;
     }
-    pthread_t tid;
-    if (pthread_create(&tid, nullptr, &AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun, nullptr) != 0) {
-        ALM_LOG_ERROR("create send alarm thread failed!");
-        return -1;
-    }
-    m_nAlarmCheckTid = tid;
-    ALM_LOG_INFO("create send alarm thread success!");
-    return 0;
+    return StartThread(&AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun, nullptr, &m_nAlarmCheckTid);
 }
 
 void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {

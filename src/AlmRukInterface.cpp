@@ -71,35 +71,26 @@ stru_REST_REQUEST* AlmRukInterface::AllocRestRequest(size_t bodyLength) {
         ALM_LOG_ERROR("In %s, pRequest is null!", "AlmRukInterface::AllocRestRequest");
         return nullptr;
     }
-    request->ip = NewZeroed(kIpSize);
-    if (request->ip == nullptr) {
+    // Releases what exists so far and names the part that could not be made.
+    auto abandon = [request](const char* part) -> stru_REST_REQUEST* {
         FreeRestRequest(request);
-        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->ip is NULL");
+        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->%s is NULL", part);
         return nullptr;
+    };
+    if ((request->ip = NewZeroed(kIpSize)) == nullptr) {
+        return abandon("ip");
     }
-    request->url = NewZeroed(kUrlSize);
-    if (request->url == nullptr) {
-        FreeRestRequest(request);
-        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->url is NULL");
-        return nullptr;
+    if ((request->url = NewZeroed(kUrlSize)) == nullptr) {
+        return abandon("url");
     }
-    request->header = zeb_restHeadContentCreate();
-    if (request->header == nullptr) {
-        FreeRestRequest(request);
-        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->header is NULL");
-        return nullptr;
+    if ((request->header = zeb_restHeadContentCreate()) == nullptr) {
+        return abandon("header");
     }
-    request->body = NewZeroed(bodyLength + 1);
-    if (request->body == nullptr) {
-        FreeRestRequest(request);
-        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->body is NULL");
-        return nullptr;
+    if ((request->body = NewZeroed(bodyLength + 1)) == nullptr) {
+        return abandon("body");
     }
-    request->cookie = NewZeroed(kCookieSize);
-    if (request->cookie == nullptr) {
-        FreeRestRequest(request);
-        ALM_LOG_ERROR("AlmRukInterface::AllocRestRequest, request->cookie is NULL");
-        return nullptr;
+    if ((request->cookie = NewZeroed(kCookieSize)) == nullptr) {
+        return abandon("cookie");
     }
     return request;
 }

@@ -42,6 +42,17 @@ bool IsFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c =
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsConversion(char c) { return c != '\0' && std::strchr("diouxXeEfFgGaAcsp%", c) != nullptr; }
 
+// A width or precision: '*' or a run of digits starting at format[i].
+std::size_t SkipCount(const char* format, std::size_t i) {
+    if (format[i] == '*') {
+        return i + 1;
+    }
+    while (IsDigit(format[i])) {
+        ++i;
+    }
+    return i;
+}
+
 // Scans the conversion that starts at format[0] == '%'. Returns its length and
 // whether the C library can be trusted with it. "%n" is refused: a log text
 // has no business writing through a pointer.
@@ -50,22 +61,9 @@ std::size_t ScanConversion(const char* format, bool* valid) {
     while (IsFlag(format[i])) {
         ++i;
     }
-    if (format[i] == '*') {
-        ++i;
-    } else {
-        while (IsDigit(format[i])) {
-            ++i;
-        }
-    }
+    i = SkipCount(format, i);  // width
     if (format[i] == '.') {
-        ++i;
-        if (format[i] == '*') {
-            ++i;
-        } else {
-            while (IsDigit(format[i])) {
-                ++i;
-            }
-        }
+        i = SkipCount(format, i + 1);  // precision
     }
     const char a = format[i];
     const char b = a != '\0' ? format[i + 1] : '\0';

@@ -155,6 +155,13 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(2u, params.size());
     EXPECT_EQ(Repeat(127), params["b"]);
     delete record;
+
+    // An id the caller wrote without a terminator is read no further than its field.
+    std::memset(alarm->alarmId, 'x', sizeof(alarm->alarmId));
+    record = ZEBConvert2AlarmEx(alarm);
+    ASSERT_NE(nullptr, record);
+    EXPECT_STREQ("", record->getAlarmId());
+    delete record;
     EXPECT_EQ(0, ZEBFreeAlarm(alarm));
 }
 

@@ -1,12 +1,9 @@
-// Alarm configuration helpers: the definitions loaded from the XML file, the
-// look-ups over them, and the clock that stamps alarms.
+// Alarm configuration: the definitions loaded from the XML file, the look-ups
+// over them, and the clock that stamps alarms. The exported declarations live
+// in the public AlarmConfig.h.
 #ifndef ALARM_BUILD_ALARM_CONF_INFO_H
 #define ALARM_BUILD_ALARM_CONF_INFO_H
 
-#include <cstdint>
-
-// Wall-clock milliseconds since the epoch (not monotonic: it follows clock
-// changes, as alarm times must).
-uint64_t ALM_GetCurrMs();
+#include "AlarmConfig.h"
 
 #endif

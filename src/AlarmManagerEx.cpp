@@ -1,7 +1,5 @@
 #include "AlarmManagerEx.h"
 
-#include <cjson/cJSON.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -10,18 +8,10 @@
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
-#include "Base64.h"
-#include "Pause.h"
 
 namespace {
 
 const char kLogSource[] = "../src/AlarmManagerEx";
-
-// Room for the base64 text of length bytes and a terminator.
-std::size_t EncodedCapacity(std::size_t length) {
-    std::size_t needed = 4 * ((length + 2) / 3) + 1;
-    return 2 * length > needed ? 2 * length : needed;
-}
 
 // A setter's text argument: NULL is refused with the setter's own message.
 void StoreUnlessNull(std::string& target, const char* value, const char* nullMessage) {
@@ -67,14 +57,22 @@ AlarmManagerEx* AlarmManagerEx::getInstance() {
     return m_pInstance;
 }
 
-AlarmManagerEx::AlarmManagerEx() { initLocalMember(); }
+const alarmsdk::SendProfile AlarmManagerEx::kSendProfile = {
+    kLogSource,
+    "AlarmManagerEx::SendAlarmToFMThreadFun",
+    "new error.......",
+    false,
+    false,
+    RUNLOG_LEVEL_ERROR,
+    "send alarms success!",
+    &AlmJsonParser::GetRetCodeEx,
+};
 
-AlarmManagerEx::AlarmManagerEx(int /*unused*/) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx() : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
 
-AlarmManagerEx::~AlarmManagerEx() {
-    pthread_mutex_destroy(&m_queueLock);
-    pthread_mutex_destroy(&m_CheckMutex);
-}
+AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
+
+AlarmManagerEx::~AlarmManagerEx() { pthread_mutex_destroy(&m_CheckMutex); }
 
 void AlarmManagerEx::initLocalMember() {
     m_strAppId = "";
@@ -91,11 +89,8 @@ void AlarmManagerEx::initLocalMember() {
     m_bRsetClearDone = false;
     m_uServicePort = static_cast<uint16_t>(GetSdkPort());
 
-    int ret = pthread_mutex_init(&m_queueLock, nullptr);
-    if (ret != 0) {
-        ALM_LOG_ERROR("AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
-    }
-    ret = pthread_mutex_init(&m_CheckMutex, nullptr);
+    // The queue lock is set up by the queue itself.
+    const int ret = pthread_mutex_init(&m_CheckMutex, nullptr);
     if (ret != 0) {
         ALM_LOG_ERROR("AlarmManger::Initialize, checkpthread_rwlock_init failed, iRet=%d.", ret);
     }
@@ -170,7 +165,7 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
         return -1;
     }
     // Deliberately unlocked: a caller is never held up by the send thread.
-    if (m_queuedCount.load(std::memory_order_acquire) > kQueueCapacity - 1) {
+    if (m_alarmQueue.full()) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
@@ -195,15 +190,8 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
     }
     fillAlarmSouce2Alarm(alarm, copy);
     fillNodIp2Alarm(copy);
-    pushAlarm(copy);
-    return 0;
-}
-
-void AlarmManagerEx::pushAlarm(AlarmEx* copy) {
-    acquireLock();
     m_alarmQueue.push(copy);
-    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
-    releaseLock();
+    return 0;
 }
 
 int AlarmManagerEx::addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId,
@@ -238,56 +226,12 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
         return nullptr;
     }
-    AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
-    for (;;) {
-        std::list<AlarmEx*> batch;
-        self->getSendAlarmDatas(batch);
-        if (batch.empty()) {
-            alarmsdk::Pause(kIdlePollSeconds);
-            continue;
-        }
-        // The same batch goes out until the agent settles it; nothing is
-        // dropped or reordered meanwhile.
-        for (;;) {
-            char* body = nullptr;
-            char* bodyEncode = nullptr;
-            int encodedLength = 0;
-            int built = self->getSendAlarmJsonData(batch, body, bodyEncode, encodedLength);
-            if (built == 1) {
-                break;
-            }
-            if (built == -1) {
-                continue;
-            }
-            stru_REST_RESPONSE* response = AlmRukInterface::SendRestRequest(bodyEncode, std::strlen(bodyEncode));
-            if (body == nullptr) {
-                ALM_LOG_ERROR("In %s, bodyStr is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
-            } else {
-                cJSON_free(body);
-            }
-            if (bodyEncode == nullptr) {
-                ALM_LOG_ERROR("In %s, bodyEncode is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
-            } else {
-                delete[] bodyEncode;
-            }
-            if (processRestResponse(batch, response) == 1) {
-                break;
-            }
-        }
-    }
+    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(static_cast<AlarmManagerEx*>(manager), kSendProfile,
+                                                    &processRestResponse);
     return nullptr;
 }
 
-void AlarmManagerEx::getSendAlarmDatas(std::list<AlarmEx*>& batch) {
-    acquireLock();
-    std::size_t n = m_alarmQueue.size() < kBatchSize ? m_alarmQueue.size() : kBatchSize;
-    for (std::size_t i = 0; i < n; ++i) {
-        batch.push_back(m_alarmQueue.front());
-        m_alarmQueue.pop();
-    }
-    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
-    releaseLock();
-}
+void AlarmManagerEx::getSendAlarmDatas(std::list<AlarmEx*>& batch) { m_alarmQueue.takeBatch(batch); }
 
 int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body, char*& bodyEncode,
                                          int& encodedLength) {
@@ -295,68 +239,11 @@ int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body,
         return -1;
     }
     body = AlmJsonParser::GenRestDataJsonEx(batch);
-    if (body == nullptr || body[0] == '\0') {
-        ALM_LOG_ERROR("The response body is empty!");
-        if (body != nullptr) {
-            cJSON_free(body);
-            body = nullptr;
-        }
-        return -1;
-    }
-    const std::size_t bodyLength = std::strlen(body);
-    bodyEncode = new (std::nothrow) char[EncodedCapacity(bodyLength)]();
-    if (bodyEncode == nullptr) {
-        ALM_LOG_ERROR("new error.......");
-        cJSON_free(body);
-        body = nullptr;
-        return -1;
-    }
-    unsigned int written = 0;
-    encodedLength = zeb_alm_base64_encode(body, static_cast<int>(bodyLength), bodyEncode, &written);
-    if (encodedLength == -1) {
-        ALM_LOG_ERROR("encode response body error");
-    }
-    return 0;
+    return alarmsdk::EncodeDocument(kSendProfile, body, bodyEncode, encodedLength);
 }
 
 int processRestResponse(std::list<AlarmEx*>& batch, stru_REST_RESPONSE* response) {
-    if (response == nullptr) {
-        ALM_LOG_ERROR("Nodeward pResponse is NULL.");
-        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
-        return -1;
-    }
-    if (response->status != 200) {
-        // The status alone does not decide: the answer's retCode does.
-        ALM_LOG_ERROR("Nodeward response retCode is %d ", response->status);
-    }
-    if (response->body == nullptr || response->body[0] == '\0') {
-        freeRestResponse(&response);
-        ALM_LOG_ERROR("Nodeward response body is NULL");
-        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
-        return -1;
-    }
-    const std::size_t bodyLength = std::strlen(response->body);
-    // One byte more than the text, so the decoded answer is always terminated.
-    char* decoded = new (std::nothrow) char[bodyLength + 1]();
-    if (decoded == nullptr) {
-        freeRestResponse(&response);
-        ALM_LOG_ERROR("new error.......");
-        return 1;
-    }
-    if (zeb_alm_base64_decode(response->body, static_cast<int>(bodyLength), decoded, nullptr) != 0) {
-        ALM_LOG_ERROR("encode response body error");
-    }
-    ALM_LOG_INFO("response is %s", decoded);
-    std::string retCode = AlmJsonParser::GetRetCodeEx(decoded);
-    freeRestResponse(&response);
-    delete[] decoded;
-    if (retCode != "OK") {
-        alarmsdk::Pause(AlarmManagerEx::kRetryPauseSeconds);
-        return -1;
-    }
-    ALM_LOG_ERROR("send alarms success!");
-    deleteAlarms(batch);
-    return 1;
+    return alarmsdk::SettleBatch(AlarmManagerEx::kSendProfile, batch, response, &deleteAlarms);
 }
 
 void deleteAlarms(std::list<AlarmEx*>& batch) {
@@ -408,19 +295,9 @@ void AlarmManagerEx::fillNodIp2Alarm(AlarmEx* alarm) {
     }
 }
 
-void AlarmManagerEx::acquireLock() {
-    int ret = pthread_mutex_lock(&m_queueLock);
-    if (ret != 0) {
-        ALM_LOG_ERROR("AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.", ret);
-    }
-}
+void AlarmManagerEx::acquireLock() { m_alarmQueue.lock(); }
 
-void AlarmManagerEx::releaseLock() {
-    int ret = pthread_mutex_unlock(&m_queueLock);
-    if (ret != 0) {
-        ALM_LOG_ERROR("AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.", ret);
-    }
-}
+void AlarmManagerEx::releaseLock() { m_alarmQueue.unlock(); }
 
 void AlarmManagerEx::setServiceName(char const* serviceName) {
     StoreUnlessNull(m_strServiceName, serviceName, "AlarmManagerEx::setServiceName pStrServiceName is NULL");

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "AlarmEx.h"
+#include "AlarmSendLoop.h"
 #include "rest_client.h"
 #include "transport_sdk.h"
 
@@ -25,10 +26,12 @@ typedef void (*AlarmCheckCallBack)(char*);
 
 class AlarmManagerEx {
 public:
-    static constexpr std::size_t kQueueCapacity = 1024;
-    static constexpr std::size_t kBatchSize = 50;
-    static constexpr unsigned int kIdlePollSeconds = 1;
-    static constexpr unsigned int kRetryPauseSeconds = 3;
+    static constexpr std::size_t kQueueCapacity = alarmsdk::kQueueCapacity;
+    static constexpr std::size_t kBatchSize = alarmsdk::kBatchSize;
+    static constexpr unsigned int kIdlePollSeconds = alarmsdk::kIdlePollSeconds;
+    static constexpr unsigned int kRetryPauseSeconds = alarmsdk::kRetryPauseSeconds;
+    // What this generation's delivery does differently from the legacy one.
+    static const alarmsdk::SendProfile kSendProfile;
 
     static AlarmManagerEx* getInstance();
 
@@ -88,7 +91,7 @@ public:
     static void ReleaseAlarmCheckQueueLock();
 
     // Alarms waiting in the queue (not counting a batch being sent).
-    std::size_t queuedAlarmCount() const { return m_queuedCount.load(std::memory_order_acquire); }
+    std::size_t queuedAlarmCount() const { return m_alarmQueue.size(); }
     AlarmCheckCallBack getAlarmCheckCallBack() const { return m_pAlarmCheckCallBack.load(std::memory_order_acquire); }
     static std::size_t pendingAlarmCheckCount() { return m_checkCount.load(std::memory_order_acquire); }
 
@@ -103,7 +106,6 @@ public:
     static pthread_t m_nAlarmCheckTid;
 
 private:
-    void pushAlarm(AlarmEx* copy);
     // Node and service addresses from the environment and the transport SDK.
     void adoptTransportAddress();
     // Starts the send thread and marks the manager initialised.
@@ -117,8 +119,7 @@ private:
     std::string m_strAlarmSource;
     std::string m_strNodeIP;
     pthread_t m_nSendThreadTid;
-    pthread_mutex_t m_queueLock;
-    std::queue<AlarmEx*, std::deque<AlarmEx*>> m_alarmQueue;
+    alarmsdk::AlarmQueue<AlarmEx> m_alarmQueue;
     std::string m_strServiceIp;
     std::string m_strServiceName;
     std::atomic<AlarmCheckCallBack> m_pAlarmCheckCallBack;
@@ -129,9 +130,8 @@ private:
     uint16_t m_uServicePort;
     std::string m_strServiceLabel;
 
-    // Kept beside the queues so that the unlocked emptiness and fullness
-    // tests read a value that is never torn.
-    std::atomic<std::size_t> m_queuedCount{0};
+    // Kept beside the check queue so that the unlocked emptiness test reads
+    // a value that is never torn.
     static std::atomic<std::size_t> m_checkCount;
 };
 

@@ -1,0 +1,93 @@
+// The bounded queue of one manager (either generation): service threads
+// append one alarm at a time, the manager's send thread takes the oldest in
+// batches. The queue owns nothing: the items belong to the manager.
+#ifndef ALARM_QUEUE_H
+#define ALARM_QUEUE_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <list>
+#include <queue>
+
+#include "runlog.h"
+
+namespace alarmsdk {
+
+constexpr std::size_t kQueueCapacity = 1024;
+constexpr std::size_t kBatchSize = 50;
+constexpr unsigned int kIdlePollSeconds = 1;
+constexpr unsigned int kRetryPauseSeconds = 3;
+
+template <typename T>
+class AlarmQueue {
+public:
+    // logSource names the owning manager's source file in lock failure
+    // messages; attributes may be NULL for a default mutex.
+    AlarmQueue(const char* logSource, const pthread_mutexattr_t* attributes) : logSource_(logSource) {
+        const int ret = pthread_mutex_init(&mutex_, attributes);
+        if (ret != 0) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
+                             "AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
+        }
+    }
+    ~AlarmQueue() { pthread_mutex_destroy(&mutex_); }
+    AlarmQueue(const AlarmQueue&) = delete;
+    AlarmQueue& operator=(const AlarmQueue&) = delete;
+
+    // Read without the lock on purpose: a caller is never held up by the
+    // send thread. Concurrent callers may therefore overshoot by a few.
+    bool full() const { return size() > kCapacity - 1; }
+    // Items waiting (a batch being sent is not counted).
+    std::size_t size() const { return count_.load(std::memory_order_acquire); }
+
+    void lock() {
+        const int ret = pthread_mutex_lock(&mutex_);
+        if (ret != 0) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
+                             "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.", ret);
+        }
+    }
+    void unlock() {
+        const int ret = pthread_mutex_unlock(&mutex_);
+        if (ret != 0) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
+                             "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.", ret);
+        }
+    }
+
+    // Appends under the lock, whatever the size: the bound is the caller's test.
+    void push(T* item) {
+        lock();
+        items_.push(item);
+        count_.store(items_.size(), std::memory_order_release);
+        unlock();
+    }
+
+    // Moves the oldest min(size, kBatchSize) items to the end of batch.
+    void takeBatch(std::list<T*>& batch) {
+        lock();
+        const std::size_t n = items_.size() < kBatchSize ? items_.size() : kBatchSize;
+        for (std::size_t i = 0; i < n; ++i) {
+            batch.push_back(items_.front());
+            items_.pop();
+        }
+        count_.store(items_.size(), std::memory_order_release);
+        unlock();
+    }
+
+    static constexpr std::size_t kCapacity = kQueueCapacity;
+
+private:
+    const char* logSource_;
+    pthread_mutex_t mutex_;
+    std::queue<T*, std::deque<T*>> items_;
+    // Kept beside the queue so the unlocked tests read a value never torn.
+    std::atomic<std::size_t> count_{0};
+};
+
+}  // namespace alarmsdk
+
+#endif

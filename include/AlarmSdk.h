@@ -94,6 +94,58 @@ ALARMSDK_API int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* 
 ALARMSDK_API int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm);
 ALARMSDK_API int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*callback)(char*));
 
+/* ---- Legacy generation ----
+ *
+ * Driven by an XML alarm definition file with two language files beside it
+ * ("<dir>/zh_CN/language.properties", "<dir>/en_US/language.properties"):
+ * only alarms defined there can be sent, each with exactly its defined
+ * parameters, and the agent receives them with bilingual location and
+ * append-information texts. Results: 1 success, 0 failure.
+ */
+
+#pragma pack(push, 1)
+
+/* One parameter slot (256 bytes). */
+typedef struct AlarmParam {
+    char paramName[128];   /* at most 127 characters, terminated */
+    char paramValue[128];  /* at most 127 characters, terminated */
+} AlarmParam;
+
+/* One legacy alarm: a single malloc block of 22 + 256 * n bytes for n
+ * parameters. Owned by the caller from AllocAlarmObject to FreeAlarmObject;
+ * not to be used by two threads at once. */
+typedef struct AlarmObject {
+    char alarmId[10];        /* decimal text, at most 9 characters */
+    int32_t genClearType;    /* 1 = clear, anything else = generate */
+    uint32_t paramCapacity;  /* n, as allocated */
+    uint32_t paramCount;     /* slots filled so far */
+    AlarmParam params[];     /* filled in order by AppendParam */
+} AlarmObject;
+
+#pragma pack(pop)
+
+/* Loads the definitions from xmlFile (and the language files beside it), stamps
+ * serviceId and serviceInsId into them, reads APPID and APPNAME (required) and
+ * NODE_ID from the environment, and starts the legacy send thread; with
+ * rsetClear 1 the service also registers for reset-clear. Returns 1 when the
+ * arguments were accepted (NULL or empty xmlFile, NULL ids: 0); what loading
+ * achieved is only logged. Once it succeeded, later calls do nothing; a failed
+ * one is repeated in full by the next. Blocks while the files are read. */
+ALARMSDK_API int InitAlarm(const char* xmlFile, const char* serviceId, const char* serviceInsId, int rsetClear);
+/* A new alarm for paramNum parameters (1 or more), id at most 9 characters;
+ * NULL on bad arguments or no memory. Release with FreeAlarmObject. */
+ALARMSDK_API AlarmObject* AllocAlarmObject(const char* alarmId, int genClearType, unsigned int paramNum);
+/* Fills the next slot; name and value are cut to 127 characters. 0 when the
+ * object is full or an argument is NULL. */
+ALARMSDK_API int AppendParam(AlarmObject* object, const char* paramName, const char* paramValue);
+/* Hands a copy to the legacy manager, which checks it against its definition
+ * (the parameter count and names must match) and queues it; never waits for
+ * the agent. Returns 1 for any non-NULL object: a refusal is only logged.
+ * Safe from several threads at once. The object stays the caller's. */
+ALARMSDK_API int SendAlarm(AlarmObject* object);
+/* Releases the object (NULL is allowed). */
+ALARMSDK_API void FreeAlarmObject(AlarmObject* object);
+
 #ifdef __cplusplus
 }
 

@@ -1,12 +1,15 @@
 // The C entry points of the current generation: argument checks first, then
 // the process-wide manager or the co-process manager passed as a handle.
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
 
+#include "Alarm.h"
 #include "AlarmEx.h"
+#include "AlarmManager.h"
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "AlmLog.h"
@@ -19,6 +22,10 @@ static_assert(offsetof(_ZEBAlarm, alarmType) == 10 && offsetof(_ZEBAlarm, alarmT
               "_ZEBAlarm fields are packed in order");
 static_assert(offsetof(_ZEBAlarmParam, paramValue) == 128 && offsetof(_ZEBAlarmParam, next) == 256,
               "parameter node fields are packed in order");
+static_assert(sizeof(AlarmObject) == 22 && sizeof(AlarmParam) == 256, "the legacy block is 22 + 256 * n bytes");
+static_assert(offsetof(AlarmObject, genClearType) == 10 && offsetof(AlarmObject, paramCapacity) == 14 &&
+                  offsetof(AlarmObject, paramCount) == 18 && offsetof(AlarmObject, params) == 22,
+              "legacy block fields are packed in order");
 
 namespace {
 
@@ -85,6 +92,17 @@ int SendThrough(AlarmManagerEx* manager, _ZEBAlarm* alarm, const char* function)
     int result = manager->sendAlarm(record);
     delete record;
     return result;
+}
+
+constexpr uint32_t kLegacyHeaderSize = offsetof(AlarmObject, params);
+constexpr uint32_t kLegacyParamSize = sizeof(AlarmParam);
+constexpr std::size_t kLegacyIdSize = sizeof(AlarmObject::alarmId);
+// Beyond this the 32-bit block size wraps and the block would be too small for its slots.
+constexpr uint32_t kLegacyMaxParams = (UINT32_MAX - kLegacyHeaderSize) / kLegacyParamSize;
+
+// A slot's text, bounded even if the caller wrote the block itself.
+std::string SlotText(const char (&text)[sizeof(AlarmParam::paramName)]) {
+    return std::string(text, strnlen(text, sizeof(text)));
 }
 
 }  // namespace
@@ -297,6 +315,113 @@ int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*c
     }
     return manager->RegAlarmCheckInterface(manager->getServiceName(), callback);
 }
+
+int InitAlarm(const char* xmlFile, const char* serviceId, const char* serviceInsId, int rsetClear) {
+    if (xmlFile == nullptr) {
+        ALM_LOG_ERROR("The xmlFile is null");
+        return 0;
+    }
+    if (xmlFile[0] == '\0') {
+        ALM_LOG_ERROR("The xmlFile is empty");
+        return 0;
+    }
+    if (serviceId == nullptr) {
+        ALM_LOG_ERROR("The serviceId is null");
+        return 0;
+    }
+    if (serviceInsId == nullptr) {
+        ALM_LOG_ERROR("The serviceInsId is null");
+        return 0;
+    }
+    // Accepted arguments are a success: the manager reports its own failures in the log.
+    AlarmManager::GetInstance()->InitXML(xmlFile, serviceId, serviceInsId, rsetClear == 1 ? 1 : 0);
+    return 1;
+}
+
+AlarmObject* AllocAlarmObject(const char* alarmId, int genClearType, unsigned int paramNum) {
+    if (alarmId == nullptr) {
+        ALM_LOG_ERROR("AlarmId input is null");
+        return nullptr;
+    }
+    if (alarmId[0] == '\0') {
+        ALM_LOG_ERROR("AlarmId input is empty");
+        return nullptr;
+    }
+    if (strnlen(alarmId, kLegacyIdSize) >= kLegacyIdSize) {
+        ALM_LOG_ERROR("AlarmId input is too long");
+        return nullptr;
+    }
+    if (paramNum == 0) {
+        ALM_LOG_ERROR("AlarmParam number input is 0");
+        return nullptr;
+    }
+    // Computed in 32 bits, as the size has always been reported.
+    const uint32_t size = kLegacyParamSize * paramNum + kLegacyHeaderSize;
+    ALM_LOG_INFO("the len of alarm memory is %ud, len of AlarmObject is %ud, len of AlarmParam is %ud", size,
+                 kLegacyHeaderSize, kLegacyParamSize);
+    if (paramNum > kLegacyMaxParams) {
+        ALM_LOG_ERROR("AlarmParam number input is too large");
+        return nullptr;
+    }
+    AlarmObject* object = static_cast<AlarmObject*>(std::malloc(size));
+    if (object == nullptr) {
+        ALM_LOG_ERROR("In %s, pAlarmObject is null!", "AllocAlarmObject");
+        return nullptr;
+    }
+    (void)memset_s(object, size, 0, size);
+    object->genClearType = genClearType;
+    object->paramCapacity = paramNum;
+    object->paramCount = 0;
+    (void)strncpy_s(object->alarmId, sizeof(object->alarmId), alarmId, sizeof(object->alarmId) - 1);
+    ALM_LOG_INFO("AlarmId is %s", object->alarmId);
+    return object;
+}
+
+int AppendParam(AlarmObject* object, const char* paramName, const char* paramValue) {
+    if (object == nullptr || paramName == nullptr || paramValue == nullptr) {
+        ALM_LOG_ERROR("AppendParam() pAlarmObject,paramName,paramValue is NULL");
+        return 0;
+    }
+    ALM_LOG_INFO("the max len of paramName is %d", static_cast<int>(sizeof(AlarmParam::paramName)));
+    if (object->paramCount >= object->paramCapacity) {
+        ALM_LOG_ERROR("This pair of param is num %ud, and the max num is %ud", object->paramCount,
+                      object->paramCapacity);
+        return 0;
+    }
+    AlarmParam* slot = &object->params[object->paramCount];
+    const std::size_t textSize = sizeof(slot->paramName);
+    // Longer texts are cut to 127 characters, not refused.
+    if (strncpy_s(slot->paramName, textSize, paramName, textSize - 1) != 0 ||
+        strncpy_s(slot->paramValue, textSize, paramValue, textSize - 1) != 0) {
+        ALM_LOG_ERROR("strncpy_s failed........");
+        return 0;
+    }
+    slot->paramName[textSize - 1] = '\0';
+    slot->paramValue[textSize - 1] = '\0';
+    object->paramCount++;
+    ALM_LOG_INFO("paramName is %s, paramValue is %s", slot->paramName, slot->paramValue);
+    return 1;
+}
+
+int SendAlarm(AlarmObject* object) {
+    if (object == nullptr) {
+        return 0;
+    }
+    if (object->paramCount != object->paramCapacity) {
+        ALM_LOG_ERROR("The alarm param number is error");
+    }
+    Alarm alarm(object->alarmId, object->genClearType == 1 ? ZEB_ALARM_CLEAR : ZEB_ALARM_GENERATE);
+    // Every slot up to the capacity: unfilled ones add one empty pair, which
+    // the definition check then refuses. The result is 1 all the same.
+    for (uint32_t i = 0; i < object->paramCapacity; ++i) {
+        alarm.AppendParameter(SlotText(object->params[i].paramName).c_str(),
+                              SlotText(object->params[i].paramValue).c_str());
+    }
+    (void)AlarmManager::GetInstance()->SendAlarm(&alarm);
+    return 1;
+}
+
+void FreeAlarmObject(AlarmObject* object) { std::free(object); }
 
 }  // extern "C"
 

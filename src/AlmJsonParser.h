@@ -5,10 +5,12 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdint>
 #include <list>
 #include <string>
 
 class AlarmEx;
+struct _AlarmModel;
 
 class AlmJsonParser {
 public:
@@ -30,9 +32,23 @@ public:
     // other value, "" when the text is not JSON or has no "retCode".
     static std::string GetRetCodeEx(const char* json);
 
-    // The legacy envelope (GenRestDataJson, GenPayloadNode, GenServiceNode,
-    // GetRetCode) and its time stamp m_lTimeStamp join this class with the
-    // legacy alarm model.
+    // The legacy push document, printed compactly:
+    //   {"service":{...},"business":{"name":"PushAlarm"},"payload":{"alarmList":[...]}}
+    // Release with cJSON_free. NULL on failure (APPID unset among others).
+    static char* GenRestDataJson(const std::list<_AlarmModel*>& models);
+    // The "payload" object of that document (caller deletes it), or NULL.
+    static cJSON* GenPayloadNode(const std::list<_AlarmModel*>& models);
+    // The "service" node: "name" (the argument), "appid" (APPID), "ipaddress",
+    // "port", "time_stamp"; NULL when APPID is unset or the port is 65535.
+    static cJSON* GenServiceNode(const char* name);
+    // One legacy alarm object (caller deletes it). Alarm id "0" gives the
+    // reset-clear registration object.
+    static cJSON* GenAlarmModel(_AlarmModel* alarmModel);
+    // The legacy answer's "returncode" string, or "".
+    static std::string GetRetCode(const char* json);
+
+    // Written into the legacy service node as "time_stamp"; nothing assigns it.
+    static int64_t m_lTimeStamp;
 };
 
 #endif

@@ -4,6 +4,10 @@
 #ifndef ALARM_BASE64_H
 #define ALARM_BASE64_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 // value shifted left by `left`, cut to 8 bits, then shifted right by `right`.
 unsigned int cmove_bits(unsigned char value, unsigned int left, unsigned int right);
 
@@ -19,5 +23,9 @@ int zeb_alm_base64_encode(char* indata, int inlen, char* outdata, unsigned int* 
 // success. 0 on success; -1 on NULL pointers, a bad length or an invalid byte
 // (bytes decoded before it stay in outdata).
 int zeb_alm_base64_decode(char* indata, int inlen, char* outdata, int* outlen);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -6,15 +6,18 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "AlarmFixtures.h"
 #include "AlarmManagerEx.h"
+#include "Generations.h"
 #include "LogCapture.h"
 #include "PauseRecorder.h"
 #include "SdkTestSupport.h"
 
 using nodeward::FailMode;
+using sdktest::Generation;
 using nodeward::ReceivedAlarm;
 using nodeward::SimOptions;
 
@@ -28,16 +31,21 @@ protected:
     sdktest::SingletonEnv env_;
 };
 
-TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocuments) {
+// The send cycle is shared by both generations; these cases run on each.
+class SharedDelivery : public Delivery, public ::testing::WithParamInterface<Generation> {
+protected:
+    sdktest::GenerationDriver driver_{GetParam()};
+};
+
+TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocuments) {
     auto agent = sdktest::StartAgent();
     ASSERT_TRUE(agent);
     // Park the send thread in its idle pause while the alarms are queued.
     pauses_.hold();
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    ASSERT_TRUE(driver_.init());
     ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     for (int i = 0; i < 120; ++i) {
-        ASSERT_EQ(0, sdktest::SendCAlarm([](_ZEBAlarm* a) { return ZEBSendAlarm(a); }, "300012", i % 2,
-                                         {{"seq", std::to_string(i)}, {"zeta", "z"}, {"alpha", "a"}, {"Mid", "m"}}));
+        ASSERT_TRUE(driver_.send(std::to_string(i)));
     }
     pauses_.release();
     ASSERT_TRUE(agent->waitForAcceptedAlarms(120, 20000));
@@ -47,12 +55,70 @@ TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocume
     EXPECT_EQ(50u, requests[0].alarms.size());
     EXPECT_EQ(50u, requests[1].alarms.size());
     EXPECT_EQ(20u, requests[2].alarms.size());
-
     auto alarms = agent->acceptedAlarms();
     ASSERT_EQ(120u, alarms.size());
     for (int i = 0; i < 120; ++i) {
+        EXPECT_EQ(std::to_string(i), sdktest::GenerationDriver::SeqOf(alarms[i])) << "queue order lost at " << i;
+        EXPECT_EQ(GetParam() == Generation::Legacy, alarms[i].legacy);
+    }
+    EXPECT_TRUE(testsupport::WaitUntil(
+        [this] { return log_.count(driver_.successText(), driver_.successLevel(), driver_.logSource()) == 3; },
+        5000));
+}
+
+class SharedDeliveryRetry : public Delivery, public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {
+protected:
+    sdktest::GenerationDriver driver_{std::get<0>(GetParam())};
+};
+
+TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
+    SimOptions options;
+    options.failFirst = 2;
+    options.failMode = std::get<1>(GetParam());
+    auto agent = sdktest::StartAgent(options);
+    ASSERT_TRUE(agent);
+    pauses_.hold();
+    ASSERT_TRUE(driver_.init());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(driver_.send(std::to_string(i)));
+    }
+    pauses_.release();
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(5, 20000));
+
+    auto requests = agent->requests();
+    ASSERT_EQ(3u, requests.size());
+    EXPECT_FALSE(requests[0].accepted);
+    EXPECT_FALSE(requests[1].accepted);
+    EXPECT_TRUE(requests[2].accepted);
+    EXPECT_EQ(requests[0].body, requests[2].body) << "a resend must carry the same batch";
+    EXPECT_EQ(2u, pauses_.count(3));
+    auto alarms = agent->acceptedAlarms();
+    ASSERT_EQ(5u, alarms.size());
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(std::to_string(i), sdktest::GenerationDriver::SeqOf(alarms[i]));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, SharedDelivery, ::testing::Values(Generation::Current, Generation::Legacy),
+                         ::testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Modes, SharedDeliveryRetry,
+                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
+                                            ::testing::Values(FailMode::RetCode, FailMode::Empty, FailMode::Garbage,
+                                                              FailMode::Close)));
+
+TEST_F(Delivery, CurrentDocumentsCarryEveryKeyAndParametersInNameOrder) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(0, ZEBInitAlarmSDK());
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(0, sdktest::SendCAlarm([](_ZEBAlarm* a) { return ZEBSendAlarm(a); }, "300012", i % 2,
+                                         {{"seq", std::to_string(i)}, {"zeta", "z"}, {"alpha", "a"}, {"Mid", "m"}}));
+    }
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 20000));
+    auto alarms = agent->acceptedAlarms();
+    for (int i = 0; i < 2; ++i) {
         const ReceivedAlarm& a = alarms[i];
-        EXPECT_EQ(std::to_string(i), sdktest::Param(a, "seq")) << "queue order lost at " << i;
         EXPECT_EQ(sdktest::kAllAlarmKeys, a.keys);
         EXPECT_EQ("300012", a.alarmId);
         EXPECT_EQ(i % 2 == 0 ? 1 : 2, a.alarmType);  // generate 1, clear 2 on the wire
@@ -65,11 +131,9 @@ TEST_F(Delivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithCompleteDocume
         }
         EXPECT_EQ((std::vector<std::string>{"Mid", "alpha", "seq", "zeta"}), names);
     }
-    EXPECT_TRUE(requests[0].json.find("\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[") == 1)
-        << requests[0].json;
-    EXPECT_NE(std::string::npos, requests[0].json.find("]},\"Receiver\":\"SendAlarm\"}"));
-    EXPECT_TRUE(testsupport::WaitUntil(
-        [this] { return log_.count("send alarms success!", 5, "../src/AlarmManagerEx") == 3; }, 5000));
+    const std::string json = agent->requests().at(0).json;
+    EXPECT_TRUE(json.find("\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[") == 1) << json;
+    EXPECT_NE(std::string::npos, json.find("]},\"Receiver\":\"SendAlarm\"}"));
 }
 
 TEST_F(Delivery, ManagerIdentityReplacesTheCallersServiceNameAndKeepsACallerTime) {
@@ -95,40 +159,6 @@ TEST_F(Delivery, ManagerIdentityReplacesTheCallersServiceNameAndKeepsACallerTime
     EXPECT_EQ("10.0.0.1", sdktest::Param(a, "AlarmSourceLocation"));
     EXPECT_NE(std::string::npos, a.json.find("\"nodeIp\":\"10.0.0.1\""));
 }
-
-class DeliveryRetry : public Delivery, public ::testing::WithParamInterface<FailMode> {};
-
-TEST_P(DeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
-    SimOptions options;
-    options.failFirst = 2;
-    options.failMode = GetParam();
-    auto agent = sdktest::StartAgent(options);
-    ASSERT_TRUE(agent);
-    pauses_.hold();
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
-    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
-    }
-    pauses_.release();
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(5, 20000));
-
-    auto requests = agent->requests();
-    ASSERT_EQ(3u, requests.size());
-    EXPECT_FALSE(requests[0].accepted);
-    EXPECT_FALSE(requests[1].accepted);
-    EXPECT_TRUE(requests[2].accepted);
-    EXPECT_EQ(requests[0].body, requests[2].body) << "a resend must carry the same batch";
-    EXPECT_EQ(2u, pauses_.count(3));
-    auto alarms = agent->acceptedAlarms();
-    ASSERT_EQ(5u, alarms.size());
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(std::to_string(i), sdktest::Param(alarms[i], "seq"));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, DeliveryRetry,
-                         ::testing::Values(FailMode::RetCode, FailMode::Empty, FailMode::Garbage, FailMode::Close));
 
 TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
     SimOptions options;

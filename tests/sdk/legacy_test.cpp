@@ -1,0 +1,252 @@
+// The legacy generation end to end: its C functions' checks, the manager's
+// refusals, and the legacy document as the agent receives it.
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "AlarmManager.h"
+#include "AlarmSdk.h"
+#include "Generations.h"
+#include "LegacyFixtures.h"
+#include "LogCapture.h"
+#include "PauseRecorder.h"
+#include "SdkTestSupport.h"
+
+namespace {
+
+const char kImpl[] = "../src/AlarmImpl";
+const char kManager[] = "../src/AlarmManager";
+
+const std::vector<std::string> kLegacyAlarmKeys{
+    "alarmName",    "appId",         "alarmId",   "appName",        "serviceName",    "alarmEventType",
+    "genClearAlarmType", "alarmLevel", "alarmGenTime", "alarmClearTime", "alarmClearType", "isCanAutoClearType",
+    "eventType",    "probableCause", "nodeID",    "NodeIp",         "serviceID",      "serviceInstID",
+    "rsetClear",    "location",      "appendInfo"};
+const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
+                                                 "serviceIp", "restClearAlarmList", "occurTime"};
+
+std::vector<std::string> KeysOf(const cJSON* object) {
+    std::vector<std::string> keys;
+    for (const cJSON* item = object != nullptr ? object->child : nullptr; item != nullptr; item = item->next) {
+        keys.push_back(item->string);
+    }
+    return keys;
+}
+
+// Allocates, fills and sends one legacy alarm; SendAlarm's result.
+int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
+               unsigned int slots) {
+    AlarmObject* object = AllocAlarmObject(id, type, slots);
+    if (object == nullptr) {
+        return -1;
+    }
+    for (const auto& p : params) {
+        AppendParam(object, p.first, p.second);
+    }
+    const int result = SendAlarm(object);
+    FreeAlarmObject(object);
+    return result;
+}
+
+class Legacy : public ::testing::Test {
+protected:
+    // An existing file for InitAlarm's path check; the definitions are installed in memory.
+    std::string DefinitionFile() {
+        const std::string path = dir_.path() + "/alarms.xml";
+        std::FILE* f = std::fopen(path.c_str(), "w");
+        if (f != nullptr) {
+            std::fclose(f);
+        }
+        return path;
+    }
+
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    sdktest::SingletonEnv env_;
+    testsupport::TempDir dir_;
+};
+
+TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeFields) {
+    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", "10.0.0.1");
+    testsupport::ScopedEnv server("SERVER_IP", "10.0.0.9");
+    testsupport::ScopedEnv node("NODE_ID", "node-1");
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    legacytest::InstallDefinitions({legacytest::DiskDefinition(),
+                                    legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
+    pauses_.hold();
+    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1));
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    const std::vector<std::pair<const char*, const char*>> params{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
+    ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
+    ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
+    pauses_.release();
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(3, 20000));
+
+    const auto requests = agent->requests();
+    ASSERT_EQ(1u, requests.size());
+    cJSON* root = cJSON_Parse(requests[0].json.c_str());
+    ASSERT_NE(nullptr, root);
+    EXPECT_EQ((std::vector<std::string>{"service", "business", "payload"}), KeysOf(root));
+    char* service = cJSON_PrintUnformatted(cJSON_GetObjectItem(root, "service"));
+    EXPECT_STREQ(R"({"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,"time_stamp":0})",
+                 service);
+    cJSON_free(service);
+    const cJSON* list = cJSON_GetObjectItem(cJSON_GetObjectItem(root, "payload"), "alarmList");
+    ASSERT_EQ(3, cJSON_GetArraySize(list));
+
+    const cJSON* registration = cJSON_GetArrayItem(list, 0);
+    EXPECT_EQ(kRegistrationKeys, KeysOf(registration));
+    char* clearList = cJSON_PrintUnformatted(cJSON_GetObjectItem(registration, "restClearAlarmList"));
+    EXPECT_STREQ(R"([{"alarmId":"300012"},{"alarmId":"300020"}])", clearList);
+    cJSON_free(clearList);
+    EXPECT_STREQ("storage", cJSON_GetObjectItem(registration, "serviceName")->valuestring);
+    EXPECT_STREQ("10.0.0.9", cJSON_GetObjectItem(registration, "serviceIp")->valuestring);
+
+    for (int i = 1; i <= 2; ++i) {
+        const cJSON* alarm = cJSON_GetArrayItem(list, i);
+        auto number = [alarm](const char* key) { return cJSON_GetObjectItem(alarm, key)->valuedouble; };
+        auto text = [alarm](const char* key) { return std::string(cJSON_GetObjectItem(alarm, key)->valuestring); };
+        EXPECT_EQ(kLegacyAlarmKeys, KeysOf(alarm));
+        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", text("alarmName"));
+        EXPECT_EQ("orders-app", text("appName"));
+        EXPECT_EQ("storage", text("serviceName"));
+        EXPECT_EQ("10.0.0.1", text("nodeID"));
+        EXPECT_EQ("10.0.0.1", text("NodeIp"));
+        EXPECT_EQ("svc-1", text("serviceID"));
+        EXPECT_EQ("inst-1", text("serviceInstID"));
+        EXPECT_EQ(1, number("rsetClear"));
+        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", text("location"));
+        EXPECT_EQ("EN:Usage=95,State=normal,Alarm Source Location=10.0.0.1:node-1##"
+                  "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
+                  text("appendInfo"));
+        const bool generated = i == 1;
+        EXPECT_EQ(generated ? 0 : 1, number("genClearAlarmType"));
+        EXPECT_EQ(generated ? 2 : 0, number("alarmClearType"));
+        EXPECT_GT(number(generated ? "alarmGenTime" : "alarmClearTime"), 1.7e12);
+        EXPECT_EQ(-1, number(generated ? "alarmClearTime" : "alarmGenTime"));
+    }
+    cJSON_Delete(root);
+}
+
+TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
+    AlarmObject* full = AllocAlarmObject("9", 0, 1);
+    ASSERT_NE(nullptr, full);
+    ASSERT_EQ(1, AppendParam(full, "a", "b"));
+    struct Row {
+        std::function<bool()> call;  // true when the call was refused as it should be
+        const char* error;
+    };
+    const Row rows[] = {
+        {[] { return InitAlarm(nullptr, "s", "i", 0) == 0; }, "The xmlFile is null"},
+        {[] { return InitAlarm("", "s", "i", 0) == 0; }, "The xmlFile is empty"},
+        {[] { return InitAlarm("/x.xml", nullptr, "i", 0) == 0; }, "The serviceId is null"},
+        {[] { return InitAlarm("/x.xml", "s", nullptr, 0) == 0; }, "The serviceInsId is null"},
+        {[] { return AllocAlarmObject(nullptr, 0, 1) == nullptr; }, "AlarmId input is null"},
+        {[] { return AllocAlarmObject("", 0, 1) == nullptr; }, "AlarmId input is empty"},
+        {[] { return AllocAlarmObject("1234567890", 0, 1) == nullptr; }, "AlarmId input is too long"},
+        {[] { return AllocAlarmObject("1", 0, 0) == nullptr; }, "AlarmParam number input is 0"},
+        // The 32-bit block size would wrap and leave the slots outside the block.
+        {[] { return AllocAlarmObject("1", 0, 0x01000000u) == nullptr; }, "AlarmParam number input is too large"},
+        {[] { return AppendParam(nullptr, "a", "b") == 0; }, "AppendParam() pAlarmObject,paramName,paramValue is NULL"},
+        {[full] { return AppendParam(full, "c", "d") == 0; }, "This pair of param is num 1d, and the max num is 1d"},
+    };
+    for (const Row& row : rows) {
+        log_.clear();
+        EXPECT_TRUE(row.call()) << row.error;
+        EXPECT_TRUE(log_.contains(row.error, 5, kImpl)) << row.error << "\n" << log_.dump();
+    }
+    EXPECT_EQ(0, SendAlarm(nullptr));
+    FreeAlarmObject(full);
+    FreeAlarmObject(nullptr);
+}
+
+TEST_F(Legacy, ObjectsHoldNineCharacterIdsAndCutLongTexts) {
+    AlarmObject* object = AllocAlarmObject("123456789", 1, 2);
+    ASSERT_NE(nullptr, object);
+    EXPECT_TRUE(log_.contains("the len of alarm memory is 534d, len of AlarmObject is 22d, len of AlarmParam is 256d",
+                              2, kImpl));
+    EXPECT_STREQ("123456789", object->alarmId);
+    EXPECT_EQ(1, object->genClearType);
+    const std::string longValue(200, 'v');
+    ASSERT_EQ(1, AppendParam(object, "name", longValue.c_str()));
+    EXPECT_EQ(std::string(127, 'v'), object->params[0].paramValue);
+    EXPECT_EQ(1u, object->paramCount);
+    FreeAlarmObject(object);
+}
+
+TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillSucceeds) {
+    // Before any definition is loaded, no alarm can be found.
+    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_TRUE(log_.contains("Get alarm 300012 failed, there is not this alarm!", 5, kManager));
+
+    legacytest::InstallDefinitions({legacytest::DiskDefinition()});
+    log_.clear();
+    // Fewer parameters than announced: one empty pair joins the map, which still misses one.
+    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}}, 3));
+    EXPECT_TRUE(log_.contains("The alarm param number is error", 5, kImpl));
+    EXPECT_TRUE(log_.contains("alarmid is 300012, check alarmmodel failed!", 5, kManager));
+    // A repeated name keeps its first value and leaves the map one short.
+    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"disk", "sdb"}, {"state", "0"}}, 3));
+    EXPECT_EQ(2u, log_.count("alarmid is 300012, check alarmmodel failed!", 5, kManager));
+    EXPECT_EQ(1, SendLegacy("404", 0, {{"a", "b"}}, 1));
+    EXPECT_TRUE(log_.contains("Get alarm 404 failed, there is not this alarm!", 5, kManager));
+    EXPECT_EQ(0u, AlarmManager::GetInstance()->queuedModelCount());
+
+    // The bound: 1024 models, the next is refused; the registration ignores the bound.
+    for (int i = 0; i < 1024; ++i) {
+        ASSERT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    }
+    EXPECT_EQ(1024u, AlarmManager::GetInstance()->queuedModelCount());
+    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_TRUE(log_.contains("the alarm queue is full, this alarm has been removed !", 5, kManager));
+    EXPECT_EQ(0, AlarmManager::GetInstance()->RegisterRsetClear());
+    EXPECT_EQ(1025u, AlarmManager::GetInstance()->queuedModelCount());
+}
+
+TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
+    legacytest::InstallDefinitions({legacytest::DiskDefinition()});
+    const std::string xml = DefinitionFile();
+    {
+        testsupport::ScopedEnv noAppId("APPID", nullptr);
+        EXPECT_EQ(1, InitAlarm(xml.c_str(), "svc-1", "inst-1", 0));
+        EXPECT_TRUE(log_.contains("APPID is NULL", 5, kManager));
+        EXPECT_FALSE(log_.contains("create send alarm thread success!"));
+    }
+    EXPECT_EQ(1, InitAlarm(xml.c_str(), "svc-1", "inst-1", 0));
+    EXPECT_EQ(2u, log_.count("init xml success!", 2, kManager));
+    EXPECT_TRUE(log_.contains("Get AppName orders-app", 2, kManager));
+    EXPECT_EQ(1u, log_.count("create send alarm thread success!", 2, kManager));
+    // Once initialised, a further call does nothing, not even log.
+    log_.clear();
+    EXPECT_EQ(1, InitAlarm(xml.c_str(), "svc-1", "inst-1", 0));
+    EXPECT_TRUE(log_.lines().empty()) << log_.dump();
+    // A path that does not resolve is refused by the manager, not by InitAlarm.
+    EXPECT_EQ(1, InitAlarm("/nonexistent/alarms.xml", "s", "i", 0));
+}
+
+TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    sdktest::GenerationDriver legacy(sdktest::Generation::Legacy);
+    sdktest::GenerationDriver current(sdktest::Generation::Current);
+    ASSERT_TRUE(legacy.init());
+    ASSERT_TRUE(current.init());
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(legacy.send("L" + std::to_string(i)));
+        ASSERT_TRUE(current.send("C" + std::to_string(i)));
+    }
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(6, 20000));
+    std::vector<std::string> legacySeqs;
+    std::vector<std::string> currentSeqs;
+    for (const auto& a : agent->acceptedAlarms()) {
+        (a.legacy ? legacySeqs : currentSeqs).push_back(sdktest::GenerationDriver::SeqOf(a));
+    }
+    EXPECT_EQ((std::vector<std::string>{"L0", "L1", "L2"}), legacySeqs);
+    EXPECT_EQ((std::vector<std::string>{"C0", "C1", "C2"}), currentSeqs);
+}
+
+}  // namespace

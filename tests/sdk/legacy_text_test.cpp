@@ -1,0 +1,144 @@
+// The bilingual location and append-information texts of a legacy alarm:
+// parameter classes and types, the alarm source and its location with their
+// fallbacks, and the 1024-byte limit.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AlarmAdapter.h"
+#include "AlarmManager.h"
+#include "AlmRukInterface.h"
+#include "LegacyFixtures.h"
+#include "LogCapture.h"
+#include "TestEnv.h"
+
+namespace {
+
+using legacytest::ParamSpec;
+
+struct TextCase {
+    const char* name;
+    std::vector<ParamSpec> definition;
+    std::vector<std::pair<std::string, std::string>> params;
+    const char* serviceName;  // the alarm's service instance name
+    const char* podName;
+    const char* hostingServerIp;
+    const char* serverIp;
+    const char* nodeId;
+    std::string location;
+    std::string appendInfo;
+    std::string error;  // an error line the case must log ("" for none)
+};
+
+const ParamSpec kUsage{"usage", "Usage", "UsageCh", "UINT", 1, 1, {}};
+const ParamSpec kDisk{"disk", "Disk", "磁盘", "STRING", 0, 0, {}};
+const ParamSpec kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}};
+
+const TextCase kTextCases[] = {
+    {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
+     "EN:Usage=95,Alarm Source=svc-a,Alarm Source Location=10.0.0.5:node-1##"
+     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##",
+     ""},
+    {"LocationAndAppendByClassUintCutEnumSignExtended", {kDisk, kUsage, kState},
+     {{"disk", "sda"}, {"usage", "300"}, {"state", "255"}}, "", nullptr, nullptr, nullptr, nullptr,
+     "EN:Disk=sda##ZH:磁盘=sda##", "EN:Usage=44,State=failed##ZH:UsageCh=44,状态=故障##", ""},
+    {"EnumWithoutMatchAddsOnlyTheSeparator", {kState}, {{"state", "7"}}, "", nullptr, nullptr, nullptr, nullptr,
+     "EN:##ZH:##", "EN:State=##ZH:状态=##", ""},
+    {"UintOfUnsupportedLengthIsZero", {{"n", "N", "N", "UINT", 8, 0, {}}}, {{"n", "12"}}, "", nullptr, nullptr,
+     nullptr, nullptr, "EN:N=0##ZH:N=0##", "EN:##ZH:##", "In ALM_GetIntValue, paraLen=8  is invalid !"},
+    {"PodNameAndServerIpStandInWithoutNodeId", {kUsage}, {{"usage", "1"}}, "", "pod-1", nullptr, "10.9.9.9",
+     nullptr, "EN:##ZH:##",
+     "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
+     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##",
+     ""},
+    {"ServiceNameWinsOverPodNameAndNodeAddressOverServerIp", {kUsage}, {{"usage", "1"}}, "svc-b", "pod-1",
+     "10.0.0.7", "10.9.9.9", nullptr, "EN:##ZH:##",
+     "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
+     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##",
+     ""},
+    {"OneCharacterNodeAddressIsIgnored", {kUsage}, {{"usage", "1"}}, "", nullptr, "x", nullptr, "node-1",
+     "EN:##ZH:##", "EN:Usage=1##ZH:UsageCh=1##", ""},
+    {"InvalidClassIsSkipped", {{"x", "X", "X", "STRING", 0, 2, {}}, kUsage}, {{"x", "v"}, {"usage", "2"}}, "",
+     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=2##ZH:UsageCh=2##",
+     "[ALM_ContructLocationAndAppendParainfo] ParamName=x ,ParamClass(2) is invalid!"},
+    {"UndefinedNameIsIgnoredAndTheDefinedOneSkipped", {kDisk, kUsage}, {{"other", "v"}, {"usage", "3"}}, "",
+     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=3##ZH:UsageCh=3##", ""},
+    {"CountMismatchAddsNoParameters", {kDisk, kUsage}, {{"usage", "3"}}, "svc-a", nullptr, nullptr, nullptr,
+     nullptr, "EN:##ZH:##", "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
+     "[ALM_InitAlarmCruxInfo] paralen(1) is not equal config(2)!"},
+};
+
+void PrintTo(const TextCase& c, std::ostream* os) { *os << c.name; }
+
+class LegacyTexts : public ::testing::TestWithParam<TextCase> {};
+
+TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
+    const TextCase& c = GetParam();
+    testsupport::ScopedEnv pod("PODNAME", c.podName);
+    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", c.hostingServerIp);
+    testsupport::ScopedEnv server("SERVER_IP", c.serverIp);
+    testsupport::ScopedEnv node("NODE_ID", c.nodeId);
+    AlmRukInterface::InitAllIp();
+    testsupport::LogCapture log;
+
+    stAlarmItems* item = legacytest::Definition(300012, "storage", "Disk", "磁盘", c.definition);
+    Alarm alarm("300012", ZEB_ALARM_GENERATE);
+    alarm.SetServiceInsName(c.serviceName);
+    for (const auto& p : c.params) {
+        alarm.AppendParameter(p.first.c_str(), p.second.c_str());
+    }
+    ALM_Json_Para_def* location = new ALM_Json_Para_def();
+    ALM_Json_Para_def* appendInfo = new ALM_Json_Para_def();
+    ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
+
+    EXPECT_STREQ("location", location->Json_para_Name);
+    EXPECT_STREQ("appendInfo", appendInfo->Json_para_Name);
+    EXPECT_EQ(c.location, location->Json_para_Value);
+    EXPECT_EQ(c.appendInfo, appendInfo->Json_para_Value);
+    if (c.error[0] != '\0') {
+        EXPECT_TRUE(log.contains(c.error, 5, "../src/AlarmAdapter")) << log.dump();
+    }
+    deleteALM_Json_ParaPtr(location);
+    deleteALM_Json_ParaPtr(appendInfo);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, LegacyTexts, ::testing::ValuesIn(kTextCases),
+                         [](const ::testing::TestParamInfo<TextCase>& info) { return info.param.name; });
+
+TEST(LegacyTextLimits, AnOverlongLocationIsCutAndReportedWithTheAppendInformationText) {
+    testsupport::LogCapture log;
+    std::vector<ParamSpec> defs;
+    std::vector<std::string> names;
+    for (int i = 0; i < 5; ++i) {
+        names.push_back("p" + std::to_string(i));
+    }
+    for (const std::string& n : names) {
+        defs.push_back({n.c_str(), n.c_str(), n.c_str(), "STRING", 0, 0, {}});
+    }
+    defs.push_back(kUsage);
+    stAlarmItems* item = legacytest::Definition(1, "s", "A", "A", defs);
+    Alarm alarm("1", ZEB_ALARM_GENERATE);
+    const std::string value(120, 'v');
+    std::string english;
+    for (const std::string& n : names) {
+        alarm.AppendParameter(n.c_str(), value.c_str());
+        english += n + "=" + value + ",";
+    }
+    english.pop_back();
+    alarm.AppendParameter("usage", "9");
+    ALM_Json_Para_def* location = new ALM_Json_Para_def();
+    ALM_Json_Para_def* appendInfo = new ALM_Json_Para_def();
+    ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
+
+    const std::string full = "EN:" + english + "##ZH:" + english + "##";
+    ASSERT_GT(full.size(), 1022u);
+    EXPECT_EQ(full.substr(0, 1022), location->Json_para_Value);
+    EXPECT_TRUE(log.contains("LocationInfo Len > 1024,Ch is---" + english + ",En is---Usage=9", 5)) << log.dump();
+    EXPECT_EQ("EN:Usage=9##ZH:UsageCh=9##", std::string(appendInfo->Json_para_Value));
+    deleteALM_Json_ParaPtr(location);
+    deleteALM_Json_ParaPtr(appendInfo);
+}
+
+}  // namespace

@@ -74,9 +74,7 @@ void FillFromDefinition(_AlarmModel* model, Alarm* alarm, const stAlarmItems* de
     model->isCanAutoClearType = def->isAutoClean;
     model->eventType = def->eventType;
     CopyField(model->probableCause, "");
-    for (int64_t& word : model->trailer) {
-        word = 0;
-    }
+    std::memset(model->trailer, 0, sizeof(model->trailer));
 }
 
 // Copies a finished bilingual text into the model; a missing one (its buffer

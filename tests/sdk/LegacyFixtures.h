@@ -29,10 +29,17 @@ struct ParamSpec {
     std::vector<EnumSpec> enums;
 };
 
-// A definition like the loader's (zero-filled, never freed: definitions live until the process ends).
+// Keeps every definition reachable: like the loader's, they live until the process ends.
+inline stAlarmItems* Keep(stAlarmItems* item) {
+    static std::vector<stAlarmItems*>* kept = new std::vector<stAlarmItems*>();
+    kept->push_back(item);
+    return item;
+}
+
+// A definition like the loader's (zero-filled).
 inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
                                 const std::vector<ParamSpec>& params) {
-    stAlarmItems* item = static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems)));
+    stAlarmItems* item = Keep(static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems))));
     item->alarmId = id;
     std::snprintf(item->alarmName, sizeof(item->alarmName), "EN:%s##ZH:%s##", en, ch);
     std::snprintf(item->serviceType, sizeof(item->serviceType), "%s", serviceType);

@@ -56,9 +56,9 @@ TEST(SimFormat, AnnouncementLines) {
 TEST(SimFormat, LegacyAlarmLine) {
     const ReceivedAlarm alarm = OnlyAlarm(LegacyDocument(LegacyAlarm("1001", 1)));
     EXPECT_EQ(FormatAlarmLine(alarm),
-              "legacy alarm 1001 clear service=orders app=app-7 time=2026-11-27T13:02:08.000Z "
-              "name=\"EN:Disk full##ZH:disk##\" location=\"EN:Disk=sda##ZH:Disk=sda##\" "
-              "append=\"EN:Usage=95##ZH:Usage=95##\"");
+              "legacy alarm 1001 clear service=orders app=app-7 raised=2026-11-27T13:02:07.123Z "
+              "cleared=2026-11-27T13:02:08.000Z "
+              "name=[Disk full | disk] location=[Disk=sda | Disk=sda] append=[Usage=95 | Usage=95]");
 }
 
 TEST(SimFormat, ParseEndpoint) {

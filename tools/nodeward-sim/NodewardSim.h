@@ -65,6 +65,8 @@ struct ReceivedAlarm {
     std::string location;                     // legacy: "location"
     std::string appendInfo;                   // legacy: "appendInfo"
     std::vector<std::string> clearAlarmIds;   // legacy announcement: ids of "restClearAlarmList"
+    int64_t genTime = -1;                     // legacy: "alarmGenTime"
+    int64_t clearTime = -1;                   // legacy: "alarmClearTime"
 };
 // Legacy alarm objects carry no "alarmType"/"parameters"/"servicePort": alarmType
 // is taken from "genClearAlarmType" in the current wire form (0 -> 1 generate,

@@ -91,6 +91,8 @@ ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
     alarm.alarmName = TextOf(Member(object, "alarmName"));
     alarm.location = TextOf(Member(object, "location"));
     alarm.appendInfo = TextOf(Member(object, "appendInfo"));
+    ReadNumber(object, "alarmGenTime", &alarm.genTime);
+    ReadNumber(object, "alarmClearTime", &alarm.clearTime);
     int64_t genClear = -1;
     if (NumberOf(Member(object, "genClearAlarmType"), &genClear)) {
         alarm.alarmType = genClear == 0 ? 1 : (genClear == 1 ? 2 : 0);

@@ -46,6 +46,24 @@ std::string From(const ReceivedAlarm& alarm) {
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
+// "EN:<english>##ZH:<chinese>##" reads better as [<english> | <chinese>]; any
+// other text is shown quoted as it came.
+std::string Bilingual(const std::string& text) {
+    static const std::string kEn = "EN:";
+    static const std::string kZh = "##ZH:";
+    static const std::string kEnd = "##";
+    const std::size_t zh = text.find(kZh);
+    if (text.compare(0, kEn.size(), kEn) != 0 || zh == std::string::npos || text.size() < zh + kZh.size() + 2 ||
+        text.compare(text.size() - kEnd.size(), kEnd.size(), kEnd) != 0) {
+        return Quoted(text);
+    }
+    const std::string english = text.substr(kEn.size(), zh - kEn.size());
+    const std::string chinese = text.substr(zh + kZh.size(), text.size() - kEnd.size() - zh - kZh.size());
+    return "[" + english + " | " + chinese + "]";
+}
+
+std::string TimeOrDash(int64_t ms) { return ms < 0 ? "-" : FormatTime(ms); }
+
 }  // namespace
 
 std::string FormatAlarmLine(const ReceivedAlarm& alarm) {
@@ -70,15 +88,17 @@ std::string FormatAlarmLine(const ReceivedAlarm& alarm) {
         }
         return line;
     }
+    if (alarm.legacy) {
+        // Both times: a legacy alarm carries -1 in the one that does not apply.
+        return prefix + "alarm " + alarm.alarmId + " " + Kind(alarm.alarmType) + " service=" + alarm.serviceName +
+               " app=" + alarm.appId + " raised=" + TimeOrDash(alarm.genTime) +
+               " cleared=" + TimeOrDash(alarm.clearTime) + " name=" + Bilingual(alarm.alarmName) +
+               " location=" + Bilingual(alarm.location) + " append=" + Bilingual(alarm.appendInfo);
+    }
     std::string line =
         prefix + "alarm " + alarm.alarmId + " " + Kind(alarm.alarmType) + " service=" + alarm.serviceName + rest;
     if (!alarm.serviceIp.empty() || alarm.servicePort >= 0) {
         line += " from=" + From(alarm);
-    }
-    if (alarm.legacy) {
-        line += " name=" + Quoted(alarm.alarmName) + " location=" + Quoted(alarm.location) +
-                " append=" + Quoted(alarm.appendInfo);
-        return line;
     }
     if (!alarm.parameters.empty()) {
         line += " params:";

@@ -2,6 +2,7 @@
 
 #include <list>
 #include <string>
+#include <thread>
 
 #include "ConfigTestSupport.h"
 
@@ -73,6 +74,22 @@ TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     EXPECT_EQ(UINT64_MAX, ALM_GetAlarmMaxAlarmId());  // -1 compares as unsigned
     EXPECT_EQ((std::list<std::string>{"disk", "net", "dup", "net", "cpu"}), ALM_GetServiceNames());
     EXPECT_EQ((std::list<std::string>{"7", "-1", "7", "", "123456789"}), ALM_GetAlarmIds());
+}
+
+TEST(ConfigLookups, FirstLookUpsOnTwoThreadsLoadOnce) {
+    ConfigDir dir;
+    dir.Write(Doc(Alarm("3", "a", "1") + Alarm("9", "b", "")));
+    std::string path = dir.xmlPath();
+    ALM_SetConfFilePath(&path[0]);
+    testsupport::LogCapture log;
+    uint64_t seen[2] = {};
+    std::thread other([&seen] { seen[1] = ALM_GetAlarmMaxAlarmId(); });
+    seen[0] = ALM_GetAlarmMaxAlarmId();
+    other.join();
+    EXPECT_EQ(9u, seen[0]);
+    EXPECT_EQ(9u, seen[1]);
+    EXPECT_EQ(1u, log.count("ALM_ConfInit success! "));
+    EXPECT_EQ(2u, configtest::Definitions().size());
 }
 
 TEST(ConfigLookups, NothingLoadedGivesEmptyAnswers) {

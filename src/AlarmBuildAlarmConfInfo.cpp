@@ -40,7 +40,7 @@ constexpr const char* kLogSource = "../src/AlarmBuildAlarmConfInfo";
 
 // Texts read from the document are kept up to this many characters.
 constexpr size_t kTextMax = 127;
-// Parameter and enumeration fields are copied with this destination size:
+// Parameter fields are copied with this destination size:
 // a text of 127 characters is refused and leaves the field empty.
 constexpr size_t kFieldBound = ALM_CONF_TEXT_SIZE - 1;
 // Language keys are formatted into buffers of this size; keys and alarm

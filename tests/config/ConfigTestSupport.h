@@ -19,29 +19,22 @@ inline void WriteFile(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
 }
 
-// "<Alarms>" + body + "</Alarms>" with the usual declaration.
-inline std::string Doc(const std::string& body) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Alarms>" + body + "</Alarms>\n";
+inline std::string Doc(const std::string& alarms) { return "<?xml version=\"1.0\"?>\n<Alarms>" + alarms + "</Alarms>"; }
+
+// Sets the paths and loads, as the legacy initialisation does.
+inline void Load(std::string xmlPath) {
+    ALM_SetConfFilePath(&xmlPath[0]);
+    ALM_ConfInit();
 }
 
-class ConfigDir {
-public:
-    std::string xmlPath() const { return dir_.path() + "/alarms.xml"; }
-    void Write(const std::string& xml, const std::string& en = "", const std::string& zh = "") const {
-        WriteFile(xmlPath(), xml);
-        WriteFile(dir_.path() + "/en_US/language.properties", en);
-        WriteFile(dir_.path() + "/zh_CN/language.properties", zh);
+struct ConfigDir {
+    testsupport::TempDir dir;
+    std::string xml() const { return dir.path() + "/alarms.xml"; }
+    void Write(const std::string& doc, const std::string& en = "", const std::string& zh = "") const {
+        WriteFile(xml(), doc);
+        WriteFile(dir.path() + "/en_US/language.properties", en);
+        WriteFile(dir.path() + "/zh_CN/language.properties", zh);
     }
-    // Sets the paths and loads, as the legacy initialisation does.
-    static void Load(std::string path) {
-        ALM_SetConfFilePath(&path[0]);
-        ALM_ConfInit();
-    }
-    void Load() const { Load(xmlPath()); }
-    const std::string& path() const { return dir_.path(); }
-
-private:
-    testsupport::TempDir dir_;
 };
 
 inline std::vector<const stAlarmItems*> Definitions() {

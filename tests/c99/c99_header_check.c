@@ -37,7 +37,7 @@ int main(void) {
         (entry_fn)&ALM_GetAlarmConfigInfo,   (entry_fn)&ALM_GetAlarmParaLengthbyAlarmId,
         (entry_fn)&ALM_GetAlarmMaxAlarmId,   (entry_fn)&ALM_GetCurrMs,
     };
-    /* The legacy configuration's data. */
+    /* The legacy configuration's data: naming it makes the linker resolve it. */
     const void* data[] = {
         &g_stCfgParaInfo, &g_uiInitFlag, ALARM_LANG_CONFIG_CH_PATH, ALARM_LANG_CONFIG_EN_PATH,
         &g_bInitLangFileFlagEN, &g_bInitLangFileFlagZH, &ALARM, &ALARM_ID, &ALARM_TYPE, &ALARM_LEVEL,
@@ -45,12 +45,6 @@ int main(void) {
         &ALARM_TOGGLE_PARA,
     };
     size_t i;
-    for (i = 0; i < sizeof(data) / sizeof(data[0]); ++i) {
-        if (data[i] == NULL) {
-            fprintf(stderr, "configuration data %u is missing\n", (unsigned)i);
-            return 1;
-        }
-    }
     for (i = 0; i < sizeof(entries) / sizeof(entries[0]); ++i) {
         if (entries[i] == NULL) {
             fprintf(stderr, "entry %u is missing\n", (unsigned)i);
@@ -66,6 +60,7 @@ int main(void) {
         }
     }
     (void)on_check;
+    (void)data;
     printf("1 passed, 0 failed\n");
     return 0;
 }

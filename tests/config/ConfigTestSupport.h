@@ -39,7 +39,7 @@ struct ConfigDir {
 
 inline std::vector<const stAlarmItems*> Definitions() {
     std::vector<const stAlarmItems*> items;
-    for (const stAlarmItems* item = g_stCfgParaInfo.head; item != nullptr && items.size() < 100000; item = item->next) {
+    for (auto* item = g_stCfgParaInfo.head; item != nullptr && items.size() < 100000; item = item->next) {
         items.push_back(item);
     }
     return items;

@@ -21,29 +21,25 @@ std::string Alarm(const std::string& id, const std::string& service, const std::
     return "<A><AlarmID>" + id + "</AlarmID><ServiceType>" + service + "</ServiceType><Params>" + params + "</Params></A>";
 }
 
-TEST(ConfigPaths, TrailingSlashesGoAndLanguagePathsLieBeside) {
-    for (const char* suffix : {"", "/", "///"}) {
+// Trailing slashes go; the definition path is set only when both language files resolve.
+TEST(ConfigPaths, LanguageFilesLieBesideTheDefinitionFile) {
+    for (const std::string variant : {"", "/", "///", "zh_CN", "en_US"}) {
+        const bool resolves = variant.empty() || variant[0] == '/';
         ConfigDir dir;
         dir.Write(Doc(""));
+        if (!resolves) {
+            std::filesystem::remove_all(dir.dir.path() + "/" + variant);
+        }
+        g_stCfgParaInfo.configPath[0] = '\0';
         testsupport::LogCapture log;
-        configtest::Load(dir.xml() + suffix);
-        EXPECT_EQ(dir.xml(), g_stCfgParaInfo.configPath) << suffix;
-        EXPECT_EQ(dir.dir.path() + "/zh_CN/language.properties", ALARM_LANG_CONFIG_CH_PATH);
-        EXPECT_EQ(dir.dir.path() + "/en_US/language.properties", ALARM_LANG_CONFIG_EN_PATH);
-        EXPECT_TRUE(log.contains("the real g_stCfgParaInfo.config path is  " + dir.xml(), 2));
-    }
-}
-
-TEST(ConfigPaths, MissingLanguageFileLeavesTheDefinitionPathUnset) {
-    for (const std::string missing : {"Ch", "En"}) {
-        ConfigDir dir;
-        dir.Write(Doc(Alarm("1", "a")));
-        std::filesystem::remove_all(dir.dir.path() + (missing == "Ch" ? "/zh_CN" : "/en_US"));
-        testsupport::LogCapture log;
-        configtest::Load(dir.xml());
-        EXPECT_STREQ("", g_stCfgParaInfo.configPath);
-        EXPECT_EQ(0u, g_uiInitFlag);
-        EXPECT_TRUE(log.contains("input " + missing + "language.properties is not realpath!", 5)) << log.dump();
+        configtest::Load(dir.xml() + (resolves ? variant : ""));
+        EXPECT_EQ(resolves ? dir.xml() : "", g_stCfgParaInfo.configPath) << variant;
+        if (resolves) {
+            EXPECT_EQ(dir.dir.path() + "/zh_CN/language.properties", ALARM_LANG_CONFIG_CH_PATH);
+            EXPECT_EQ(dir.dir.path() + "/en_US/language.properties", ALARM_LANG_CONFIG_EN_PATH);
+        }
+        EXPECT_EQ(variant == "zh_CN", log.contains("input Chlanguage.properties is not realpath!", 5));
+        EXPECT_EQ(variant == "en_US", log.contains("input Enlanguage.properties is not realpath!", 5));
     }
 }
 
@@ -69,6 +65,13 @@ TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     EXPECT_EQ((Strings{"disk", "net", "dup", "net", "cpu"}), ALM_GetServiceNames());
     EXPECT_EQ((Strings{"7", "-1", "7", "", "123456789"}), ALM_GetAlarmIds());
     EXPECT_EQ("", lltos(-123456789));
+    const std::string id127(127, 'i');  // a 128-character identity is refused, not cut
+    ALM_RsetConf(id127.c_str(), "inst-1", 1);
+    ALM_RsetConf(nullptr, (id127 + "i").c_str(), 0);
+    for (const stAlarmItems* item : configtest::Definitions()) {
+        EXPECT_EQ(id127 + "  0", std::string(item->serviceId) + " " + item->serviceInsId + " " +
+                                     std::to_string(item->rsetClear));
+    }
 }
 
 TEST(ConfigLookups, FirstLookUpsOnTwoThreadsLoadOnce) {
@@ -85,19 +88,6 @@ TEST(ConfigLookups, FirstLookUpsOnTwoThreadsLoadOnce) {
     EXPECT_EQ(9u, seen[1]);
     EXPECT_EQ(1u, log.count("ALM_ConfInit success! "));
     EXPECT_EQ(2u, configtest::Definitions().size());
-}
-
-TEST(ConfigLookups, ServiceIdentityIsStampedIntoEveryDefinition) {
-    ConfigDir dir;
-    dir.Write(Doc(Alarm("1", "a") + Alarm("2", "b")));
-    configtest::Load(dir.xml());
-    const std::string id127(127, 'i');
-    ALM_RsetConf(id127.c_str(), "inst-1", 1);
-    ALM_RsetConf(nullptr, (id127 + "i").c_str(), 0);
-    for (const stAlarmItems* item : configtest::Definitions()) {
-        EXPECT_EQ(id127 + "  0", std::string(item->serviceId) + " " + item->serviceInsId + " " +
-                                     std::to_string(item->rsetClear));
-    }
 }
 
 }  // namespace

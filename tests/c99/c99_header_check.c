@@ -3,6 +3,7 @@
 #include <stddef.h>
 #include <stdio.h>
 
+#include "AlarmConfig.h"
 #include "AlarmSdk.h"
 
 /* The packed records are part of the binary interface. */
@@ -29,6 +30,19 @@ int main(void) {
         (entry_fn)&ZEBRegisterRsetClear,     (entry_fn)&ZEBInitAlarmSDK4CoProcess,
         (entry_fn)&ZEBRegisterRsetClearInfo4CoProcess, (entry_fn)&ZEBRegisterInfo4CoProcess,
         (entry_fn)&ZEBSendAlarm4CoProcess,   (entry_fn)&ZEBRegisterAlarmCheckCallBackFun4CoProcess,
+        /* legacy configuration */
+        (entry_fn)&ALM_ParseConfigFile,      (entry_fn)&ALM_GetKey,
+        (entry_fn)&ALM_RemoveTrailingChar,   (entry_fn)&ALM_SetConfFilePath,
+        (entry_fn)&ALM_ConfInit,             (entry_fn)&ALM_RsetConf,
+        (entry_fn)&ALM_GetAlarmConfigInfo,   (entry_fn)&ALM_GetAlarmParaLengthbyAlarmId,
+        (entry_fn)&ALM_GetAlarmMaxAlarmId,   (entry_fn)&ALM_GetCurrMs,
+    };
+    /* The legacy configuration's data: naming it makes the linker resolve it. */
+    const void* data[] = {
+        &g_stCfgParaInfo, &g_uiInitFlag, ALARM_LANG_CONFIG_CH_PATH, ALARM_LANG_CONFIG_EN_PATH,
+        &g_bInitLangFileFlagEN, &g_bInitLangFileFlagZH, &ALARM, &ALARM_ID, &ALARM_TYPE, &ALARM_LEVEL,
+        &ALARM_PARAMS, &ALARM_IS_GLOBAL, &ALARM_EVENT_TYPE, &ALARM_CLEAN, &ALARM_SERVICE_TYPE, &ALARM_CHECK,
+        &ALARM_TOGGLE_PARA,
     };
     size_t i;
     for (i = 0; i < sizeof(entries) / sizeof(entries[0]); ++i) {
@@ -46,6 +60,7 @@ int main(void) {
         }
     }
     (void)on_check;
+    (void)data;
     printf("1 passed, 0 failed\n");
     return 0;
 }

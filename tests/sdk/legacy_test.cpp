@@ -142,6 +142,19 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     }
 }
 
+TEST_F(Legacy, TheShippedExampleDefinitionsLoadAndTheirAlarmsArriveWithBothLanguages) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(1, InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 0));
+    ASSERT_EQ(1, SendLegacy("300002", 0, {{"interface", "eth1"}, {"reason", "1"}}, 2));
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 20000));
+    const nodeward::ReceivedAlarm a = agent->acceptedAlarms().at(0);
+    EXPECT_EQ("EN:Network link down##ZH:网络链路中断##", a.alarmName);
+    EXPECT_EQ("EN:Interface=eth1##ZH:接口=eth1##", a.location);
+    EXPECT_EQ("EN:Reason=Peer shut down##ZH:原因=对端关闭##", a.appendInfo);
+    EXPECT_EQ("network", a.serviceName);
+}
+
 TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
     ASSERT_NE(nullptr, full);

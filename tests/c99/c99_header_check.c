@@ -2,6 +2,7 @@
  * point a C service calls must resolve against the shared library. */
 #include <stddef.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "AlarmSdk.h"
 
@@ -29,6 +30,7 @@ int main(void) {
         (entry_fn)&ZEBRegisterRsetClear,     (entry_fn)&ZEBInitAlarmSDK4CoProcess,
         (entry_fn)&ZEBRegisterRsetClearInfo4CoProcess, (entry_fn)&ZEBRegisterInfo4CoProcess,
         (entry_fn)&ZEBSendAlarm4CoProcess,   (entry_fn)&ZEBRegisterAlarmCheckCallBackFun4CoProcess,
+        (entry_fn)&alarmsdk_version,
     };
     size_t i;
     for (i = 0; i < sizeof(entries) / sizeof(entries[0]); ++i) {
@@ -36,6 +38,11 @@ int main(void) {
             fprintf(stderr, "entry %u is missing\n", (unsigned)i);
             return 1;
         }
+    }
+    /* The library linked is the one these headers describe. */
+    if (strcmp(alarmsdk_version(), ALARMSDK_VERSION) != 0) {
+        fprintf(stderr, "library %s, headers %s\n", alarmsdk_version(), ALARMSDK_VERSION);
+        return 1;
     }
     /* A C caller's round trip on one alarm object, without the agent. */
     {

@@ -1,307 +1,233 @@
 #!/usr/bin/env bash
 # Installs, packages and consumes the SDK the way a service outside this tree
-# does, and checks the result. Run by `scripts/test.sh package` (in CI).
+# does. Run by `scripts/test.sh package` (in CI).
 #   scripts/package-check.sh [native] [arm]     (default: both)
-# native (build/package, prefix /usr):
-#   - configuring without a required library fails with a line naming its package
-#   - cmake --install into a temporary prefix, then again over files another
-#     version left: exactly the files of the install manifest remain
-#   - examples/consumer builds against that prefix with find_package and with
-#     pkg-config, runs, and both alarms reach the installed nodeward-sim
-#   - cpack -G DEB: the three packages, their contents, dependencies, the
-#     library's SONAME, RUNPATH and exported symbols
-# arm (build/package-arm, cross toolchain): the arm64 packages, same checks.
+# native (build/package): configuring without a required library names its
+#   package; installing twice into a prefix, over another version's files,
+#   leaves exactly the manifest; examples/consumer builds against that prefix
+#   with find_package and with pkg-config, and both alarms reach the installed
+#   nodeward-sim; then the Debian packages.
+# arm (build/package-arm, cross toolchain): the arm64 Debian packages.
+# Debian packages: the three of them, their contents, their dependencies, the
+# library's SONAME, RUNPATH and exported symbols, no build paths.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
-targets="${*:-native arm}"
-jobs=$(nproc)
 work=$root/build/package-check
 rm -rf "$work"
 mkdir -p "$work"
 
 passed=0
 failed=0
-pass() { passed=$((passed + 1)); echo "ok: $*"; }
-fail() { failed=$((failed + 1)); echo "FAILED: $*"; }
-# check DESCRIPTION COMMAND...: one counted check; the command prints why it failed.
+last_ok=0
+# check DESCRIPTION COMMAND...: one counted check; the command says why it failed.
 check() {
   local what=$1
   shift
-  if "$@"; then pass "$what"; else fail "$what"; fi
+  last_ok=0
+  if "$@"; then passed=$((passed + 1)); last_ok=1; echo "ok: $what"; else failed=$((failed + 1)); echo "FAILED: $what"; fi
 }
 
-# Configures and builds what is installed, for the prefix packages use.
+# Builds what is installed, for the prefix packages use.
 build_tree() {
   local dir=$1
   shift
-  cmake -S . -B "$dir" -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; return 1; }
-  cmake --build "$dir" -j"$jobs" > "$dir.build.log" 2>&1 || { tail -50 "$dir.build.log"; return 1; }
+  { cmake -S . -B "$dir" -DCMAKE_INSTALL_PREFIX=/usr -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" &&
+    cmake --build "$dir" -j"$(nproc)"; } > "$dir.log" 2>&1 || { tail -50 "$dir.log"; return 1; }
 }
 
-version_of() { sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$1/CMakeCache.txt"; }
-
-# ---- configure without a required library
 fails_naming_package() {
-  local out=$work/missing-$1
-  shift
   local expected=$1
   shift
-  if cmake -S . -B "$out" -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" > "$out.log" 2>&1; then
+  rm -rf "$work/missing"
+  if cmake -S . -B "$work/missing" -DALARMSDK_BUILD_TESTS=OFF "$@" > "$work/missing.log" 2>&1; then
     echo "configure succeeded without the library"
     return 1
   fi
-  grep -q "install the Debian packages $expected\$" "$out.log" || { cat "$out.log"; return 1; }
-  grep "install the Debian packages" "$out.log"
+  grep "install the Debian packages $expected\$" "$work/missing.log" || { cat "$work/missing.log"; return 1; }
 }
 
-# ---- install into a prefix, twice, over another version's leftovers
-install_twice() {
-  local build=$1 prefix=$2 libdir=$3 version=$4
-  cmake --install "$build" --prefix "$prefix" > "$work/install1.log" || return 1
-  # What another version of the same major would have left behind.
-  touch "$prefix/$libdir/libalarmsdk.so.1.0.99" "$prefix/$libdir/libalarmsdk-runlog.so.1.0.99" \
-    "$prefix/include/alarmsdk/RetiredHeader.h"
-  echo 'set_property(TARGET AlarmSdk::alarmsdk APPEND PROPERTY IMPORTED_CONFIGURATIONS DEBUG)
-set_target_properties(AlarmSdk::alarmsdk PROPERTIES IMPORTED_LOCATION_DEBUG "${_IMPORT_PREFIX}/lib/libalarmsdk.so.0.9.0")' \
-    > "$prefix/$libdir/cmake/AlarmSdk/AlarmSdkTargets-debug.cmake"
-  cmake --install "$build" --prefix "$prefix" > "$work/install2.log" || return 1
-  local left
-  left=$(diff <(LC_ALL=C sort "$build/install_manifest.txt") \
-    <(find "$prefix" \( -type f -o -type l \) | LC_ALL=C sort)) || {
-    echo "the prefix holds other files than the install manifest:"
-    echo "$left"
-    return 1
-  }
-  local pc=$prefix/$libdir/pkgconfig/alarmsdk.pc
-  grep -qx "prefix=$prefix" "$pc" && grep -qx "Version: $version" "$pc" || { cat "$pc"; return 1; }
-}
-
-# Installed files must not point into the source or build tree (the
-# temporary prefix itself lives in build/package-check).
+# Installed files must not point into the source or build tree.
 no_build_paths() {
   local hits
-  hits=$(grep -rlE "$root/(build/package(/|-arm/)|include/|src/|platform/|tools/|cmake/)" "$@" 2>/dev/null || true)
+  hits=$(grep -rlE "$root/(build/package(/|-arm/)|include/|src/|platform/|tools/|cmake/)" "$@" || true)
   [ -z "$hits" ] || { echo "build paths in: $hits"; return 1; }
 }
 
-# ---- the consumer, both ways, against the prefix and the installed agent stand-in
-build_consumers() {
-  local prefix=$1 libdir=$2
-  cmake -S examples/consumer -B "$work/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix" \
-    > "$work/consumer-cmake.log" 2>&1 && cmake --build "$work/consumer-cmake" >> "$work/consumer-cmake.log" 2>&1 ||
-    { cat "$work/consumer-cmake.log"; return 1; }
-  local pcpath=$prefix/$libdir/pkgconfig
-  # The line a developer types, plus a run path because the prefix is not a system directory.
-  # shellcheck disable=SC2046
-  cc -std=c99 -Wall -Wextra -Werror -o "$work/consumer-pkgconfig" examples/consumer/consumer.c \
-    $(PKG_CONFIG_PATH=$pcpath pkg-config --cflags --libs alarmsdk) \
-    -Wl,-rpath,"$(PKG_CONFIG_PATH=$pcpath pkg-config --variable=libdir alarmsdk)"
+install_twice() {
+  local prefix=$1 lib=$2
+  cmake --install build/package --prefix "$prefix" > "$work/install.log" || return 1
+  # What another version of the same major would have left behind.
+  touch "$prefix/$lib/libalarmsdk.so.1.0.99" "$prefix/$lib/libalarmsdk-runlog.so.1.0.99" \
+    "$prefix/include/alarmsdk/Retired.h" "$prefix/$lib/cmake/AlarmSdk/AlarmSdkTargets-debug.cmake"
+  cmake --install build/package --prefix "$prefix" >> "$work/install.log" || return 1
+  diff <(LC_ALL=C sort build/package/install_manifest.txt) <(find "$prefix" ! -type d | LC_ALL=C sort) &&
+    grep -qx "prefix=$prefix" "$prefix/$lib/pkgconfig/alarmsdk.pc" && no_build_paths "$prefix/$lib/cmake" "$prefix/$lib/pkgconfig"
 }
 
-consumer_pids=""
-sim_pid=""
+build_consumers() {
+  local prefix=$1 lib=$2
+  { cmake -S examples/consumer -B "$work/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix" &&
+    cmake --build "$work/consumer-cmake"; } > "$work/consumer-cmake.log" 2>&1 ||
+    { cat "$work/consumer-cmake.log"; return 1; }
+  # The line a developer types, plus a run path because the prefix is not a system directory.
+  export PKG_CONFIG_PATH=$prefix/$lib/pkgconfig
+  # shellcheck disable=SC2046
+  cc -std=c99 -Wall -Wextra -Werror -o "$work/consumer-pkgconfig" examples/consumer/consumer.c \
+    $(pkg-config --cflags --libs alarmsdk) -Wl,-rpath,"$(pkg-config --variable=libdir alarmsdk)"
+}
+
+started=""
 stop_started() {
   local pid
-  for pid in $consumer_pids $sim_pid; do
+  for pid in $started; do
     kill "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
   done
-  consumer_pids=""
-  sim_pid=""
+  started=""
 }
 trap stop_started EXIT
 
+# Services run until stopped; the agent stand-in ends once both alarms arrived.
 alarms_reach_agent() {
-  local prefix=$1 version=$2
-  local ready=$work/agent.endpoint
-  "$prefix/bin/nodeward-sim" --listen 127.0.0.1:0 --ready-file "$ready" --exit-after-alarms 2 \
+  local prefix=$1 version=$2 agent i rc=0
+  "$prefix/bin/nodeward-sim" --listen 127.0.0.1:0 --ready-file "$work/agent.endpoint" --exit-after-alarms 2 \
     --exit-after-seconds 120 > "$work/agent.out" 2>&1 &
-  sim_pid=$!
-  local i
+  local sim=$!
+  started=$sim
   for i in $(seq 1 200); do
-    [ -s "$ready" ] && break
+    [ -s "$work/agent.endpoint" ] && break
     sleep 0.05
   done
-  [ -s "$ready" ] || { echo "nodeward-sim did not start"; cat "$work/agent.out"; return 1; }
-  local agent
-  agent=$(cat "$ready")
-  # Services run until stopped; the agent stand-in ends once both alarms arrived.
+  agent=$(cat "$work/agent.endpoint") || { cat "$work/agent.out"; return 1; }
   APPID=consumer-cmake APPNAME=consumer NODEWARD_ENDPOINT=$agent \
     "$work/consumer-cmake/alarm-consumer" 300101 120 > "$work/consumer-cmake.out" 2>&1 &
-  consumer_pids="$!"
+  started="$started $!"
   APPID=consumer-pkgconfig APPNAME=consumer NODEWARD_ENDPOINT=$agent \
     "$work/consumer-pkgconfig" 300102 120 > "$work/consumer-pkgconfig.out" 2>&1 &
-  consumer_pids="$consumer_pids $!"
-  wait "$sim_pid" || true
-  sim_pid=""
+  started="$started $!"
+  wait "$sim" || true
   stop_started
   echo "--- the agent stand-in printed:"
   cat "$work/agent.out"
-  local ok=0
-  grep -q "^alarm 300101 generate .* app=consumer-cmake .*params: disk=sda" "$work/agent.out" || ok=1
-  grep -q "^alarm 300102 generate .* app=consumer-pkgconfig .*params: disk=sda" "$work/agent.out" || ok=1
-  local out
-  for out in consumer-cmake consumer-pkgconfig; do
-    grep -qx "alarm-consumer: built with Alarm SDK $version, running with $version" "$work/$out.out" ||
-      { echo "--- $out printed:"; cat "$work/$out.out"; ok=1; }
+  for i in cmake pkgconfig; do
+    grep -q "^alarm 30010[12] generate .* app=consumer-$i .*params: disk=sda" "$work/agent.out" || rc=1
+    grep -qx "alarm-consumer: built with Alarm SDK $version, running with $version" "$work/consumer-$i.out" ||
+      { cat "$work/consumer-$i.out"; rc=1; }
   done
-  return $ok
-}
-
-# ---- Debian packages
-# Extracts the three packages of build dir into $work/deb-<arch>/<package>/.
-make_debs() {
-  local build=$1 arch=$2
-  (cd "$build" && cpack -G DEB > cpack.log 2>&1) || { cat "$build/cpack.log"; return 1; }
-  local deb
-  for deb in "$build"/*.deb; do
-    local name
-    name=$(dpkg-deb -f "$deb" Package)
-    rm -rf "$work/deb-$arch/$name"
-    mkdir -p "$work/deb-$arch/$name"
-    dpkg-deb -x "$deb" "$work/deb-$arch/$name"
-  done
+  return $rc
 }
 
 # The package's files as dpkg lists them (links with their targets).
 contents() { dpkg-deb -c "$1" | awk '{ $1 = $2 = $3 = $4 = $5 = ""; sub(/^ +/, ""); print }'; }
 
-has_entries() {
-  local deb=$1
-  shift
-  local listing missing="" entry
+# holds DEB PATTERN_NOT_HELD ENTRY...: DEB has every ENTRY and no entry matching the pattern.
+holds() {
+  local deb=$1 unwanted=$2 listing entry missing=""
+  shift 2
   listing=$(contents "$deb")
   for entry in "$@"; do
     grep -qxF "$entry" <<< "$listing" || missing="$missing $entry"
   done
   [ -z "$missing" ] || { echo "$(basename "$deb") lacks:$missing"; return 1; }
+  ! grep -E "$unwanted" <<< "$listing"
 }
 
-lacks_entries() {
-  local deb=$1 pattern=$2
-  local found
-  found=$(contents "$deb" | grep -E "$pattern" || true)
-  [ -z "$found" ] || { echo "$(basename "$deb") should not hold: $found"; return 1; }
-}
-
-# Every library an ELF file of the package needs is in the package itself, in
-# one of our packages it depends on, or in a Debian package its Depends names
-# (those come from dpkg-shlibdeps).
+# Every library an ELF file of the package needs is in the package, in one of
+# our packages it depends on, or in a Debian package its Depends names.
 depends_cover_needed() {
   local deb=$1 tree=$2 ma=$3
-  local depends needed lib path owner missing="" ours=("$tree") dep
+  local depends lib path owner missing="" ours=("$tree") dep
   depends=$(dpkg-deb -f "$deb" Depends | sed 's/ *([^)]*)//g; s/, /\n/g')
   for dep in $depends; do
     [ -d "$(dirname "$tree")/$dep" ] && ours+=("$(dirname "$tree")/$dep")
   done
-  needed=$(find "$tree" -type f -exec sh -c 'readelf -d "$1" 2>/dev/null' _ {} \; |
-    sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort -u)
-  for lib in $needed; do
+  for lib in $(find "$tree" -type f -exec readelf -d {} + 2>/dev/null | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort -u); do
     [ -n "$(find "${ours[@]}" -name "$lib")" ] && continue
     owner=""
-    for path in "/lib/$ma/$lib" "/usr/lib/$ma/$lib" "/lib64/$lib" "/usr/lib64/$lib"; do
+    for path in "/lib/$ma/$lib" "/usr/lib/$ma/$lib" "/lib64/$lib"; do
       owner=$(dpkg -S "$path" 2>/dev/null | head -1 | cut -d: -f1) && [ -n "$owner" ] && break
     done
     grep -qxF "${owner:-?}" <<< "$depends" || missing="$missing $lib(${owner:-no package})"
   done
-  [ -z "$missing" ] || { echo "$(basename "$deb") Depends: $(dpkg-deb -f "$deb" Depends); not covered:$missing"; return 1; }
+  [ -z "$missing" ] || { echo "$(basename "$deb"): $(dpkg-deb -f "$deb" Depends); not covered:$missing"; return 1; }
 }
 
 check_debs() {
-  local build=$1 arch=$2 ma=$3
-  local version
-  version=$(version_of "$build")
-  local runtime=$build/libalarmsdk1_${version}_${arch}.deb
-  local dev=$build/libalarmsdk-dev_${version}_${arch}.deb
-  local tools=$build/alarmsdk-tools_${version}_${arch}.deb
-  local lib=./usr/lib/$ma
-  check "$arch: cpack -G DEB makes the three packages" make_debs "$build" "$arch"
-  [ -f "$runtime" ] && [ -f "$dev" ] && [ -f "$tools" ] || { fail "$arch: packages named as expected"; ls "$build"/*.deb; return; }
-
-  local deb
-  for deb in "$runtime" "$dev" "$tools"; do
-    echo "--- $(basename "$deb"): $(dpkg-deb -f "$deb" Architecture), Depends: $(dpkg-deb -f "$deb" Depends)"
+  local build=$1 arch=$2 ma=$3 version deb name
+  version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+  local runtime=$build/libalarmsdk1_${version}_${arch}.deb dev=$build/libalarmsdk-dev_${version}_${arch}.deb
+  local tools=$build/alarmsdk-tools_${version}_${arch}.deb lib=./usr/lib/$ma debs=$work/deb-$arch
+  rm -f "$build"/*.deb
+  (cd "$build" && cpack -G DEB > cpack.log 2>&1) || { cat "$build/cpack.log"; failed=$((failed + 1)); return; }
+  check "$arch: cpack -G DEB makes the three packages" test -f "$runtime" -a -f "$dev" -a -f "$tools"
+  for deb in "$build"/*.deb; do
+    name=$(dpkg-deb -f "$deb" Package)
+    mkdir -p "$debs/$name" && dpkg-deb -x "$deb" "$debs/$name"
+    echo "--- $(basename "$deb"): Depends: $(dpkg-deb -f "$deb" Depends)"
     contents "$deb" | grep -v '/$'
   done
 
-  local platform_entries=() name
+  local runtime_files=("$lib/libalarmsdk.so.$version" "$lib/libalarmsdk.so.1 -> libalarmsdk.so.$version")
   for name in runlog boundedstr restclient transportsdk; do
-    platform_entries+=("$lib/libalarmsdk-$name.so.$version" "$lib/libalarmsdk-$name.so.1 -> libalarmsdk-$name.so.$version")
+    runtime_files+=("$lib/libalarmsdk-$name.so.$version" "$lib/libalarmsdk-$name.so.1 -> libalarmsdk-$name.so.$version")
   done
-  check "$arch: runtime package holds the library under its SONAME and the platform libraries" \
-    has_entries "$runtime" "$lib/libalarmsdk.so.$version" "$lib/libalarmsdk.so.1 -> libalarmsdk.so.$version" \
-    "${platform_entries[@]}"
-  check "$arch: runtime package holds no development files" lacks_entries "$runtime" '\.so$|/include/|\.pc$|\.cmake$'
-
-  local headers=() header
-  for header in include/*.h; do headers+=("./usr/include/alarmsdk/$(basename "$header")"); done
-  check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package" \
-    has_entries "$dev" "${headers[@]}" "$lib/libalarmsdk.so -> libalarmsdk.so.1" "$lib/pkgconfig/alarmsdk.pc" \
-    "$lib/cmake/AlarmSdk/AlarmSdkConfig.cmake" "$lib/cmake/AlarmSdk/AlarmSdkConfigVersion.cmake" \
-    "$lib/cmake/AlarmSdk/AlarmSdkTargets.cmake" "$lib/cmake/AlarmSdk/AlarmSdkTargets-relwithdebinfo.cmake"
-  check "$arch: dev package holds no libraries of its own" lacks_entries "$dev" '^[^ ]*\.so\.[0-9]'
-  check "$arch: dev package's alarmsdk.pc names the /usr prefix" \
-    grep -qx "prefix=/usr" "$work/deb-$arch/libalarmsdk-dev/usr/lib/$ma/pkgconfig/alarmsdk.pc"
-
-  # Every folder of tools/ is a program.
-  local programs=() dir
-  for dir in tools/*/; do programs+=("./usr/bin/$(basename "$dir")"); done
-  check "$arch: tools package holds every program" has_entries "$tools" "${programs[@]}"
-
-  local pkg
-  for pkg in libalarmsdk-dev alarmsdk-tools; do
-    check "$arch: $pkg depends on exactly this libalarmsdk1" \
-      grep -q "libalarmsdk1 (= $version)" <<< "$(dpkg-deb -f "$build/${pkg}_${version}_${arch}.deb" Depends)"
+  check "$arch: runtime package holds the library under its SONAME and the platform libraries, nothing for development" \
+    holds "$runtime" '\.so$|/include/|\.pc$|\.cmake$' "${runtime_files[@]}"
+  local dev_files=("$lib/libalarmsdk.so -> libalarmsdk.so.1" "$lib/pkgconfig/alarmsdk.pc")
+  for name in include/*.h; do dev_files+=("./usr/include/alarmsdk/${name#include/}"); done
+  for name in Config ConfigVersion Targets Targets-relwithdebinfo; do
+    dev_files+=("$lib/cmake/AlarmSdk/AlarmSdk$name.cmake")
   done
-  check "$arch: runtime package's dependencies cover every library it needs" \
-    depends_cover_needed "$runtime" "$work/deb-$arch/libalarmsdk1" "$ma"
-  check "$arch: tools package's dependencies cover every library it needs" \
-    depends_cover_needed "$tools" "$work/deb-$arch/alarmsdk-tools" "$ma"
-  check "$arch: every package is for $arch" \
-    test "$(for deb in "$runtime" "$dev" "$tools"; do dpkg-deb -f "$deb" Architecture; done | sort -u)" = "$arch"
+  check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package, no library" \
+    holds "$dev" '^[^ ]*\.so\.[0-9]' "${dev_files[@]}"
+  check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
+  local programs=()  # every folder of tools/ is a program
+  for name in tools/*/; do programs+=("./usr/bin/$(basename "$name")"); done
+  check "$arch: tools package holds every program" holds "$tools" '^\./usr/(lib|include)/.' "${programs[@]}"
 
-  local so=$work/deb-$arch/libalarmsdk1/usr/lib/$ma/libalarmsdk.so.$version
+  for deb in "$dev" "$tools"; do
+    check "$arch: $(basename "$deb") depends on this very libalarmsdk1" \
+      grep -q "libalarmsdk1 (= $version)" <<< "$(dpkg-deb -f "$deb" Depends)"
+  done
+  for name in libalarmsdk1 alarmsdk-tools; do
+    check "$arch: $name's dependencies cover every library it needs" \
+      depends_cover_needed "$build/${name}_${version}_${arch}.deb" "$debs/$name" "$ma"
+  done
+  local so=$debs/libalarmsdk1/$lib/libalarmsdk.so.$version
   check "$arch: the library's SONAME is libalarmsdk.so.1 and it finds its platform libraries beside itself" \
     test "$(readelf -d "$so" | sed -n 's/.*(\(SONAME\|RUNPATH\)).*\[\(.*\)\]/\1=\2/p' | tr '\n' ' ')" \
     = 'SONAME=libalarmsdk.so.1 RUNPATH=$ORIGIN '
   check "$arch: the packaged library exports exactly the listed symbols" bash tests/abi/check_exports.sh "$so"
-  check "$arch: no package refers to the build tree" no_build_paths "$work/deb-$arch"
+  check "$arch: no package refers to the build tree" no_build_paths "$debs"
 }
 
-status=0
-for target in $targets; do
+for target in ${*:-native arm}; do
   case "$target" in
     native)
-      echo "=== package native: build"
+      echo "=== package native"
       build_tree build/package || exit 1
-      version=$(version_of build/package)
       ma=$(gcc -print-multiarch)
+      version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
       check "configure without cJSON fails naming libcjson-dev" \
-        fails_naming_package native libcjson-dev -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON
-      prefix=$work/prefix
+        fails_naming_package libcjson-dev -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON
       check "install twice into a prefix, over another version's files, leaves exactly the manifest" \
-        install_twice build/package "$prefix" "lib/$ma" "$version"
-      check "the installed CMake and pkg-config files do not refer to the build tree" \
-        no_build_paths "$prefix/lib/$ma/cmake" "$prefix/lib/$ma/pkgconfig"
-      if check "the consumer builds with find_package(AlarmSdk) and with pkg-config" build_consumers "$prefix" "lib/$ma"; then
-        check "both consumers' alarms reach the installed nodeward-sim" alarms_reach_agent "$prefix" "$version"
-      fi
+        install_twice "$work/prefix" "lib/$ma"
+      check "the consumer builds with find_package(AlarmSdk) and with pkg-config" \
+        build_consumers "$work/prefix" "lib/$ma"
+      [ "$last_ok" = 1 ] &&
+        check "both consumers' alarms reach the installed nodeward-sim" alarms_reach_agent "$work/prefix" "$version"
       check_debs build/package "$(dpkg --print-architecture)" "$ma"
       ;;
     arm)
-      echo "=== package arm: build"
+      echo "=== package arm"
       build_tree build/package-arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || exit 1
-      check "arm: configure without cJSON fails naming libcjson-dev:arm64" \
-        fails_naming_package arm libcjson-dev:arm64 -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON \
-        -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
+      check "arm: configure without cJSON fails naming libcjson-dev:arm64" fails_naming_package libcjson-dev:arm64 \
+        -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
       check_debs build/package-arm arm64 aarch64-linux-gnu
       ;;
     *) echo "unknown target: $target (native, arm)" >&2; exit 2 ;;
   esac
 done
 echo "=== package checks: $passed passed, $failed failed"
-[ "$failed" -eq 0 ] || status=1
-exit $status
+[ "$failed" -eq 0 ]

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The SDK's main job, end to end on this machine: an agent stand-in on
-# loopback, and a C service that raises, clears and checks alarms through the
-# library. Installs what is missing, builds, runs both, prints what the agent
+# loopback, a C service that raises, clears and checks alarms through the
+# library, and a service on the legacy interface with its XML definitions.
+# Installs what is missing, builds, runs them, prints what the agent
 # received, and stops everything it started.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,13 +11,17 @@ bash scripts/setup.sh
 build=build/demo
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF \
   > /dev/null
-cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service > /dev/null
+cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service legacy-service > /dev/null
 
 work=$(mktemp -d /tmp/alarmsdk-demo.XXXXXX)
 sim_pid=""
 cleanup() {
   if [ -n "$sim_pid" ] && kill -0 "$sim_pid" 2>/dev/null; then
-    kill -INT "$sim_pid" 2>/dev/null || true
+    echo "== the legacy service says:"
+APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="$agent" HOSTING_SERVER_IP=10.0.0.5 NODE_ID=node-1 \
+  LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" "$build/examples/legacy-service"
+
+kill -INT "$sim_pid" 2>/dev/null || true
     wait "$sim_pid" 2>/dev/null || true
   fi
   rm -rf "$work"
@@ -54,6 +59,10 @@ echo "== the service says:"
 APPID=demo-app APPNAME=orders-app NODEWARD_ENDPOINT="$agent" \
   TRANSPORT_SDK_IP=127.0.0.1 TRANSPORT_SDK_PORT="$service_port" RUNLOG_FILE="$work/runlog.txt" \
   "$build/examples/demo-service"
+
+echo "== the legacy service says:"
+APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="$agent" HOSTING_SERVER_IP=10.0.0.5 NODE_ID=node-1 \
+  LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" "$build/examples/legacy-service"
 
 kill -INT "$sim_pid"
 wait "$sim_pid" || true

@@ -2,6 +2,7 @@
  * point a C service calls must resolve against the shared library. */
 #include <stddef.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "AlarmConfig.h"
 #include "AlarmSdk.h"
@@ -15,6 +16,8 @@ typedef char check_param_list_offset[(offsetof(_ZEBAlarm, paramList) == 22) ? 1 
 typedef char check_service_name_offset[(offsetof(_ZEBAlarm, serviceName) == 30) ? 1 : -1];
 typedef char check_param_value_offset[(offsetof(_ZEBAlarmParam, paramValue) == 128) ? 1 : -1];
 typedef char check_param_next_offset[(offsetof(_ZEBAlarmParam, next) == 256) ? 1 : -1];
+typedef char check_legacy_header_size[(sizeof(AlarmObject) == 22 && offsetof(AlarmObject, params) == 22) ? 1 : -1];
+typedef char check_legacy_param_size[(sizeof(AlarmParam) == 256) ? 1 : -1];
 
 static void on_check(char* alarms) { (void)alarms; }
 
@@ -36,6 +39,11 @@ int main(void) {
         (entry_fn)&ALM_ConfInit,             (entry_fn)&ALM_RsetConf,
         (entry_fn)&ALM_GetAlarmConfigInfo,   (entry_fn)&ALM_GetAlarmParaLengthbyAlarmId,
         (entry_fn)&ALM_GetAlarmMaxAlarmId,   (entry_fn)&ALM_GetCurrMs,
+        (entry_fn)&alarmsdk_version,
+        /* legacy generation */
+        (entry_fn)&InitAlarm,                (entry_fn)&AllocAlarmObject,
+        (entry_fn)&AppendParam,              (entry_fn)&SendAlarm,
+        (entry_fn)&FreeAlarmObject,
     };
     /* The legacy configuration's data: naming it makes the linker resolve it. */
     const void* data[] = {
@@ -50,6 +58,11 @@ int main(void) {
             fprintf(stderr, "entry %u is missing\n", (unsigned)i);
             return 1;
         }
+    }
+    /* The library linked is the one these headers describe. */
+    if (strcmp(alarmsdk_version(), ALARMSDK_VERSION) != 0) {
+        fprintf(stderr, "library %s, headers %s\n", alarmsdk_version(), ALARMSDK_VERSION);
+        return 1;
     }
     /* A C caller's round trip on one alarm object, without the agent. */
     {

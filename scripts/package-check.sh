@@ -1,0 +1,233 @@
+#!/usr/bin/env bash
+# Installs, packages and consumes the SDK the way a service outside this tree
+# does. Run by `scripts/test.sh package` (in CI).
+#   scripts/package-check.sh [native] [arm]     (default: both)
+# native (build/package): configuring without a required library names its
+#   package; installing twice into a prefix, over another version's files,
+#   leaves exactly the manifest; examples/consumer builds against that prefix
+#   with find_package and with pkg-config, and both alarms reach the installed
+#   nodeward-sim; then the Debian packages.
+# arm (build/package-arm, cross toolchain): the arm64 Debian packages.
+# Debian packages: the three of them, their contents, their dependencies, the
+# library's SONAME, RUNPATH and exported symbols, no build paths.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+work=$root/build/package-check
+rm -rf "$work"
+mkdir -p "$work"
+
+passed=0
+failed=0
+last_ok=0
+# check DESCRIPTION COMMAND...: one counted check; the command says why it failed.
+check() {
+  local what=$1
+  shift
+  last_ok=0
+  if "$@"; then passed=$((passed + 1)); last_ok=1; echo "ok: $what"; else failed=$((failed + 1)); echo "FAILED: $what"; fi
+}
+
+# Builds what is installed, for the prefix packages use.
+build_tree() {
+  local dir=$1
+  shift
+  { cmake -S . -B "$dir" -DCMAKE_INSTALL_PREFIX=/usr -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" &&
+    cmake --build "$dir" -j"$(nproc)"; } > "$dir.log" 2>&1 || { tail -50 "$dir.log"; return 1; }
+}
+
+fails_naming_package() {
+  local expected=$1
+  shift
+  rm -rf "$work/missing"
+  if cmake -S . -B "$work/missing" -DALARMSDK_BUILD_TESTS=OFF "$@" > "$work/missing.log" 2>&1; then
+    echo "configure succeeded without the library"
+    return 1
+  fi
+  grep "install the Debian packages $expected\$" "$work/missing.log" || { cat "$work/missing.log"; return 1; }
+}
+
+# Installed files must not point into the source or build tree.
+no_build_paths() {
+  local hits
+  hits=$(grep -rlE "$root/(build/package(/|-arm/)|include/|src/|platform/|tools/|cmake/)" "$@" || true)
+  [ -z "$hits" ] || { echo "build paths in: $hits"; return 1; }
+}
+
+install_twice() {
+  local prefix=$1 lib=$2
+  cmake --install build/package --prefix "$prefix" > "$work/install.log" || return 1
+  # What another version of the same major would have left behind.
+  touch "$prefix/$lib/libalarmsdk.so.1.0.99" "$prefix/$lib/libalarmsdk-runlog.so.1.0.99" \
+    "$prefix/include/alarmsdk/Retired.h" "$prefix/$lib/cmake/AlarmSdk/AlarmSdkTargets-debug.cmake"
+  cmake --install build/package --prefix "$prefix" >> "$work/install.log" || return 1
+  diff <(LC_ALL=C sort build/package/install_manifest.txt) <(find "$prefix" ! -type d | LC_ALL=C sort) &&
+    grep -qx "prefix=$prefix" "$prefix/$lib/pkgconfig/alarmsdk.pc" && no_build_paths "$prefix/$lib/cmake" "$prefix/$lib/pkgconfig"
+}
+
+build_consumers() {
+  local prefix=$1 lib=$2
+  { cmake -S examples/consumer -B "$work/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix" &&
+    cmake --build "$work/consumer-cmake"; } > "$work/consumer-cmake.log" 2>&1 ||
+    { cat "$work/consumer-cmake.log"; return 1; }
+  # The line a developer types, plus a run path because the prefix is not a system directory.
+  export PKG_CONFIG_PATH=$prefix/$lib/pkgconfig
+  # shellcheck disable=SC2046
+  cc -std=c99 -Wall -Wextra -Werror -o "$work/consumer-pkgconfig" examples/consumer/consumer.c \
+    $(pkg-config --cflags --libs alarmsdk) -Wl,-rpath,"$(pkg-config --variable=libdir alarmsdk)"
+}
+
+started=""
+stop_started() {
+  local pid
+  for pid in $started; do
+    kill "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+  done
+  started=""
+}
+trap stop_started EXIT
+
+# Services run until stopped; the agent stand-in ends once both alarms arrived.
+alarms_reach_agent() {
+  local prefix=$1 version=$2 agent i rc=0
+  "$prefix/bin/nodeward-sim" --listen 127.0.0.1:0 --ready-file "$work/agent.endpoint" --exit-after-alarms 2 \
+    --exit-after-seconds 120 > "$work/agent.out" 2>&1 &
+  local sim=$!
+  started=$sim
+  for i in $(seq 1 200); do
+    [ -s "$work/agent.endpoint" ] && break
+    sleep 0.05
+  done
+  agent=$(cat "$work/agent.endpoint") || { cat "$work/agent.out"; return 1; }
+  APPID=consumer-cmake APPNAME=consumer NODEWARD_ENDPOINT=$agent \
+    "$work/consumer-cmake/alarm-consumer" 300101 120 > "$work/consumer-cmake.out" 2>&1 &
+  started="$started $!"
+  APPID=consumer-pkgconfig APPNAME=consumer NODEWARD_ENDPOINT=$agent \
+    "$work/consumer-pkgconfig" 300102 120 > "$work/consumer-pkgconfig.out" 2>&1 &
+  started="$started $!"
+  wait "$sim" || true
+  stop_started
+  echo "--- the agent stand-in printed:"
+  cat "$work/agent.out"
+  for i in cmake pkgconfig; do
+    grep -q "^alarm 30010[12] generate .* app=consumer-$i .*params: disk=sda" "$work/agent.out" || rc=1
+    grep -qx "alarm-consumer: built with Alarm SDK $version, running with $version" "$work/consumer-$i.out" ||
+      { cat "$work/consumer-$i.out"; rc=1; }
+  done
+  return $rc
+}
+
+# The package's files as dpkg lists them (links with their targets).
+contents() { dpkg-deb -c "$1" | awk '{ $1 = $2 = $3 = $4 = $5 = ""; sub(/^ +/, ""); print }'; }
+
+# holds DEB PATTERN_NOT_HELD ENTRY...: DEB has every ENTRY and no entry matching the pattern.
+holds() {
+  local deb=$1 unwanted=$2 listing entry missing=""
+  shift 2
+  listing=$(contents "$deb")
+  for entry in "$@"; do
+    grep -qxF "$entry" <<< "$listing" || missing="$missing $entry"
+  done
+  [ -z "$missing" ] || { echo "$(basename "$deb") lacks:$missing"; return 1; }
+  ! grep -E "$unwanted" <<< "$listing"
+}
+
+# Every library an ELF file of the package needs is in the package, in one of
+# our packages it depends on, or in a Debian package its Depends names.
+depends_cover_needed() {
+  local deb=$1 tree=$2 ma=$3
+  local depends lib path owner missing="" ours=("$tree") dep
+  depends=$(dpkg-deb -f "$deb" Depends | sed 's/ *([^)]*)//g; s/, /\n/g')
+  for dep in $depends; do
+    [ -d "$(dirname "$tree")/$dep" ] && ours+=("$(dirname "$tree")/$dep")
+  done
+  for lib in $(find "$tree" -type f -exec readelf -d {} + 2>/dev/null | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort -u); do
+    [ -n "$(find "${ours[@]}" -name "$lib")" ] && continue
+    owner=""
+    for path in "/lib/$ma/$lib" "/usr/lib/$ma/$lib" "/lib64/$lib"; do
+      owner=$(dpkg -S "$path" 2>/dev/null | head -1 | cut -d: -f1) && [ -n "$owner" ] && break
+    done
+    grep -qxF "${owner:-?}" <<< "$depends" || missing="$missing $lib(${owner:-no package})"
+  done
+  [ -z "$missing" ] || { echo "$(basename "$deb"): $(dpkg-deb -f "$deb" Depends); not covered:$missing"; return 1; }
+}
+
+check_debs() {
+  local build=$1 arch=$2 ma=$3 version deb name
+  version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+  local runtime=$build/libalarmsdk1_${version}_${arch}.deb dev=$build/libalarmsdk-dev_${version}_${arch}.deb
+  local tools=$build/alarmsdk-tools_${version}_${arch}.deb lib=./usr/lib/$ma debs=$work/deb-$arch
+  rm -f "$build"/*.deb
+  (cd "$build" && cpack -G DEB > cpack.log 2>&1) || { cat "$build/cpack.log"; failed=$((failed + 1)); return; }
+  check "$arch: cpack -G DEB makes the three packages" test -f "$runtime" -a -f "$dev" -a -f "$tools"
+  for deb in "$build"/*.deb; do
+    name=$(dpkg-deb -f "$deb" Package)
+    mkdir -p "$debs/$name" && dpkg-deb -x "$deb" "$debs/$name"
+    echo "--- $(basename "$deb"): Depends: $(dpkg-deb -f "$deb" Depends)"
+    contents "$deb" | grep -v '/$'
+  done
+
+  local runtime_files=("$lib/libalarmsdk.so.$version" "$lib/libalarmsdk.so.1 -> libalarmsdk.so.$version")
+  for name in runlog boundedstr restclient transportsdk; do
+    runtime_files+=("$lib/libalarmsdk-$name.so.$version" "$lib/libalarmsdk-$name.so.1 -> libalarmsdk-$name.so.$version")
+  done
+  check "$arch: runtime package holds the library under its SONAME and the platform libraries, nothing for development" \
+    holds "$runtime" '\.so$|/include/|\.pc$|\.cmake$' "${runtime_files[@]}"
+  local dev_files=("$lib/libalarmsdk.so -> libalarmsdk.so.1" "$lib/pkgconfig/alarmsdk.pc")
+  for name in include/*.h; do dev_files+=("./usr/include/alarmsdk/${name#include/}"); done
+  for name in Config ConfigVersion Targets Targets-relwithdebinfo; do
+    dev_files+=("$lib/cmake/AlarmSdk/AlarmSdk$name.cmake")
+  done
+  check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package, no library" \
+    holds "$dev" '^[^ ]*\.so\.[0-9]' "${dev_files[@]}"
+  check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
+  local programs=()  # every folder of tools/ is a program
+  for name in tools/*/; do programs+=("./usr/bin/$(basename "$name")"); done
+  check "$arch: tools package holds every program" holds "$tools" '^\./usr/(lib|include)/.' "${programs[@]}"
+
+  for deb in "$dev" "$tools"; do
+    check "$arch: $(basename "$deb") depends on this very libalarmsdk1" \
+      grep -q "libalarmsdk1 (= $version)" <<< "$(dpkg-deb -f "$deb" Depends)"
+  done
+  for name in libalarmsdk1 alarmsdk-tools; do
+    check "$arch: $name's dependencies cover every library it needs" \
+      depends_cover_needed "$build/${name}_${version}_${arch}.deb" "$debs/$name" "$ma"
+  done
+  local so=$debs/libalarmsdk1/$lib/libalarmsdk.so.$version
+  check "$arch: the library's SONAME is libalarmsdk.so.1 and it finds its platform libraries beside itself" \
+    test "$(readelf -d "$so" | sed -n 's/.*(\(SONAME\|RUNPATH\)).*\[\(.*\)\]/\1=\2/p' | tr '\n' ' ')" \
+    = 'SONAME=libalarmsdk.so.1 RUNPATH=$ORIGIN '
+  check "$arch: the packaged library exports exactly the listed symbols" bash tests/abi/check_exports.sh "$so"
+  check "$arch: no package refers to the build tree" no_build_paths "$debs"
+}
+
+for target in ${*:-native arm}; do
+  case "$target" in
+    native)
+      echo "=== package native"
+      build_tree build/package || exit 1
+      ma=$(gcc -print-multiarch)
+      version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
+      check "configure without cJSON fails naming libcjson-dev" \
+        fails_naming_package libcjson-dev -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON
+      check "install twice into a prefix, over another version's files, leaves exactly the manifest" \
+        install_twice "$work/prefix" "lib/$ma"
+      check "the consumer builds with find_package(AlarmSdk) and with pkg-config" \
+        build_consumers "$work/prefix" "lib/$ma"
+      [ "$last_ok" = 1 ] &&
+        check "both consumers' alarms reach the installed nodeward-sim" alarms_reach_agent "$work/prefix" "$version"
+      check_debs build/package "$(dpkg --print-architecture)" "$ma"
+      ;;
+    arm)
+      echo "=== package arm"
+      build_tree build/package-arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || exit 1
+      check "arm: configure without cJSON fails naming libcjson-dev:arm64" fails_naming_package libcjson-dev:arm64 \
+        -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
+      check_debs build/package-arm arm64 aarch64-linux-gnu
+      ;;
+    *) echo "unknown target: $target (native, arm)" >&2; exit 2 ;;
+  esac
+done
+echo "=== package checks: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]

@@ -66,6 +66,43 @@ TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrderWithComplete
         5000));
 }
 
+TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_TRUE(driver_.init());
+    constexpr int kThreads = 4;
+    constexpr int kPerThread = 200;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> senders;
+    for (int t = 0; t < kThreads; ++t) {
+        senders.emplace_back([this, t, &failures] {
+            for (int i = 0; i < kPerThread; ++i) {
+                if (!driver_.send(std::to_string(t) + ":" + std::to_string(i))) {
+                    ++failures;
+                }
+            }
+        });
+    }
+    for (auto& s : senders) {
+        s.join();
+    }
+    EXPECT_EQ(0, failures.load());
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(kThreads * kPerThread, 30000));
+    auto alarms = agent->acceptedAlarms();
+    ASSERT_EQ(static_cast<std::size_t>(kThreads * kPerThread), alarms.size());
+    // Each sender's alarms keep their order, and none arrives twice.
+    std::vector<int> next(kThreads, 0);
+    std::set<std::string> seen;
+    for (const auto& a : alarms) {
+        std::string seq = sdktest::GenerationDriver::SeqOf(a);
+        ASSERT_TRUE(seen.insert(seq).second) << "duplicate " << seq;
+        int t = std::stoi(seq.substr(0, seq.find(':')));
+        int i = std::stoi(seq.substr(seq.find(':') + 1));
+        EXPECT_EQ(next[t], i);
+        next[t] = i + 1;
+    }
+}
+
 class SharedDeliveryRetry : public Delivery, public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {
 protected:
     sdktest::GenerationDriver driver_{std::get<0>(GetParam())};
@@ -207,43 +244,6 @@ TEST_F(Delivery, WithTheAgentDownTheBoundRefusesTheRestAndEveryAcceptedAlarmArri
     ASSERT_EQ(accepted.size(), alarms.size());
     for (std::size_t i = 0; i < alarms.size(); ++i) {
         ASSERT_EQ(std::to_string(accepted[i]), sdktest::Param(alarms[i], "seq")) << "at " << i;
-    }
-}
-
-TEST_F(Delivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 200;
-    std::atomic<int> failures{0};
-    std::vector<std::thread> senders;
-    for (int t = 0; t < kThreads; ++t) {
-        senders.emplace_back([t, &failures] {
-            for (int i = 0; i < kPerThread; ++i) {
-                if (sdktest::SendSingleton("11", std::to_string(t) + ":" + std::to_string(i)) != 0) {
-                    ++failures;
-                }
-            }
-        });
-    }
-    for (auto& s : senders) {
-        s.join();
-    }
-    EXPECT_EQ(0, failures.load());
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(kThreads * kPerThread, 30000));
-    auto alarms = agent->acceptedAlarms();
-    ASSERT_EQ(static_cast<std::size_t>(kThreads * kPerThread), alarms.size());
-    // Each sender's alarms keep their order, and none arrives twice.
-    std::vector<int> next(kThreads, 0);
-    std::set<std::string> seen;
-    for (const auto& a : alarms) {
-        std::string seq = sdktest::Param(a, "seq");
-        ASSERT_TRUE(seen.insert(seq).second) << "duplicate " << seq;
-        int t = std::stoi(seq.substr(0, seq.find(':')));
-        int i = std::stoi(seq.substr(seq.find(':') + 1));
-        EXPECT_EQ(next[t], i);
-        next[t] = i + 1;
     }
 }
 

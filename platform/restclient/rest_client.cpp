@@ -36,7 +36,8 @@
 
 namespace {
 
-constexpr size_t kMaxResponseBody = 16u * 1024u * 1024u;
+// Real agent answers are a few dozen bytes; nothing larger is ever held.
+constexpr size_t kMaxResponseBody = REST_MAX_ANSWER_BODY;
 // All response header lines together; a sane agent sends a few hundred bytes.
 constexpr size_t kMaxResponseHeaders = 256u * 1024u;
 

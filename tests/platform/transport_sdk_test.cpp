@@ -2,6 +2,7 @@
 // libcurl directly where the client cannot produce the request).
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,13 +37,23 @@ Seen LastSeen() {
     return g_seen;
 }
 
-// Echoes the body back with a counted trailing zero byte and a Content-Type.
-int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
+void Remember(stru_REST_REQUEST* req) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
     std::lock_guard<std::mutex> lock(g_seenMutex);
     g_seen = {req->url, std::string(req->body, req->bodyLen), custom ? custom : "", req->ip ? req->ip : "",
               req->bodyLen, true};
+}
+
+// Takes the body and answers without one (bodies above the client's answer cap).
+int Swallow(stru_REST_REQUEST* req, stru_REST_RESPONSE*) {
+    Remember(req);
+    return 0;
+}
+
+// Echoes the body back with a counted trailing zero byte and a Content-Type.
+int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
+    Remember(req);
     if (rsp->status != 0 || rsp->body != nullptr || zeb_restHeadContentCount(rsp->header) != 0) {
         return -1;
     }
@@ -213,7 +224,7 @@ TEST_F(TransportSdk, RoundTripKeepsBytesHeadersAndStatus) {
 
 TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
     ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Echo};
+    stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Swallow};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
     EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET));
     EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT));
@@ -281,6 +292,72 @@ TEST_F(TransportSdk, ServesConcurrentClientsAndHandlersMayRegister) {
         thread.join();
     }
     EXPECT_EQ(100, good.load());
+}
+
+// A raw connection to the server from a chosen loopback address.
+int ConnectFrom(const char* source, int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    inet_pton(AF_INET, source, &addr.sin_addr);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+        close(fd);
+        return -1;
+    }
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    inet_pton(AF_INET, "127.0.0.1", &addr.sin_addr);
+    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Sends one byte of a never-ending request head every 200 ms when trickle is
+// set, and reports whether the server closed the connection within ~20 s.
+bool ClosedByServer(int fd, bool trickle) {
+    if (trickle) {
+        (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
+    }
+    for (int round = 0; round < 100; ++round) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 200) == 1) {
+            char c;
+            return read(fd, &c, 1) <= 0;
+        }
+        if (trickle && write(fd, "s", 1) != 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST_F(TransportSdk, IdleAndSlowConnectionsAreClosedAndOneClientHoldsFew) {
+    transportSdkSetTimeouts(1, 2);
+    ASSERT_EQ(0, TransportSdkInit());
+    stru_REST_RESOURCE echo{0, Echo};
+    ASSERT_EQ(0, RegisterUrl("/echo", &echo));
+    for (bool trickle : {false, true}) {
+        const int fd = ConnectFrom("127.0.0.2", port_);
+        ASSERT_GE(fd, 0);
+        EXPECT_TRUE(ClosedByServer(fd, trickle)) << (trickle ? "slow" : "idle");
+        close(fd);
+    }
+
+    std::vector<int> held;
+    for (unsigned i = 0; i < TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT; ++i) {
+        held.push_back(ConnectFrom("127.0.0.2", port_));
+    }
+    const int extra = ConnectFrom("127.0.0.2", port_);
+    pollfd p{extra, POLLIN, 0};
+    ASSERT_EQ(1, poll(&p, 1, 5000)) << "the connection over the client's limit stays open";
+    char c;
+    EXPECT_EQ(0, read(extra, &c, 1));
+    EXPECT_EQ(200, Call("/echo", "other client"));
+    close(extra);
+    for (int fd : held) {
+        close(fd);
+    }
 }
 
 }  // namespace

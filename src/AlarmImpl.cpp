@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -10,6 +11,7 @@
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "AlmLog.h"
+#include "NoThrow.h"
 #include "bounded_string.h"
 
 static_assert(sizeof(_ZEBAlarm) == 158, "_ZEBAlarm is 158 bytes");
@@ -77,21 +79,25 @@ EU_GEN_CLEAR_TYPE ToGenClearType(int32_t cType) { return cType == 1 ? ZEB_ALARM_
 
 // Queues the alarm on manager; shared by the process-wide and co-process paths.
 int SendThrough(AlarmManagerEx* manager, _ZEBAlarm* alarm, const char* function) {
-    AlarmEx* record = ZEBConvert2AlarmEx(alarm);
+    std::unique_ptr<AlarmEx> record(ZEBConvert2AlarmEx(alarm));
     if (record == nullptr) {
         ALM_LOG_ERROR("In %s, pAlarmEx is null!", function);
         return -1;
     }
-    int result = manager->sendAlarm(record);
-    delete record;
-    return result;
+    return manager->sendAlarm(record.get());
 }
 
 }  // namespace
 
 extern "C" {
 
-int ZEBInitAlarmSDK(void) { return AlarmManagerEx::getInstance()->initManager(); }
+// Every entry point that reaches C++ objects runs under NoThrow: an exception
+// never crosses into the calling service.
+
+int ZEBInitAlarmSDK(void) {
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBInitAlarmSDK"), -1,
+                             [] { return AlarmManagerEx::getInstance()->initManager(); });
+}
 
 int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, const char* serviceInsId,
                              int rsetClear) {
@@ -101,8 +107,10 @@ int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, con
         IsMissing(serviceInsId, "In %s, pStrServiceInsId is null!", function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->addServiceInfo(serviceName, serviceId, serviceInsId,
-                                                         static_cast<long>(rsetClear));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->addServiceInfo(serviceName, serviceId, serviceInsId,
+                                                             static_cast<long>(rsetClear));
+    });
 }
 
 int ZEBRegisterInfo(const char* serviceName, const char* serviceLabel) {
@@ -113,7 +121,9 @@ int ZEBRegisterInfo(const char* serviceName, const char* serviceLabel) {
                   function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->RegisterInfo(std::string(serviceName), std::string(serviceLabel));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->RegisterInfo(std::string(serviceName), std::string(serviceLabel));
+    });
 }
 
 _ZEBAlarm* ZEBAllocAlarm(const char* alarmId, int type) {
@@ -186,7 +196,10 @@ int ZEBAppendAlarmParam(_ZEBAlarm* alarm, const char* name, const char* value) {
     return 0;
 }
 
-int ZEBSendAlarm(_ZEBAlarm* alarm) { return SendThrough(AlarmManagerEx::getInstance(), alarm, "ZEBSendAlarm"); }
+int ZEBSendAlarm(_ZEBAlarm* alarm) {
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBSendAlarm"), -1,
+                             [&] { return SendThrough(AlarmManagerEx::getInstance(), alarm, "ZEBSendAlarm"); });
+}
 
 int ZEBResetAlarmTime(_ZEBAlarm* alarm, long time) {
     // Nine digits or fewer cannot be a time in milliseconds.
@@ -217,14 +230,16 @@ int ZEBRegisterAlarmCheckCallBackFun(const char* serviceName, void (*callback)(c
         IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->RegAlarmCheckInterface(std::string(serviceName), callback);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->RegAlarmCheckInterface(std::string(serviceName), callback);
+    });
 }
 
 int ZEBRegisterRsetClear(AlarmManagerEx* manager) {
     if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", "ZEBRegisterRsetClear")) {
         return -1;
     }
-    return manager->RegisterRsetClear();
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBRegisterRsetClear"), -1, [&] { return manager->RegisterRsetClear(); });
 }
 
 AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* serviceName, const char* nodeIp,
@@ -238,15 +253,11 @@ AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* service
                   function)) {
         return nullptr;
     }
-    AlarmManagerEx* manager = new (std::nothrow) AlarmManagerEx(0);
-    if (manager == nullptr) {
-        return nullptr;
-    }
-    if (manager->initManager(appId, serviceName, nodeIp, serviceIp) != 0) {
-        delete manager;
-        return nullptr;
-    }
-    return manager;
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), static_cast<AlarmManagerEx*>(nullptr), [&] {
+        std::unique_ptr<AlarmManagerEx> manager(new AlarmManagerEx(0));
+        // Nothing throws once the send thread runs, so a started manager is never deleted.
+        return manager->initManager(appId, serviceName, nodeIp, serviceIp) == 0 ? manager.release() : nullptr;
+    });
 }
 
 int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serviceName, const char* serviceId,
@@ -267,7 +278,9 @@ int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serv
     if (badTexts(false) || (rsetClear == 1 && badTexts(true))) {
         return -1;
     }
-    return manager->addServiceInfo(serviceName, serviceId, serviceInsId, static_cast<long>(rsetClear));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return manager->addServiceInfo(serviceName, serviceId, serviceInsId, static_cast<long>(rsetClear));
+    });
 }
 
 int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel) {
@@ -277,7 +290,9 @@ int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel)
                   kCoServiceLabelTooLong, function)) {
         return -1;
     }
-    return manager->RegisterInfo(manager->getServiceName(), std::string(serviceLabel));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return manager->RegisterInfo(manager->getServiceName(), std::string(serviceLabel));
+    });
 }
 
 int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm) {
@@ -286,7 +301,7 @@ int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm) {
         IsMissing(alarm, "In %s, pZEBAlarmObject is null!", function)) {
         return -1;
     }
-    return SendThrough(manager, alarm, function);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] { return SendThrough(manager, alarm, function); });
 }
 
 int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*callback)(char*)) {
@@ -295,7 +310,8 @@ int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*c
         IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
         return -1;
     }
-    return manager->RegAlarmCheckInterface(manager->getServiceName(), callback);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1,
+                             [&] { return manager->RegAlarmCheckInterface(manager->getServiceName(), callback); });
 }
 
 }  // extern "C"
@@ -304,18 +320,18 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
     if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", "ZEBConvert2AlarmEx")) {
         return nullptr;
     }
-    // The C fields may be unterminated if the caller wrote them itself: the
-    // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
-    AlarmEx* record = new (std::nothrow) AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType));
-    if (record == nullptr) {
-        return nullptr;
-    }
-    record->setServiceName(std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
-    record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
-    for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
-        std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
-        std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
-        record->appendParameter(name.c_str(), value.c_str());
-    }
-    return record;
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBConvert2AlarmEx"), static_cast<AlarmEx*>(nullptr), [&] {
+        // The C fields may be unterminated if the caller wrote them itself: the
+        // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
+        std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
+        record->setServiceName(
+            std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
+        record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
+        for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
+            std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
+            std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
+            record->appendParameter(name.c_str(), value.c_str());
+        }
+        return record.release();
+    });
 }

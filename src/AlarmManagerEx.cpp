@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "AlarmBuildAlarmConfInfo.h"
@@ -11,6 +12,7 @@
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
 #include "Base64.h"
+#include "NoThrow.h"
 #include "Pause.h"
 
 namespace {
@@ -57,6 +59,7 @@ pthread_mutex_t AlarmManagerEx::m_CheckMutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
 pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
 std::atomic<std::size_t> AlarmManagerEx::m_checkCount{0};
+std::size_t AlarmManagerEx::m_checkBytes = 0;
 // Created when the library is loaded, so the transport address is read before main.
 AlarmManagerEx* AlarmManagerEx::m_pInstance = new AlarmManagerEx();
 
@@ -71,10 +74,9 @@ AlarmManagerEx::AlarmManagerEx() { initLocalMember(); }
 
 AlarmManagerEx::AlarmManagerEx(int /*unused*/) { initLocalMember(); }
 
-AlarmManagerEx::~AlarmManagerEx() {
-    pthread_mutex_destroy(&m_queueLock);
-    pthread_mutex_destroy(&m_CheckMutex);
-}
+// The shared check mutex is initialised statically, once, and never destroyed:
+// managers come and go while the transport thread queues checks.
+AlarmManagerEx::~AlarmManagerEx() { pthread_mutex_destroy(&m_queueLock); }
 
 void AlarmManagerEx::initLocalMember() {
     m_strAppId = "";
@@ -94,10 +96,6 @@ void AlarmManagerEx::initLocalMember() {
     int ret = pthread_mutex_init(&m_queueLock, nullptr);
     if (ret != 0) {
         ALM_LOG_ERROR("AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
-    }
-    ret = pthread_mutex_init(&m_CheckMutex, nullptr);
-    if (ret != 0) {
-        ALM_LOG_ERROR("AlarmManger::Initialize, checkpthread_rwlock_init failed, iRet=%d.", ret);
     }
 }
 
@@ -174,11 +172,8 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
-    AlarmEx* copy = new (std::nothrow) AlarmEx(alarm);
-    if (copy == nullptr) {
-        ALM_LOG_ERROR("In %s, pAlarmTemp is null!", "AlarmManagerEx::sendAlarm");
-        return -1;
-    }
+    // Owned here until it is queued, so a copy that cannot be completed is not leaked.
+    std::unique_ptr<AlarmEx> copy(new AlarmEx(alarm));
     copy->setServiceName(m_strServiceName);
     copy->setAppId(m_strAppId);
     copy->setRsetClear(static_cast<long>(m_lRsetClear));
@@ -193,17 +188,20 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
     if (copy->GetAlarmTime() == 0) {
         copy->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
     }
-    fillAlarmSouce2Alarm(alarm, copy);
-    fillNodIp2Alarm(copy);
-    pushAlarm(copy);
+    fillAlarmSouce2Alarm(alarm, copy.get());
+    fillNodIp2Alarm(copy.get());
+    pushAlarm(std::move(copy));
     return 0;
 }
 
-void AlarmManagerEx::pushAlarm(AlarmEx* copy) {
+void AlarmManagerEx::pushAlarm(std::unique_ptr<AlarmEx> copy) {
     acquireLock();
-    m_alarmQueue.push(copy);
-    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
-    releaseLock();
+    alarmsdk::ScopeExit unlock([this] {
+        m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
+        releaseLock();
+    });
+    m_alarmQueue.push(copy.get());
+    copy.release();
 }
 
 int AlarmManagerEx::addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId,
@@ -239,54 +237,65 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         return nullptr;
     }
     AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
+    // The batch outlives each pass: a pass that fails for lack of memory
+    // keeps it and sends it again after the retry pause, so nothing is lost.
+    std::list<AlarmEx*> batch;
     for (;;) {
-        std::list<AlarmEx*> batch;
-        self->getSendAlarmDatas(batch);
-        if (batch.empty()) {
-            alarmsdk::Pause(kIdlePollSeconds);
-            continue;
-        }
-        // The same batch goes out until the agent settles it; nothing is
-        // dropped or reordered meanwhile.
-        for (;;) {
-            char* body = nullptr;
-            char* bodyEncode = nullptr;
-            int encodedLength = 0;
-            int built = self->getSendAlarmJsonData(batch, body, bodyEncode, encodedLength);
-            if (built == 1) {
-                break;
-            }
-            if (built == -1) {
-                continue;
-            }
-            stru_REST_RESPONSE* response = AlmRukInterface::SendRestRequest(bodyEncode, std::strlen(bodyEncode));
-            if (body == nullptr) {
-                ALM_LOG_ERROR("In %s, bodyStr is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
-            } else {
-                cJSON_free(body);
-            }
-            if (bodyEncode == nullptr) {
-                ALM_LOG_ERROR("In %s, bodyEncode is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
-            } else {
-                delete[] bodyEncode;
-            }
-            if (processRestResponse(batch, response) == 1) {
-                break;
-            }
+        if (!alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::SendAlarmToFMThreadFun"), false,
+                               [&] {
+                                   self->sendPass(batch);
+                                   return true;
+                               })) {
+            alarmsdk::Pause(kRetryPauseSeconds);
         }
     }
     return nullptr;
 }
 
+void AlarmManagerEx::sendPass(std::list<AlarmEx*>& batch) {
+    if (batch.empty()) {
+        getSendAlarmDatas(batch);
+        if (batch.empty()) {
+            alarmsdk::Pause(kIdlePollSeconds);
+            return;
+        }
+    }
+    // The same batch goes out until the agent settles it; nothing is dropped
+    // or reordered meanwhile. A batch that cannot be built is tried again at once.
+    char* body = nullptr;
+    char* bodyEncode = nullptr;
+    int encodedLength = 0;
+    if (getSendAlarmJsonData(batch, body, bodyEncode, encodedLength) != 0) {
+        return;
+    }
+    stru_REST_RESPONSE* response = AlmRukInterface::SendRestRequest(bodyEncode, std::strlen(bodyEncode));
+    if (body == nullptr) {
+        ALM_LOG_ERROR("In %s, bodyStr is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
+    } else {
+        cJSON_free(body);
+    }
+    if (bodyEncode == nullptr) {
+        ALM_LOG_ERROR("In %s, bodyEncode is null!", "AlarmManagerEx::SendAlarmToFMThreadFun");
+    } else {
+        delete[] bodyEncode;
+    }
+    if (processRestResponse(batch, response) == 1) {
+        // Settled: freed after "OK", abandoned when the answer could not be read.
+        batch.clear();
+    }
+}
+
 void AlarmManagerEx::getSendAlarmDatas(std::list<AlarmEx*>& batch) {
     acquireLock();
-    std::size_t n = m_alarmQueue.size() < kBatchSize ? m_alarmQueue.size() : kBatchSize;
-    for (std::size_t i = 0; i < n; ++i) {
+    alarmsdk::ScopeExit unlock([this] {
+        m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
+        releaseLock();
+    });
+    // An alarm leaves the queue only once it is in the batch.
+    while (!m_alarmQueue.empty() && batch.size() < kBatchSize) {
         batch.push_back(m_alarmQueue.front());
         m_alarmQueue.pop();
     }
-    m_queuedCount.store(m_alarmQueue.size(), std::memory_order_release);
-    releaseLock();
 }
 
 int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body, char*& bodyEncode,

@@ -12,6 +12,7 @@
 #include <deque>
 #include <list>
 #include <map>
+#include <memory>
 #include <queue>
 #include <string>
 
@@ -29,6 +30,11 @@ public:
     static constexpr std::size_t kBatchSize = 50;
     static constexpr unsigned int kIdlePollSeconds = 1;
     static constexpr unsigned int kRetryPauseSeconds = 3;
+    // Alarm checks waiting for the callback thread: at most this many
+    // requests and this many decoded bytes; a check beyond either is refused.
+    // Real checks are a few KiB.
+    static constexpr std::size_t kCheckQueueCapacity = 256;
+    static constexpr std::size_t kCheckQueueBytes = 2u * 1024u * 1024u;
 
     static AlarmManagerEx* getInstance();
 
@@ -49,6 +55,7 @@ public:
     int addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId, long rsetClear);
 
     int InitSendThread();
+    // Called only with the alarm-check start lock held (RegAlarmCheckInterface).
     int InitAlarmCheckThread();
     static void* SendAlarmToFMThreadFun(void* manager);
     void getSendAlarmDatas(std::list<AlarmEx*>& batch);
@@ -103,11 +110,15 @@ public:
     static pthread_t m_nAlarmCheckTid;
 
 private:
-    void pushAlarm(AlarmEx* copy);
+    void pushAlarm(std::unique_ptr<AlarmEx> copy);
+    // One attempt of the send thread: takes a batch when it has none, then
+    // sends it once; the batch is cleared once the agent settled it.
+    void sendPass(std::list<AlarmEx*>& batch);
     // Node and service addresses from the environment and the transport SDK.
     void adoptTransportAddress();
     // Starts the send thread and marks the manager initialised.
     int startSending();
+    static int QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
     static std::string TakeAlarmCheckRequest();
     static void DeliverAlarmCheck(const std::string& request);
 
@@ -133,6 +144,7 @@ private:
     // tests read a value that is never torn.
     std::atomic<std::size_t> m_queuedCount{0};
     static std::atomic<std::size_t> m_checkCount;
+    static std::size_t m_checkBytes;  // decoded bytes in m_CheckList, under m_CheckMutex
 };
 
 // Decides on the agent's answer: 1 settles the batch (freed on "OK"), -1 sends it again.

@@ -90,6 +90,10 @@ int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCa
             }
             ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success");
             alarmCheckInitStatus.store(1, std::memory_order_release);
+        } else {
+            // Idempotent once the server runs; a start that failed (no memory,
+            // address not configured yet) is tried again by the next registration.
+            (void)TransportSdkInit();
         }
     }
 

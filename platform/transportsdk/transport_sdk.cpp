@@ -413,12 +413,13 @@ int GetSdkPort(void) {
     return parsePort(getenv("TRANSPORT_SDK_PORT"), &port) ? port : 0;
 }
 
-int TransportSdkInit(void) {
+int TransportSdkInit(void) try {
     Registry& reg = registry();
     std::lock_guard<std::mutex> lock(reg.mutex);
     if (reg.daemon != nullptr) {
         return 0;
     }
+    (void)watched();  // created here, so the server thread never allocates it
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     int port = 0;
@@ -450,6 +451,8 @@ int TransportSdkInit(void) {
     }
     reg.daemon = daemon;
     return 0;
+} catch (...) {
+    return -1;  // no memory for the registry: a later call tries again
 }
 
 void transportSdkSetTimeouts(unsigned idleSeconds, unsigned requestSeconds) {
@@ -461,7 +464,7 @@ void transportSdkSetTimeouts(unsigned idleSeconds, unsigned requestSeconds) {
     }
 }
 
-int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) {
+int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) try {
     if (url == nullptr || url[0] != '/' || resource == nullptr || resource->handler == nullptr) {
         return -1;
     }
@@ -470,12 +473,10 @@ int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) {
     if (reg.daemon == nullptr) {
         return -1;
     }
-    try {
-        reg.resources[url] = *resource;
-    } catch (...) {
-        return -1;
-    }
+    reg.resources[url] = *resource;
     return 0;
+} catch (...) {
+    return -1;
 }
 
 int allocRspBody(char** body, size_t size) {

@@ -89,6 +89,9 @@ public:
     static int ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
     static int GenCallBackResponse(stru_REST_RESPONSE* response);
     static void* ProcessAlarmCheckToUsersThreadFun(void* unused);
+    // One pass of that thread: hands the oldest queued check to its service's
+    // callback. False when none is queued. Only one thread may call it.
+    static bool DeliverNextAlarmCheck();
     static AlarmManagerEx* GetCallBackInstance(cJSON* root);
     static std::string GetAlarmCheckInfo(cJSON* root);
     static void AcquireAlarmCheckQueueLock();

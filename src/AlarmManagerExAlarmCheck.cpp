@@ -248,19 +248,25 @@ std::string AlarmManagerEx::TakeAlarmCheckRequest() {
 
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
     for (;;) {
-        // Unlocked emptiness test: this thread is the only consumer.
-        if (m_checkCount.load(std::memory_order_acquire) == 0) {
+        if (!DeliverNextAlarmCheck()) {
             alarmsdk::Pause(kIdlePollSeconds);
-            continue;
         }
-        // A check that fails (no memory, a callback that throws) is dropped
-        // with a log line; the thread goes on with the next one.
-        alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun"), 0, [] {
-            DeliverAlarmCheck(TakeAlarmCheckRequest());
-            return 0;
-        });
     }
     return nullptr;
+}
+
+bool AlarmManagerEx::DeliverNextAlarmCheck() {
+    // Unlocked emptiness test: the caller is the only consumer.
+    if (m_checkCount.load(std::memory_order_acquire) == 0) {
+        return false;
+    }
+    // A check that fails (no memory, a callback that throws) is dropped with
+    // a log line; the next one is handled as usual.
+    alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun"), 0, [] {
+        DeliverAlarmCheck(TakeAlarmCheckRequest());
+        return 0;
+    });
+    return true;
 }
 
 void AlarmManagerEx::DeliverAlarmCheck(const std::string& request) {

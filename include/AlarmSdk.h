@@ -6,6 +6,9 @@
  * happens on the library's own thread, retried until the agent accepts.
  *
  * Results: 0 success, -1 failure; NULL for a failed allocation or handle.
+ * No function lets an exception (such as running out of memory) reach the
+ * caller: it logs and returns its failure result. The library stays loaded
+ * after dlclose, since its threads never end.
  * Plain C (C99), usable from C and C++.
  */
 #ifndef ALARM_SDK_H
@@ -79,6 +82,13 @@ ALARMSDK_API int ZEBSendAlarm(_ZEBAlarm* alarm);
 /* time: milliseconds, at least 1000000000. */
 ALARMSDK_API int ZEBResetAlarmTime(_ZEBAlarm* alarm, long time);
 ALARMSDK_API int ZEBFreeAlarm(_ZEBAlarm* alarm);
+/* Serves POST /<serviceName>/<appId>/alarmCheck/callBack; other methods are
+ * answered 405. serviceName (and appId) must stand in a URL path unchanged:
+ * letters, digits and - . _ ~ ! $ & ' ( ) * + , ; = : @ only, not "." or "..";
+ * any other name is refused with -1. At most 256 checks (2 MiB) wait for the
+ * callback; a check beyond that is answered with an error status and dropped,
+ * none already waiting is lost. The port holds at most 64 connections (8 per
+ * client address) and closes idle or slow ones within seconds. */
 ALARMSDK_API int ZEBRegisterAlarmCheckCallBackFun(const char* serviceName, void (*callback)(char*));
 ALARMSDK_API int ZEBRegisterRsetClear(AlarmManagerEx* manager);
 

@@ -294,70 +294,22 @@ TEST_F(TransportSdk, ServesConcurrentClientsAndHandlersMayRegister) {
     EXPECT_EQ(100, good.load());
 }
 
-// A raw connection to the server from a chosen loopback address.
-int ConnectFrom(const char* source, int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    inet_pton(AF_INET, source, &addr.sin_addr);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-        close(fd);
-        return -1;
-    }
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, "127.0.0.1", &addr.sin_addr);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-// Sends one byte of a never-ending request head every 200 ms when trickle is
-// set, and reports whether the server closed the connection within ~20 s.
-bool ClosedByServer(int fd, bool trickle) {
-    if (trickle) {
-        (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
-    }
-    for (int round = 0; round < 100; ++round) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 200) == 1) {
-            char c;
-            return read(fd, &c, 1) <= 0;
-        }
-        if (trickle && write(fd, "s", 1) != 1) {
-            return true;
-        }
-    }
-    return false;
-}
-
-TEST_F(TransportSdk, IdleAndSlowConnectionsAreClosedAndOneClientHoldsFew) {
+TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
     transportSdkSetTimeouts(1, 2);
     ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE echo{0, Echo};
-    ASSERT_EQ(0, RegisterUrl("/echo", &echo));
-    for (bool trickle : {false, true}) {
-        const int fd = ConnectFrom("127.0.0.2", port_);
-        ASSERT_GE(fd, 0);
-        EXPECT_TRUE(ClosedByServer(fd, trickle)) << (trickle ? "slow" : "idle");
-        close(fd);
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
+    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    // One byte of an endless header every 200 ms: never idle, never complete.
+    (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
+    bool closed = false;
+    for (int round = 0; round < 100 && !closed; ++round) {
+        pollfd p{fd, POLLIN, 0};
+        char c;
+        closed = (poll(&p, 1, 200) == 1 && read(fd, &c, 1) <= 0) || write(fd, "s", 1) != 1;
     }
-
-    std::vector<int> held;
-    for (unsigned i = 0; i < TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT; ++i) {
-        held.push_back(ConnectFrom("127.0.0.2", port_));
-    }
-    const int extra = ConnectFrom("127.0.0.2", port_);
-    pollfd p{extra, POLLIN, 0};
-    ASSERT_EQ(1, poll(&p, 1, 5000)) << "the connection over the client's limit stays open";
-    char c;
-    EXPECT_EQ(0, read(extra, &c, 1));
-    EXPECT_EQ(200, Call("/echo", "other client"));
-    close(extra);
-    for (int fd : held) {
-        close(fd);
-    }
+    EXPECT_TRUE(closed);
+    close(fd);
 }
 
 }  // namespace

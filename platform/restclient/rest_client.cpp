@@ -60,6 +60,11 @@ void initOnce() {
     g_haveKey = pthread_key_create(&g_handleKey, releaseThreadHandle) == 0;
 }
 
+// Done when the library is loaded, on the loading thread, so the TLS
+// library's global state is set up (and its exit-time cleanup registered)
+// before any thread sends; sendRequest still makes sure of it.
+__attribute__((constructor)) void initAtLoad() { std::call_once(g_initOnce, initOnce); }
+
 // The calling thread's handle, created on first use. *temporary is set when it
 // could not be attached to the thread and must be cleaned up by the caller.
 CURL* acquireHandle(bool* temporary) {

@@ -52,6 +52,10 @@
  *                           where this process serves alarm checks; every
  *                           alarm carries them as the service's address
  *
+ * Failures inside: no function lets an exception (such as running out of
+ * memory) reach the caller: it logs and returns its failure result. The
+ * library stays loaded after dlclose, since its threads never end.
+ *
  * Plain C (C99), usable from C and C++.
  */
 #ifndef ALARM_SDK_H
@@ -216,7 +220,14 @@ ALARMSDK_API int ZEBFreeAlarm(_ZEBAlarm* alarm);
  * last non-zero result, and an earlier callback stays in place.
  * Registering the same serviceName again (from any manager) replaces the
  * earlier registration. Call after ZEBInitAlarmSDK() (the path carries
- * APPID), and before the agent can send checks. */
+ * APPID), and before the agent can send checks.
+ * Only POST reaches the callback; other methods are answered 405.
+ * serviceName (and APPID) must stand in a URL path unchanged: letters,
+ * digits and - . _ ~ ! $ & ' ( ) * + , ; = : @ only, not "." or "..";
+ * any other name is refused with -1. At most 256 checks (2 MiB) wait for the
+ * callback; a check beyond that is answered with an error status and dropped,
+ * none already waiting is lost. The port holds at most 64 connections (8 per
+ * client address) and closes idle or slow ones within seconds. */
 ALARMSDK_API int ZEBRegisterAlarmCheckCallBackFun(const char* serviceName, void (*callback)(char*));
 
 /* Switches reset-clear on for a manager and announces it, as described at

@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Installs what building and testing the SDK needs on Debian 12.
-# Usage: scripts/setup.sh [--arm]   (--arm adds the 64-bit Arm cross toolchain and libraries)
+# Usage: scripts/setup.sh [--arm] [--clang]
+#   --arm    adds the 64-bit Arm cross toolchain and libraries
+#   --clang  adds clang and its sanitizer and libFuzzer runtimes
 # Packages already present are skipped, so running it again is cheap.
 set -euo pipefail
 
 want_arm=0
+want_clang=0
 for arg in "$@"; do
   case "$arg" in
     --arm) want_arm=1 ;;
-    *) echo "usage: $0 [--arm]" >&2; exit 2 ;;
+    --clang) want_clang=1 ;;
+    *) echo "usage: $0 [--arm] [--clang]" >&2; exit 2 ;;
   esac
 done
 
@@ -20,6 +24,9 @@ dev_libs="libxerces-c-dev libcjson-dev libjsoncpp-dev libcurl4-openssl-dev libmi
 test_libs="libgtest-dev libgmock-dev libbenchmark-dev"
 tools="cmake make g++ gcc pkg-config curl"
 native="$dev_libs $test_libs $tools"
+if [ "$want_clang" -eq 1 ]; then
+  native="$native clang libclang-rt-14-dev"
+fi
 
 missing_of() {
   local out=""

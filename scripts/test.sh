@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the SDK and runs the whole test suite, installing what is missing.
-#   scripts/test.sh                 normal and sanitizer builds (plus arm and package in CI)
-#   scripts/test.sh normal|sanitize|tsan|arm|package ...   just those
+#   scripts/test.sh                 normal and sanitizer builds (CI: also tsan, clang, fuzz, arm, package)
+#   scripts/test.sh normal|sanitize|tsan|clang|fuzz|arm|package ...   just those
 # Each build lives in build/<name>; every test case runs in a process of its own.
+# fuzz runs every libFuzzer target for FUZZ_SECONDS (default 30) each.
 # package: install, the out-of-tree consumer and the Debian packages (native
 # and arm64), checked by scripts/package-check.sh.
 set -euo pipefail
@@ -11,15 +12,15 @@ cd "$(dirname "$0")/.."
 if [ "$#" -gt 0 ]; then
   suites="$*"
 elif { [ "${CI:-}" = "true" ] || [ "${ALARMSDK_TEST_ARM:-0}" = "1" ]; } && [ -f cmake/toolchain-aarch64.cmake ]; then
-  suites="normal sanitize arm package"
+  suites="normal sanitize tsan clang fuzz arm package"
 else
   suites="normal sanitize"
 fi
 
-case " $suites " in
-  *" arm "* | *" package "*) bash scripts/setup.sh --arm ;;
-  *) bash scripts/setup.sh ;;
-esac
+setup_args=()
+case " $suites " in *" arm "* | *" package "*) setup_args+=(--arm) ;; esac
+case " $suites " in *" clang "* | *" fuzz "*) setup_args+=(--clang) ;; esac
+bash scripts/setup.sh "${setup_args[@]}"
 
 jobs=$(nproc)
 total_passed=0
@@ -69,6 +70,42 @@ run_package_checks() {
   return $rc
 }
 
+# Builds the libFuzzer targets with clang and runs each from its checked-in
+# seeds (new inputs go to build/fuzz/corpus, never into the source tree). A
+# crash, leak, sanitizer report or hang fails the run.
+run_fuzz() {
+  local dir=build/fuzz
+  local seconds=${FUZZ_SECONDS:-30}
+  local started=$SECONDS
+  mkdir -p build
+  echo "=== fuzz: configure and build"
+  cmake -S . -B "$dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DALARMSDK_FUZZ=ON -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF > "$dir.configure.log" 2>&1 ||
+    { cat "$dir.configure.log"; return 1; }
+  cmake --build "$dir" -j"$jobs" --target alarmsdk_fuzzers || return 1
+  local target rc=0 failed=0 ran=0 line
+  while read -r target; do
+    [ -n "$target" ] || continue
+    ran=$((ran + 1))
+    mkdir -p "$dir/corpus/$target"
+    echo "=== fuzz: $target for ${seconds} s"
+    if "$dir/fuzz/$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+        -artifact_prefix="$dir/$target-" "$dir/corpus/$target" "fuzz/corpus/$target" > "$dir/$target.log" 2>&1; then
+      line=$(grep -E 'stat::number_of_executed_units' "$dir/$target.log" | awk '{print $2}')
+      echo "$target: ${line:-?} inputs, no crash"
+    else
+      tail -40 "$dir/$target.log"
+      echo "$target: FAILED (see $dir/$target.log and $dir/$target-*)"
+      failed=$((failed + 1))
+      rc=1
+    fi
+  done < "$dir/fuzz/targets.txt"
+  total_passed=$((total_passed + ran - failed))
+  total_failed=$((total_failed + failed))
+  summary="$summary  fuzz: $((ran - failed)) targets clean, $failed failed, $((SECONDS - started)) s"$'\n'
+  return $rc
+}
+
 status=0
 for suite in $suites; do
   case "$suite" in
@@ -78,6 +115,10 @@ for suite in $suites; do
       run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DALARMSDK_SANITIZE=ON -DALARMSDK_BUILD_BENCH=OFF || status=1
       unset ASAN_OPTIONS UBSAN_OPTIONS ;;
     tsan) run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_TSAN=ON -DALARMSDK_BUILD_BENCH=OFF || status=1 ;;
+    clang)
+      run_suite clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DALARMSDK_BUILD_BENCH=OFF || status=1 ;;
+    fuzz) run_fuzz || status=1 ;;
     # The toolchain file alone configures the cross build; what it lacks for Arm
     # (Google Benchmark) is skipped with a line in the configure log.
     arm) run_suite arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || status=1 ;;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -13,6 +14,7 @@
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "AlmLog.h"
+#include "NoThrow.h"
 #include "bounded_string.h"
 
 static_assert(sizeof(_ZEBAlarm) == 158, "_ZEBAlarm is 158 bytes");
@@ -84,14 +86,12 @@ EU_GEN_CLEAR_TYPE ToGenClearType(int32_t cType) { return cType == 1 ? ZEB_ALARM_
 
 // Queues the alarm on manager; shared by the process-wide and co-process paths.
 int SendThrough(AlarmManagerEx* manager, _ZEBAlarm* alarm, const char* function) {
-    AlarmEx* record = ZEBConvert2AlarmEx(alarm);
+    std::unique_ptr<AlarmEx> record(ZEBConvert2AlarmEx(alarm));
     if (record == nullptr) {
         ALM_LOG_ERROR("In %s, pAlarmEx is null!", function);
         return -1;
     }
-    int result = manager->sendAlarm(record);
-    delete record;
-    return result;
+    return manager->sendAlarm(record.get());
 }
 
 constexpr uint32_t kLegacyHeaderSize = offsetof(AlarmObject, params);
@@ -99,6 +99,8 @@ constexpr uint32_t kLegacyParamSize = sizeof(AlarmParam);
 constexpr std::size_t kLegacyIdSize = sizeof(AlarmObject::alarmId);
 // Beyond this the 32-bit block size wraps and the block would be too small for its slots.
 constexpr uint32_t kLegacyMaxParams = (UINT32_MAX - kLegacyHeaderSize) / kLegacyParamSize;
+
+int SendLegacy(AlarmObject* object);
 
 // A slot's text, bounded even if the caller wrote the block itself.
 std::string SlotText(const char (&text)[sizeof(AlarmParam::paramName)]) {
@@ -109,7 +111,13 @@ std::string SlotText(const char (&text)[sizeof(AlarmParam::paramName)]) {
 
 extern "C" {
 
-int ZEBInitAlarmSDK(void) { return AlarmManagerEx::getInstance()->initManager(); }
+// Every entry point that reaches C++ objects runs under NoThrow: an exception
+// never crosses into the calling service.
+
+int ZEBInitAlarmSDK(void) {
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBInitAlarmSDK"), -1,
+                             [] { return AlarmManagerEx::getInstance()->initManager(); });
+}
 
 int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, const char* serviceInsId,
                              int rsetClear) {
@@ -119,8 +127,10 @@ int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, con
         IsMissing(serviceInsId, "In %s, pStrServiceInsId is null!", function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->addServiceInfo(serviceName, serviceId, serviceInsId,
-                                                         static_cast<long>(rsetClear));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->addServiceInfo(serviceName, serviceId, serviceInsId,
+                                                             static_cast<long>(rsetClear));
+    });
 }
 
 int ZEBRegisterInfo(const char* serviceName, const char* serviceLabel) {
@@ -131,7 +141,9 @@ int ZEBRegisterInfo(const char* serviceName, const char* serviceLabel) {
                   function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->RegisterInfo(std::string(serviceName), std::string(serviceLabel));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->RegisterInfo(std::string(serviceName), std::string(serviceLabel));
+    });
 }
 
 _ZEBAlarm* ZEBAllocAlarm(const char* alarmId, int type) {
@@ -204,7 +216,10 @@ int ZEBAppendAlarmParam(_ZEBAlarm* alarm, const char* name, const char* value) {
     return 0;
 }
 
-int ZEBSendAlarm(_ZEBAlarm* alarm) { return SendThrough(AlarmManagerEx::getInstance(), alarm, "ZEBSendAlarm"); }
+int ZEBSendAlarm(_ZEBAlarm* alarm) {
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBSendAlarm"), -1,
+                             [&] { return SendThrough(AlarmManagerEx::getInstance(), alarm, "ZEBSendAlarm"); });
+}
 
 int ZEBResetAlarmTime(_ZEBAlarm* alarm, long time) {
     // Nine digits or fewer cannot be a time in milliseconds.
@@ -235,14 +250,16 @@ int ZEBRegisterAlarmCheckCallBackFun(const char* serviceName, void (*callback)(c
         IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
         return -1;
     }
-    return AlarmManagerEx::getInstance()->RegAlarmCheckInterface(std::string(serviceName), callback);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return AlarmManagerEx::getInstance()->RegAlarmCheckInterface(std::string(serviceName), callback);
+    });
 }
 
 int ZEBRegisterRsetClear(AlarmManagerEx* manager) {
     if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", "ZEBRegisterRsetClear")) {
         return -1;
     }
-    return manager->RegisterRsetClear();
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBRegisterRsetClear"), -1, [&] { return manager->RegisterRsetClear(); });
 }
 
 AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* serviceName, const char* nodeIp,
@@ -256,15 +273,11 @@ AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* service
                   function)) {
         return nullptr;
     }
-    AlarmManagerEx* manager = new (std::nothrow) AlarmManagerEx(0);
-    if (manager == nullptr) {
-        return nullptr;
-    }
-    if (manager->initManager(appId, serviceName, nodeIp, serviceIp) != 0) {
-        delete manager;
-        return nullptr;
-    }
-    return manager;
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), static_cast<AlarmManagerEx*>(nullptr), [&] {
+        std::unique_ptr<AlarmManagerEx> manager(new AlarmManagerEx(0));
+        // Nothing throws once the send thread runs, so a started manager is never deleted.
+        return manager->initManager(appId, serviceName, nodeIp, serviceIp) == 0 ? manager.release() : nullptr;
+    });
 }
 
 int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serviceName, const char* serviceId,
@@ -285,7 +298,9 @@ int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serv
     if (badTexts(false) || (rsetClear == 1 && badTexts(true))) {
         return -1;
     }
-    return manager->addServiceInfo(serviceName, serviceId, serviceInsId, static_cast<long>(rsetClear));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return manager->addServiceInfo(serviceName, serviceId, serviceInsId, static_cast<long>(rsetClear));
+    });
 }
 
 int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel) {
@@ -295,7 +310,9 @@ int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel)
                   kCoServiceLabelTooLong, function)) {
         return -1;
     }
-    return manager->RegisterInfo(manager->getServiceName(), std::string(serviceLabel));
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {
+        return manager->RegisterInfo(manager->getServiceName(), std::string(serviceLabel));
+    });
 }
 
 int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm) {
@@ -304,7 +321,7 @@ int ZEBSendAlarm4CoProcess(AlarmManagerEx* manager, _ZEBAlarm* alarm) {
         IsMissing(alarm, "In %s, pZEBAlarmObject is null!", function)) {
         return -1;
     }
-    return SendThrough(manager, alarm, function);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] { return SendThrough(manager, alarm, function); });
 }
 
 int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*callback)(char*)) {
@@ -313,7 +330,8 @@ int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* manager, void (*c
         IsMissing(reinterpret_cast<const void*>(callback), "In %s, callbackFun is null!", function)) {
         return -1;
     }
-    return manager->RegAlarmCheckInterface(manager->getServiceName(), callback);
+    return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1,
+                             [&] { return manager->RegAlarmCheckInterface(manager->getServiceName(), callback); });
 }
 
 int InitAlarm(const char* xmlFile, const char* serviceId, const char* serviceInsId, int rsetClear) {
@@ -334,7 +352,10 @@ int InitAlarm(const char* xmlFile, const char* serviceId, const char* serviceIns
         return 0;
     }
     // Accepted arguments are a success: the manager reports its own failures in the log.
-    AlarmManager::GetInstance()->InitXML(xmlFile, serviceId, serviceInsId, rsetClear == 1 ? 1 : 0);
+    alarmsdk::NoThrow(ALM_CALL_SITE("InitAlarm"), 0, [&] {
+        AlarmManager::GetInstance()->InitXML(xmlFile, serviceId, serviceInsId, rsetClear == 1 ? 1 : 0);
+        return 0;
+    });
     return 1;
 }
 
@@ -407,6 +428,17 @@ int SendAlarm(AlarmObject* object) {
     if (object == nullptr) {
         return 0;
     }
+    return alarmsdk::NoThrow(ALM_CALL_SITE("SendAlarm"), 0, [&] { return SendLegacy(object); });
+}
+
+void FreeAlarmObject(AlarmObject* object) { std::free(object); }
+
+}  // extern "C"
+
+namespace {
+
+// SendAlarm's body: 1 once handed to the manager, whatever the manager decides.
+int SendLegacy(AlarmObject* object) {
     if (object->paramCount != object->paramCapacity) {
         ALM_LOG_ERROR("The alarm param number is error");
     }
@@ -421,26 +453,24 @@ int SendAlarm(AlarmObject* object) {
     return 1;
 }
 
-void FreeAlarmObject(AlarmObject* object) { std::free(object); }
-
-}  // extern "C"
+}  // namespace
 
 AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
     if (IsMissing(alarm, "In %s, pZEBAlarmObject is null!", "ZEBConvert2AlarmEx")) {
         return nullptr;
     }
-    // The C fields may be unterminated if the caller wrote them itself: the
-    // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
-    AlarmEx* record = new (std::nothrow) AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType));
-    if (record == nullptr) {
-        return nullptr;
-    }
-    record->setServiceName(std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
-    record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
-    for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
-        std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
-        std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
-        record->appendParameter(name.c_str(), value.c_str());
-    }
-    return record;
+    return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBConvert2AlarmEx"), static_cast<AlarmEx*>(nullptr), [&] {
+        // The C fields may be unterminated if the caller wrote them itself: the
+        // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
+        std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
+        record->setServiceName(
+            std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
+        record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
+        for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
+            std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
+            std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
+            record->appendParameter(name.c_str(), value.c_str());
+        }
+        return record.release();
+    });
 }

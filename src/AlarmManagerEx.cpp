@@ -2,12 +2,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "NoThrow.h"
 
 namespace {
 
@@ -47,6 +49,7 @@ pthread_mutex_t AlarmManagerEx::m_CheckMutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
 pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
 std::atomic<std::size_t> AlarmManagerEx::m_checkCount{0};
+std::size_t AlarmManagerEx::m_checkBytes = 0;
 // Created when the library is loaded, so the transport address is read before main.
 AlarmManagerEx* AlarmManagerEx::m_pInstance = new AlarmManagerEx();
 
@@ -72,7 +75,10 @@ AlarmManagerEx::AlarmManagerEx() : m_alarmQueue(kLogSource, nullptr) { initLocal
 
 AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
 
-AlarmManagerEx::~AlarmManagerEx() { pthread_mutex_destroy(&m_CheckMutex); }
+// The shared check mutex is initialised statically, once, and never destroyed:
+// managers come and go while the transport thread queues checks. The queue
+// lock goes with the queue.
+AlarmManagerEx::~AlarmManagerEx() = default;
 
 void AlarmManagerEx::initLocalMember() {
     m_strAppId = "";
@@ -88,12 +94,7 @@ void AlarmManagerEx::initLocalMember() {
     m_lRsetClear = 0;
     m_bRsetClearDone = false;
     m_uServicePort = static_cast<uint16_t>(GetSdkPort());
-
     // The queue lock is set up by the queue itself.
-    const int ret = pthread_mutex_init(&m_CheckMutex, nullptr);
-    if (ret != 0) {
-        ALM_LOG_ERROR("AlarmManger::Initialize, checkpthread_rwlock_init failed, iRet=%d.", ret);
-    }
 }
 
 int AlarmManagerEx::initManager() {
@@ -169,11 +170,8 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
-    AlarmEx* copy = new (std::nothrow) AlarmEx(alarm);
-    if (copy == nullptr) {
-        ALM_LOG_ERROR("In %s, pAlarmTemp is null!", "AlarmManagerEx::sendAlarm");
-        return -1;
-    }
+    // Owned here until it is queued, so a copy that cannot be completed is not leaked.
+    std::unique_ptr<AlarmEx> copy(new AlarmEx(alarm));
     copy->setServiceName(m_strServiceName);
     copy->setAppId(m_strAppId);
     copy->setRsetClear(static_cast<long>(m_lRsetClear));
@@ -188,9 +186,10 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
     if (copy->GetAlarmTime() == 0) {
         copy->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
     }
-    fillAlarmSouce2Alarm(alarm, copy);
-    fillNodIp2Alarm(copy);
-    m_alarmQueue.push(copy);
+    fillAlarmSouce2Alarm(alarm, copy.get());
+    fillNodIp2Alarm(copy.get());
+    m_alarmQueue.push(copy.get());
+    copy.release();
     return 0;
 }
 

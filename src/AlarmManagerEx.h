@@ -32,6 +32,11 @@ public:
     static constexpr unsigned int kRetryPauseSeconds = alarmsdk::kRetryPauseSeconds;
     // What this generation's delivery does differently from the legacy one.
     static const alarmsdk::SendProfile kSendProfile;
+    // Alarm checks waiting for the callback thread: at most this many
+    // requests and this many decoded bytes; a check beyond either is refused.
+    // Real checks are a few KiB.
+    static constexpr std::size_t kCheckQueueCapacity = 256;
+    static constexpr std::size_t kCheckQueueBytes = 2u * 1024u * 1024u;
 
     static AlarmManagerEx* getInstance();
 
@@ -52,6 +57,7 @@ public:
     int addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId, long rsetClear);
 
     int InitSendThread();
+    // Called only with the alarm-check start lock held (RegAlarmCheckInterface).
     int InitAlarmCheckThread();
     static void* SendAlarmToFMThreadFun(void* manager);
     void getSendAlarmDatas(std::list<AlarmEx*>& batch);
@@ -85,6 +91,9 @@ public:
     static int ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
     static int GenCallBackResponse(stru_REST_RESPONSE* response);
     static void* ProcessAlarmCheckToUsersThreadFun(void* unused);
+    // One pass of that thread: hands the oldest queued check to its service's
+    // callback. False when none is queued. Only one thread may call it.
+    static bool DeliverNextAlarmCheck();
     static AlarmManagerEx* GetCallBackInstance(cJSON* root);
     static std::string GetAlarmCheckInfo(cJSON* root);
     static void AcquireAlarmCheckQueueLock();
@@ -110,6 +119,7 @@ private:
     void adoptTransportAddress();
     // Starts the send thread and marks the manager initialised.
     int startSending();
+    static int QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
     static std::string TakeAlarmCheckRequest();
     static void DeliverAlarmCheck(const std::string& request);
 
@@ -133,6 +143,7 @@ private:
     // Kept beside the check queue so that the unlocked emptiness test reads
     // a value that is never torn.
     static std::atomic<std::size_t> m_checkCount;
+    static std::size_t m_checkBytes;  // decoded bytes in m_CheckList, under m_CheckMutex
 };
 
 // Decides on the agent's answer: 1 settles the batch (freed on "OK"), -1 sends it again.

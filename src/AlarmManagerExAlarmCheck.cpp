@@ -6,11 +6,13 @@
 #include <cjson/cJSON.h>
 
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 
 #include "AlmLog.h"
 #include "Base64.h"
+#include "NoThrow.h"
 #include "Pause.h"
 #include "bounded_string.h"
 
@@ -31,6 +33,31 @@ std::mutex& CallBackMapMutex() {
     return *mutex;
 }
 
+// Makes starting the alarm-check service one step: registrations on several
+// threads at once start exactly one thread and set up the resource once.
+std::mutex& CheckStartMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+
+// True when text can be one segment of the callback path that every client
+// sends byte for byte: RFC 3986 unreserved characters, sub-delimiters, ':'
+// and '@'. Anything else ('?', '#', '%', '/', blanks, controls, non-ASCII) is
+// encoded, cut or normalised by some client and would never match.
+bool IsVerbatimSegment(const std::string& text) {
+    static const char kPunctuation[] = "-._~!$&'()*+,;=:@";
+    if (text == "." || text == "..") {
+        return false;
+    }
+    for (char c : text) {
+        const bool alnum = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        if (!alnum && (c == '\0' || std::strchr(kPunctuation, c) == nullptr)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 void AlarmManagerEx::AcquireAlarmCheckQueueLock() {
@@ -46,30 +73,46 @@ void AlarmManagerEx::ReleaseAlarmCheckQueueLock() {
 }
 
 int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCallBack callback) {
-    if (alarmCheckInitStatus.load(std::memory_order_acquire) == 0) {
-        ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Start to init alarm check.");
-        (void)TransportSdkInit();
-        if (restResAlmSdk != nullptr) {
-            std::memset(restResAlmSdk, 0, sizeof(*restResAlmSdk));
-            restResAlmSdk->handler = &AlarmManagerEx::ProcessAlarmCheckInterface;
+    {
+        std::lock_guard<std::mutex> lock(CheckStartMutex());
+        if (alarmCheckInitStatus.load(std::memory_order_acquire) == 0) {
+            ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Start to init alarm check.");
+            (void)TransportSdkInit();
+            if (restResAlmSdk != nullptr) {
+                std::memset(restResAlmSdk, 0, sizeof(*restResAlmSdk));
+                restResAlmSdk->handler = &AlarmManagerEx::ProcessAlarmCheckInterface;
+                // Checks are posted; any other method is answered 405 by the transport.
+                restResAlmSdk->methods = 1u << REST_REQUEST_POST;
+            }
+            if (InitAlarmCheckThread() != 0) {
+                ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start failed.");
+                return -1;
+            }
+            ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success");
+            alarmCheckInitStatus.store(1, std::memory_order_release);
+        } else {
+            // Idempotent once the server runs; a start that failed (no memory,
+            // address not configured yet) is tried again by the next registration.
+            (void)TransportSdkInit();
         }
-        if (InitAlarmCheckThread() != 0) {
-            ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start failed.");
-            return -1;
-        }
-        ALM_LOG_INFO("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success");
-        alarmCheckInitStatus.store(1, std::memory_order_release);
     }
 
-    m_strServiceName = serviceName;
-    if (m_strServiceName.empty()) {
+    if (serviceName.empty()) {
+        m_strServiceName.clear();
         ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface szServiceName Is empty");
         return 0;
     }
-
     char path[kCallBackPathSize] = {0};
-    (void)snprintf_s(path, sizeof(path), sizeof(path) - 1, kCallBackPathFormat, m_strServiceName.c_str(),
-                     m_strAppId.c_str());
+    if (!IsVerbatimSegment(serviceName) || !IsVerbatimSegment(m_strAppId) ||
+        snprintf_s(path, sizeof(path), sizeof(path) - 1, kCallBackPathFormat, serviceName.c_str(),
+                   m_strAppId.c_str()) < 0) {
+        // Registering would succeed, but no agent request could ever match the path.
+        ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface serviceName %s with appId %s cannot be reached "
+                      "in a URL path, refused",
+                      serviceName.c_str(), m_strAppId.c_str());
+        return -1;
+    }
+    m_strServiceName = serviceName;
 
     int result = -1;
     for (int attempt = 0; attempt < kRegisterAttempts; ++attempt) {
@@ -93,6 +136,12 @@ int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCa
 }
 
 int AlarmManagerEx::ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_REST_RESPONSE* response) {
+    // Called by the transport through a C function pointer: nothing may escape.
+    return alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::ProcessAlarmCheckInterface"), -1,
+                             [&] { return QueueAlarmCheck(request, response); });
+}
+
+int AlarmManagerEx::QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPONSE* response) {
     ALM_LOG_INFO("AlarmManagerEx::ProcessAlarmCheckInterface,func in.");
     if (response == nullptr) {
         ALM_LOG_ERROR("In %s, response is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
@@ -112,29 +161,38 @@ int AlarmManagerEx::ProcessAlarmCheckInterface(stru_REST_REQUEST* request, stru_
     }
     // The transport leaves room for a terminator at index bodyLen.
     request->body[request->bodyLen] = '\0';
-    std::string encoded(request->body);
-    if (encoded.empty()) {
+    if (request->body[0] == '\0') {
         ALM_LOG_ERROR("AlarmCheck response body is NULL");
         return -1;
     }
-    char* decodedBuffer = new (std::nothrow) char[request->bodyLen + 1]();
+    std::unique_ptr<char[]> decodedBuffer(new (std::nothrow) char[request->bodyLen + 1]());
     if (decodedBuffer == nullptr) {
         ALM_LOG_ERROR("In %s, reqBodyDecode is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
         return -1;
     }
-    if (zeb_alm_base64_decode(&encoded[0], static_cast<int>(request->bodyLen), decodedBuffer, nullptr) == -1) {
+    if (zeb_alm_base64_decode(request->body, static_cast<int>(request->bodyLen), decodedBuffer.get(), nullptr) ==
+        -1) {
         ALM_LOG_ERROR("decode request body error");
-        delete[] decodedBuffer;
         return -1;
     }
-    std::string decoded(decodedBuffer);
-    delete[] decodedBuffer;
+    std::string decoded(decodedBuffer.get());
+    decodedBuffer.reset();
 
-    AcquireAlarmCheckQueueLock();
-    m_CheckList.push(std::move(decoded));
-    m_checkCount.store(m_CheckList.size(), std::memory_order_release);
-    ReleaseAlarmCheckQueueLock();
-
+    {
+        AcquireAlarmCheckQueueLock();
+        alarmsdk::ScopeExit unlock([] { ReleaseAlarmCheckQueueLock(); });
+        // Bounded in requests and bytes: a flood is refused request by request
+        // and never costs a check that is already queued.
+        if (m_CheckList.size() >= kCheckQueueCapacity || decoded.size() > kCheckQueueBytes - m_checkBytes) {
+            ALM_LOG_ERROR("AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, "
+                          "%zu bytes), request of %zu bytes refused.",
+                          m_CheckList.size(), m_checkBytes, decoded.size());
+            return -1;
+        }
+        m_checkBytes += decoded.size();
+        m_CheckList.push(std::move(decoded));
+        m_checkCount.store(m_CheckList.size(), std::memory_order_release);
+    }
     return GenCallBackResponse(response) == 0 ? 0 : -1;
 }
 
@@ -182,6 +240,7 @@ std::string AlarmManagerEx::TakeAlarmCheckRequest() {
     AcquireAlarmCheckQueueLock();
     std::string request = std::move(m_CheckList.front());
     m_CheckList.pop();
+    m_checkBytes -= request.size();
     m_checkCount.store(m_CheckList.size(), std::memory_order_release);
     ReleaseAlarmCheckQueueLock();
     return request;
@@ -189,14 +248,25 @@ std::string AlarmManagerEx::TakeAlarmCheckRequest() {
 
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
     for (;;) {
-        // Unlocked emptiness test: this thread is the only consumer.
-        if (m_checkCount.load(std::memory_order_acquire) == 0) {
+        if (!DeliverNextAlarmCheck()) {
             alarmsdk::Pause(kIdlePollSeconds);
-            continue;
         }
-        DeliverAlarmCheck(TakeAlarmCheckRequest());
     }
     return nullptr;
+}
+
+bool AlarmManagerEx::DeliverNextAlarmCheck() {
+    // Unlocked emptiness test: the caller is the only consumer.
+    if (m_checkCount.load(std::memory_order_acquire) == 0) {
+        return false;
+    }
+    // A check that fails (no memory, a callback that throws) is dropped with
+    // a log line; the next one is handled as usual.
+    alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun"), 0, [] {
+        DeliverAlarmCheck(TakeAlarmCheckRequest());
+        return 0;
+    });
+    return true;
 }
 
 void AlarmManagerEx::DeliverAlarmCheck(const std::string& request) {

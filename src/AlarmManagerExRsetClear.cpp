@@ -2,6 +2,7 @@
 // id is "0", so the receiving side can clear what it left standing.
 #include "AlarmManagerEx.h"
 
+#include <memory>
 #include <new>
 
 #include "AlmLog.h"
@@ -30,7 +31,7 @@ int AlarmManagerEx::processRsetAction() {
     int result = 0;
     if (!m_strServiceIp.empty() && !m_strServiceName.empty()) {
         ALM_LOG_INFO("AlarmManagerEx::processRsetAction");
-        AlarmEx* announcement = new (std::nothrow) AlarmEx(kAnnouncementAlarmId, ZEB_ALARM_GENERATE);
+        std::unique_ptr<AlarmEx> announcement(new (std::nothrow) AlarmEx(kAnnouncementAlarmId, ZEB_ALARM_GENERATE));
         if (announcement == nullptr) {
             ALM_LOG_ERROR("In %s, pAlarm is null!", "AlarmManagerEx::RegisterRsetClear");
             result = -1;
@@ -39,8 +40,7 @@ int AlarmManagerEx::processRsetAction() {
             announcement->SetServiceIp(m_strServiceIp);
             announcement->setServiceLabel(m_strServiceLabel);
             announcement->setServicePort(m_uServicePort);
-            result = sendAlarm(announcement);
-            delete announcement;
+            result = sendAlarm(announcement.get());
         }
     }
     // Spent even when nothing could be sent: a manager announces at most once.

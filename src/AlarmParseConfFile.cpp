@@ -105,6 +105,12 @@ extern "C" void ALM_ConfInit(void) {
         ALM_LOG_ERROR("Initialize Error during Xerces-c Initialization.\nException message: %s",
                       reinterpret_cast<const char*>(e.getMessage()));
     }
+    if (XMLPlatformUtils::fgMemoryManager == nullptr) {
+        // Initialisation did not get far enough (out of memory): a parser
+        // now would crash. The next look-up tries again.
+        ALM_LOG_ERROR("QLF_Controller_Flow::InitFlowDomParser XercesDOMParser failed.");
+        return;
+    }
     LoadDefinitions();
     XMLPlatformUtils::Terminate();
 }

@@ -12,6 +12,7 @@
 #include <list>
 #include <queue>
 
+#include "NoThrow.h"
 #include "runlog.h"
 
 namespace alarmsdk {
@@ -58,29 +59,34 @@ public:
         }
     }
 
-    // Appends under the lock, whatever the size: the bound is the caller's test.
+    // Appends under the lock, whatever the size: the bound is the caller's
+    // test. May throw std::bad_alloc; the item then stays the caller's.
     void push(T* item) {
         lock();
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
         items_.push(item);
-        count_.store(items_.size(), std::memory_order_release);
-        unlock();
     }
 
-    // Moves the oldest min(size, kBatchSize) items to the end of batch.
+    // Moves the oldest items to the end of batch until it holds kBatchSize.
+    // An item leaves the queue only once it is in the batch, so an
+    // allocation failure part way loses nothing.
     void takeBatch(std::list<T*>& batch) {
         lock();
-        const std::size_t n = items_.size() < kBatchSize ? items_.size() : kBatchSize;
-        for (std::size_t i = 0; i < n; ++i) {
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
+        while (!items_.empty() && batch.size() < kBatchSize) {
             batch.push_back(items_.front());
             items_.pop();
         }
-        count_.store(items_.size(), std::memory_order_release);
-        unlock();
     }
 
     static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
+    void publishAndUnlock() {
+        count_.store(items_.size(), std::memory_order_release);
+        unlock();
+    }
+
     const char* logSource_;
     pthread_mutex_t mutex_;
     std::queue<T*, std::deque<T*>> items_;

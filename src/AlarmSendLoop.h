@@ -10,6 +10,7 @@
 #include <string>
 
 #include "AlarmQueue.h"
+#include "NoThrow.h"
 #include "Pause.h"
 #include "rest_client.h"
 
@@ -62,31 +63,50 @@ int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_R
     return -1;
 }
 
-// The body of a send thread; never returns. Manager provides
-//   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// and settle decides on the answer (1 settled, -1 again).
+// One attempt of a send thread: takes a batch when it holds none (pausing
+// when there is nothing to send), builds and posts it once, and empties it
+// once the agent settled it. A batch that cannot be built is tried again by
+// the next pass at once.
 template <typename Manager, typename Item>
-void RunSendLoop(Manager* manager, const SendProfile& profile,
-                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
-    for (;;) {
-        std::list<Item*> batch;
+void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*),
+              std::list<Item*>& batch) {
+    if (batch.empty()) {
         manager->getSendAlarmDatas(batch);
         if (batch.empty()) {
             Pause(kIdlePollSeconds);
-            continue;
+            return;
         }
-        // The same batch goes out until the agent settles it; nothing is
-        // dropped or reordered meanwhile.
-        for (;;) {
-            char* document = nullptr;
-            char* encoded = nullptr;
-            int encodedLength = 0;
-            if (manager->getSendAlarmJsonData(batch, document, encoded, encodedLength) != 0) {
-                continue;
-            }
-            if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
-                break;
-            }
+    }
+    char* document = nullptr;
+    char* encoded = nullptr;
+    int encodedLength = 0;
+    if (manager->getSendAlarmJsonData(batch, document, encoded, encodedLength) != 0) {
+        return;
+    }
+    if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
+        // Freed after "OK"; dropped when the answer could not even be read.
+        batch.clear();
+    }
+}
+
+// The body of a send thread; never returns. Manager provides
+//   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
+// and settle decides on the answer (1 settled, -1 again). The same batch goes
+// out until the agent settles it; nothing is dropped or reordered meanwhile,
+// also when a pass fails for lack of memory: the batch outlives the pass and
+// is sent again after the retry pause.
+template <typename Manager, typename Item>
+void RunSendLoop(Manager* manager, const SendProfile& profile,
+                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
+    std::list<Item*> batch;
+    const CallSite site{profile.logSource, __LINE__, profile.threadFunction};
+    for (;;) {
+        const bool passed = NoThrow(site, false, [&] {
+            SendPass(manager, profile, settle, batch);
+            return true;
+        });
+        if (!passed) {
+            Pause(kRetryPauseSeconds);
         }
     }
 }

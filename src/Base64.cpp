@@ -8,7 +8,8 @@ namespace {
 
 const char kLogSource[] = "../src/Base64";
 
-const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+// constexpr: the decoding table below is built from it at compile time.
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr uint8_t kSkip = 253;
 constexpr uint8_t kPad = 254;
@@ -23,10 +24,10 @@ struct DecodeTable {
         for (int i = 0; i < 64; ++i) {
             entry[static_cast<unsigned char>(kAlphabet[i])] = static_cast<uint8_t>(i);
         }
-        entry['\n'] = kSkip;
-        entry['\r'] = kSkip;
-        entry[' '] = kSkip;
-        entry['='] = kPad;
+        entry[uint8_t{'\n'}] = kSkip;
+        entry[uint8_t{'\r'}] = kSkip;
+        entry[uint8_t{' '}] = kSkip;
+        entry[uint8_t{'='}] = kPad;
     }
 };
 

@@ -36,7 +36,8 @@
 
 namespace {
 
-constexpr size_t kMaxResponseBody = 16u * 1024u * 1024u;
+// Real agent answers are a few dozen bytes; nothing larger is ever held.
+constexpr size_t kMaxResponseBody = REST_MAX_ANSWER_BODY;
 // All response header lines together; a sane agent sends a few hundred bytes.
 constexpr size_t kMaxResponseHeaders = 256u * 1024u;
 
@@ -58,6 +59,11 @@ void initOnce() {
     g_globalInit = curl_global_init(CURL_GLOBAL_DEFAULT);
     g_haveKey = pthread_key_create(&g_handleKey, releaseThreadHandle) == 0;
 }
+
+// Done when the library is loaded, on the loading thread, so the TLS
+// library's global state is set up (and its exit-time cleanup registered)
+// before any thread sends; sendRequest still makes sure of it.
+__attribute__((constructor)) void initAtLoad() { std::call_once(g_initOnce, initOnce); }
 
 // The calling thread's handle, created on first use. *temporary is set when it
 // could not be attached to the thread and must be cleaned up by the caller.

@@ -14,14 +14,25 @@
 //     request's url is the raw request target, query included.
 //   - Nothing here is ever destroyed: the server thread keeps running while
 //     the process exits, so its state lives in a heap object that is never freed.
+//   - A stranger on the network can hold little: connections are limited in
+//     total and per client address (extra ones are closed at once), an idle
+//     connection is closed after a few seconds, and so is one that has not
+//     completed a request within a few seconds of opening or of its previous
+//     request, however steadily it trickles bytes. The server thread is our
+//     own loop around the daemon so that it can enforce that deadline between
+//     rounds; every connection callback runs on that thread, so a descriptor
+//     is shut down only while the daemon still owns it.
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 
 #include <microhttpd.h>
 
+#include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <new>
@@ -42,8 +53,23 @@ Registry& registry() {
     return *instance;
 }
 
-// Idle keep-alive connections are closed after this long.
-constexpr unsigned kIdleTimeoutSeconds = 120;
+using Clock = std::chrono::steady_clock;
+
+std::atomic<unsigned> g_idleSeconds{TRANSPORT_SDK_IDLE_TIMEOUT};
+std::atomic<unsigned> g_requestSeconds{TRANSPORT_SDK_REQUEST_TIMEOUT};
+// How often the server thread looks for connections past their deadline.
+constexpr int32_t kSweepMs = 250;
+
+// Open connections and when their current request began (the connection's
+// start, or the end of its previous request). Server thread only.
+struct Watched {
+    MHD_socket fd;
+    Clock::time_point since;
+};
+std::map<MHD_Connection*, Watched>& watched() {
+    static auto* connections = new std::map<MHD_Connection*, Watched>;
+    return *connections;
+}
 
 struct RequestState {
     std::string target;  // raw request target: path and query
@@ -129,9 +155,49 @@ void* onRequestStart(void*, const char* uri, MHD_Connection*) {
     return state;
 }
 
-void onRequestDone(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode) {
+void onRequestDone(void*, MHD_Connection* connection, void** context, MHD_RequestTerminationCode) {
     delete static_cast<RequestState*>(*context);
     *context = nullptr;
+    // The next request on a kept-alive connection gets a deadline of its own.
+    auto it = watched().find(connection);
+    if (it != watched().end()) {
+        it->second.since = Clock::now();
+    }
+}
+
+void onConnection(void*, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code) {
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+        watched().erase(connection);
+        return;
+    }
+    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    if (info == nullptr) {
+        return;
+    }
+    try {
+        watched()[connection] = Watched{info->connect_fd, Clock::now()};
+    } catch (...) {
+        // Without memory to watch it the connection still has the idle timeout.
+    }
+}
+
+// Shuts down connections past the request deadline; the daemon then sees the
+// end of the stream and closes them in its next round.
+void closeOverdue() {
+    const auto limit = Clock::now() - std::chrono::seconds(g_requestSeconds.load());
+    for (auto& entry : watched()) {
+        if (entry.second.since < limit) {
+            shutdown(entry.second.fd, SHUT_RDWR);
+        }
+    }
+}
+
+void* serve(void* daemon) {
+    for (;;) {
+        MHD_run_wait(static_cast<MHD_Daemon*>(daemon), kSweepMs);
+        closeOverdue();
+    }
+    return nullptr;
 }
 
 struct HeaderCopy {
@@ -347,12 +413,13 @@ int GetSdkPort(void) {
     return parsePort(getenv("TRANSPORT_SDK_PORT"), &port) ? port : 0;
 }
 
-int TransportSdkInit(void) {
+int TransportSdkInit(void) try {
     Registry& reg = registry();
     std::lock_guard<std::mutex> lock(reg.mutex);
     if (reg.daemon != nullptr) {
         return 0;
     }
+    (void)watched();  // created here, so the server thread never allocates it
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     int port = 0;
@@ -360,20 +427,44 @@ int TransportSdkInit(void) {
         return -1;
     }
     addr.sin_port = htons(static_cast<uint16_t>(port));
-    // AUTO picks epoll on Linux: a service may hold descriptors above
-    // FD_SETSIZE, which select could not watch.
-    reg.daemon = MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, static_cast<uint16_t>(port), nullptr, nullptr,
-                                  onRequest, nullptr,
-                                  MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&addr),
-                                  MHD_OPTION_URI_LOG_CALLBACK, onRequestStart, nullptr,
-                                  MHD_OPTION_NOTIFY_COMPLETED, onRequestDone, nullptr,
-                                  MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,
-                                  MHD_OPTION_CONNECTION_TIMEOUT, kIdleTimeoutSeconds,
-                                  MHD_OPTION_END);
-    return reg.daemon != nullptr ? 0 : -1;
+    // epoll: a service may hold descriptors above FD_SETSIZE, which select
+    // could not watch. No internal thread: serve() drives the daemon.
+    MHD_Daemon* daemon = MHD_start_daemon(
+        MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, onRequest, nullptr,
+        MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&addr),
+        MHD_OPTION_URI_LOG_CALLBACK, onRequestStart, nullptr,
+        MHD_OPTION_NOTIFY_COMPLETED, onRequestDone, nullptr,
+        MHD_OPTION_NOTIFY_CONNECTION, onConnection, nullptr,
+        MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,
+        MHD_OPTION_CONNECTION_TIMEOUT, g_idleSeconds.load(),
+        MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS),
+        MHD_OPTION_PER_IP_CONNECTION_LIMIT, static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT),
+        MHD_OPTION_END);
+    if (daemon == nullptr) {
+        return -1;
+    }
+    // Default attributes, never joined: the thread serves until the process ends.
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, serve, daemon) != 0) {
+        MHD_stop_daemon(daemon);
+        return -1;
+    }
+    reg.daemon = daemon;
+    return 0;
+} catch (...) {
+    return -1;  // no memory for the registry: a later call tries again
 }
 
-int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) {
+void transportSdkSetTimeouts(unsigned idleSeconds, unsigned requestSeconds) {
+    if (idleSeconds > 0) {
+        g_idleSeconds.store(idleSeconds);
+    }
+    if (requestSeconds > 0) {
+        g_requestSeconds.store(requestSeconds);
+    }
+}
+
+int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) try {
     if (url == nullptr || url[0] != '/' || resource == nullptr || resource->handler == nullptr) {
         return -1;
     }
@@ -382,12 +473,10 @@ int RegisterUrl(const char* url, stru_REST_RESOURCE* resource) {
     if (reg.daemon == nullptr) {
         return -1;
     }
-    try {
-        reg.resources[url] = *resource;
-    } catch (...) {
-        return -1;
-    }
+    reg.resources[url] = *resource;
     return 0;
+} catch (...) {
+    return -1;
 }
 
 int allocRspBody(char** body, size_t size) {

@@ -88,9 +88,15 @@ private:
         delete static_cast<std::string*>(*ctx);
         *ctx = nullptr;
     }
-    static ssize_t Generate(void*, uint64_t, char* buf, size_t max) {
-        std::memset(buf, 'x', max);
-        return static_cast<ssize_t>(max);
+    // streamBytes of 'x', also when sent chunked.
+    static ssize_t Generate(void* cls, uint64_t pos, char* buf, size_t max) {
+        const uint64_t left = static_cast<TestServer*>(cls)->streamBytes - pos;
+        if (left == 0) {
+            return MHD_CONTENT_READER_END_OF_STREAM;
+        }
+        const size_t n = left < max ? static_cast<size_t>(left) : max;
+        std::memset(buf, 'x', n);
+        return static_cast<ssize_t>(n);
     }
     static MHD_Result OnRequest(void* cls, MHD_Connection* c, const char* url, const char* method, const char*,
                                 const char* data, size_t* size, void** ctx) {
@@ -123,7 +129,7 @@ private:
         std::this_thread::sleep_for(std::chrono::milliseconds(self->delayMs));
         MHD_Response* r = self->streamBytes > 0
             ? MHD_create_response_from_callback(self->chunked ? MHD_SIZE_UNKNOWN : self->streamBytes, 64 * 1024,
-                                                &Generate, nullptr, nullptr)
+                                                &Generate, self, nullptr)
             : MHD_create_response_from_buffer(self->body.size(), const_cast<char*>(self->body.data()),
                                               MHD_RESPMEM_MUST_COPY);
         MHD_add_response_header(r, "Content-Type", "text/plain");
@@ -366,13 +372,19 @@ TEST(RestClient, GarbledAnswerFails) {
     close(fd);
 }
 
-TEST(RestClient, OversizeAnswerFails) {
+TEST(RestClient, AnswersAreCappedWhetherAnnouncedOrChunked) {
     TestServer server;
-    server.streamBytes = 16u * 1024u * 1024u + 1;
     Request req(kAgentUrl);
-    EXPECT_EQ(nullptr, Send(req, server.endpoint().c_str()));  // announced length
-    server.chunked = true;
-    EXPECT_EQ(nullptr, Send(req, server.endpoint().c_str()));  // discovered while reading
+    for (bool chunked : {false, true}) {
+        server.chunked = chunked;
+        server.streamBytes = REST_MAX_ANSWER_BODY;
+        stru_REST_RESPONSE* r = Send(req, server.endpoint().c_str());
+        ASSERT_NE(nullptr, r) << "chunked " << chunked;
+        EXPECT_EQ(REST_MAX_ANSWER_BODY, r->bodyLen);
+        freeRestResponse(&r);
+        server.streamBytes = REST_MAX_ANSWER_BODY + 1;
+        EXPECT_EQ(nullptr, Send(req, server.endpoint().c_str())) << "chunked " << chunked;
+    }
 }
 
 TEST(RestClient, KeepsOneConnectionPerThread) {

@@ -2,6 +2,7 @@
 // libcurl directly where the client cannot produce the request).
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,13 +37,23 @@ Seen LastSeen() {
     return g_seen;
 }
 
-// Echoes the body back with a counted trailing zero byte and a Content-Type.
-int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
+void Remember(stru_REST_REQUEST* req) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
     std::lock_guard<std::mutex> lock(g_seenMutex);
     g_seen = {req->url, std::string(req->body, req->bodyLen), custom ? custom : "", req->ip ? req->ip : "",
               req->bodyLen, true};
+}
+
+// Takes the body and answers without one (bodies above the client's answer cap).
+int Swallow(stru_REST_REQUEST* req, stru_REST_RESPONSE*) {
+    Remember(req);
+    return 0;
+}
+
+// Echoes the body back with a counted trailing zero byte and a Content-Type.
+int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
+    Remember(req);
     if (rsp->status != 0 || rsp->body != nullptr || zeb_restHeadContentCount(rsp->header) != 0) {
         return -1;
     }
@@ -213,7 +224,7 @@ TEST_F(TransportSdk, RoundTripKeepsBytesHeadersAndStatus) {
 
 TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
     ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Echo};
+    stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Swallow};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
     EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET));
     EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT));
@@ -281,6 +292,24 @@ TEST_F(TransportSdk, ServesConcurrentClientsAndHandlersMayRegister) {
         thread.join();
     }
     EXPECT_EQ(100, good.load());
+}
+
+TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
+    transportSdkSetTimeouts(1, 2);
+    ASSERT_EQ(0, TransportSdkInit());
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
+    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    // One byte of an endless header every 200 ms: never idle, never complete.
+    (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
+    bool closed = false;
+    for (int round = 0; round < 100 && !closed; ++round) {
+        pollfd p{fd, POLLIN, 0};
+        char c;
+        closed = (poll(&p, 1, 200) == 1 && read(fd, &c, 1) <= 0) || write(fd, "s", 1) != 1;
+    }
+    EXPECT_TRUE(closed);
+    close(fd);
 }
 
 }  // namespace

@@ -2,13 +2,22 @@
 // answered at once with the fixed document, handed to the right service's
 // callback on the library's own thread, in arrival order.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "AlarmManagerEx.h"
@@ -67,8 +76,8 @@ struct Answer {
     std::string contentType;
 };
 
-// Posts body to the service's alarm-check path through the REST client.
-Answer Post(int port, const std::string& path, const std::string& body) {
+// Posts (or sends with another method) body to a path of the service through the REST client.
+Answer Post(int port, const std::string& path, const std::string& body, int method = REST_REQUEST_POST) {
     std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
     stru_REST_REQUEST request{};
     request.url = &url[0];
@@ -77,7 +86,7 @@ Answer Post(int port, const std::string& path, const std::string& body) {
     request.bodyLen = copy.size();
     stru_REST_RESPONSE* response = nullptr;
     Answer answer;
-    answer.result = sendRequest(nullptr, REST_REQUEST_POST, &request, &response);
+    answer.result = sendRequest(nullptr, method, &request, &response);
     if (response != nullptr) {
         answer.status = response->status;
         if (response->body != nullptr) {
@@ -252,26 +261,177 @@ TEST_F(AlarmCheck, AFloodFromSeveralClientsLosesNoQueuedCheck) {
         clients.emplace_back([this, c, &answered] {
             for (int i = 0; i < kEach; ++i) {
                 std::string doc = CheckDocument("orders", "\"" + std::to_string(c) + ":" + std::to_string(i) + "\"");
-                if (Post(port_, OrdersPath(), Encode(doc)).status == 200) {
-                    ++answered;
-                }
+                const int status = Post(port_, OrdersPath(), Encode(doc)).status;
+                answered += status == 200 ? 1 : 0;
+                EXPECT_TRUE(status == 200 || status == 500) << status;  // 500: the queue was full
             }
         });
     }
     for (auto& t : clients) {
         t.join();
     }
-    EXPECT_EQ(kClients * kEach, answered.load());
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == kClients * kEach; }, 60000))
+    // Every check that was answered "success" reaches the callback, each
+    // client's in the order it sent them.
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == std::size_t(answered.load()); }, 60000))
         << DeliveredCount();
-    // Each client's checks arrive in the order it sent them.
-    std::vector<int> next(kClients, 0);
+    std::vector<int> last(kClients, -1);
     std::lock_guard<std::mutex> lock(DeliveredMutex());
     for (const auto& d : DeliveredChecks()) {
         std::string text = d.text.substr(1, d.text.size() - 2);
         int c = std::stoi(text.substr(0, text.find(':')));
-        EXPECT_EQ(next[c]++, std::stoi(text.substr(text.find(':') + 1)));
+        const int i = std::stoi(text.substr(text.find(':') + 1));
+        EXPECT_LT(last[c], i);
+        last[c] = i;
     }
+}
+
+TEST_F(AlarmCheck, OnlyPostReachesTheHandler) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    for (int method : {REST_REQUEST_GET, REST_REQUEST_PUT, REST_REQUEST_DELETE}) {
+        EXPECT_EQ(405, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "1")), method).status) << method;
+    }
+    EXPECT_FALSE(log_.contains("AlarmManagerEx::ProcessAlarmCheckInterface,func in."));
+}
+
+TEST_F(AlarmCheck, NamesNoRequestCouldReachAreRefused) {
+    const std::vector<std::string> names{"a?b", "a#b", "a b", "a%41", "a/b", "..", "\xe5\x90\x8d",
+                                         std::string(1100, 'n')};
+    for (const std::string& name : names) {
+        EXPECT_EQ(-1, ZEBRegisterAlarmCheckCallBackFun(name.c_str(), &OrdersCallback)) << name;
+        EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface serviceName " + name +
+                                  " with appId app-7 cannot be reached in a URL path, refused", 5));
+    }
+    EXPECT_EQ(nullptr, AlarmManagerEx::getInstance()->getAlarmCheckCallBack());
+    // Every character a client sends unchanged is accepted, and the path is served.
+    const std::string verbatim = "Svc-1._~!$&'()*+,;=:@";
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun(verbatim.c_str(), &OrdersCallback));
+    Post(port_, "/" + verbatim + "/app-7/alarmCheck/callBack", Encode(CheckDocument(verbatim, "1")));
+    EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+}
+
+// Holds the alarm-check thread in its first callback until the gate opens.
+std::atomic<bool> g_gateOpen{false};
+std::atomic<int> g_gated{0};
+void GatedCallback(char* text) {
+    ++g_gated;
+    for (int waited = 0; !g_gateOpen.load() && waited < 30000; ++waited) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    Record("orders", text);
+}
+
+// Checks with a text of `payload` bytes each, how many are posted, how many fit.
+class AlarmCheckFlood : public AlarmCheck, public ::testing::WithParamInterface<std::tuple<std::size_t, int, int>> {};
+
+TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
+    const auto [payload, posts, fitting] = GetParam();
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &GatedCallback));
+    std::vector<std::string> accepted{"\"gate\""};
+    ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", accepted[0]))).status);
+    ASSERT_TRUE(testsupport::WaitUntil([] { return g_gated.load() == 1; }, 10000));
+    for (int i = 0; i < posts; ++i) {
+        const std::string text = "\"" + std::to_string(i) + std::string(payload, 'p') + "\"";
+        const int status = Post(port_, OrdersPath(), Encode(CheckDocument("orders", text))).status;
+        EXPECT_EQ(i < fitting ? 200 : 500, status) << "post " << i;
+        if (status == 200) {
+            accepted.push_back(text);
+        }
+    }
+    EXPECT_NE(std::string::npos, log_.dump().find(", alarm check queue is full ("));
+    g_gateOpen = true;
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == accepted.size(); }, 30000));
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    for (std::size_t i = 0; i < accepted.size(); ++i) {
+        EXPECT_EQ(accepted[i], DeliveredChecks()[i].text) << "check " << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
+                         ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
+                                           std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
+
+// Registrations racing on several threads start one alarm-check thread, so
+// every callback runs on it, one at a time.
+TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
+    std::vector<AlarmManagerEx*> managers;
+    for (int i = 0; i < 8; ++i) {
+        managers.push_back(ZEBInitAlarmSDK4CoProcess("app-7", ("svc" + std::to_string(i)).c_str(), "n", "127.0.0.1"));
+    }
+    std::atomic<bool> go{false};
+    std::atomic<int> registered{0};
+    std::vector<std::thread> threads;
+    for (AlarmManagerEx* m : managers) {
+        threads.emplace_back([m, &go, &registered] {
+            while (!go.load()) {
+            }
+            registered += ZEBRegisterAlarmCheckCallBackFun4CoProcess(m, &OrdersCallback) == 0 ? 1 : 0;
+        });
+    }
+    go = true;
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(8, registered.load());
+    EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));
+    for (int i = 0; i < 16; ++i) {
+        const std::string svc = "svc" + std::to_string(i % 8);
+        Post(port_, "/" + svc + "/app-7/alarmCheck/callBack", Encode(CheckDocument(svc, std::to_string(i))));
+    }
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 16; }, 30000));
+    for (const auto& d : DeliveredChecks()) {
+        EXPECT_TRUE(pthread_equal(d.thread, AlarmManagerEx::m_nAlarmCheckTid));
+    }
+}
+
+// A stranger's process holding `count` connections from 127.0.0.2 to port,
+// each a request cut short after its headers, until the returned socket is
+// closed; -1 when it could not start.
+int StartIdleAttacker(int port, int count) {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) {
+        return -1;
+    }
+    if (fork() == 0) {  // only async-signal-safe calls: the parent has threads
+        close(pair[0]);
+        static const char kHalf[] = "POST /orders/app-7/alarmCheck/callBack HTTP/1.1\r\nContent-Length: 99\r\n\r\neyJ";
+        for (int i = 0; i < count; ++i) {
+            const int fd = socket(AF_INET, SOCK_STREAM, 0);
+            sockaddr_in addr{AF_INET, 0, {htonl(0x7f000002)}, {}};
+            bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+            addr = sockaddr_in{AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+            if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0) {
+                (void)!write(fd, kHalf, sizeof(kHalf) - 1);
+            }
+        }
+        char c;
+        (void)!write(pair[1], "r", 1);
+        (void)!read(pair[1], &c, 1);  // until the parent closes its end
+        _exit(0);
+    }
+    close(pair[1]);
+    char c;
+    return read(pair[0], &c, 1) == 1 ? pair[0] : -1;
+}
+
+TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    const int attacker = StartIdleAttacker(port_, 1100);
+    ASSERT_GE(attacker, 0);
+    rlimit limit{};  // the service's usual descriptor budget
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 1024);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
+    }
+    EXPECT_TRUE(agent->waitForAcceptedAlarms(20, 30000));
+    EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), 256);
+    EXPECT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"valid\""))).status);
+    EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    close(attacker);
+    wait(nullptr);
 }
 
 }  // namespace

@@ -23,6 +23,11 @@ extern "C" {
 #define REST_LOCAL_ENDPOINT "nodeward.local"
 #define REST_DEFAULT_AGENT_ENDPOINT "127.0.0.1:7888"
 
+/* Largest answer body sendRequest accepts (64 KiB): the agent's answers are a
+ * few dozen bytes, so a longer one, announced or chunked, fails the request
+ * and never holds more than this in memory. */
+#define REST_MAX_ANSWER_BODY (64u * 1024u)
+
 /* Request types accepted by sendRequest. */
 #define REST_REQUEST_GET 1
 #define REST_REQUEST_POST 2
@@ -74,7 +79,7 @@ const char* zeb_restHeadContentFind(const zeb_restHeadList* list, const char* na
  * computed from bodyLen. No "Expect" and no default Content-Type are added.
  * Returns 0 and stores a new response (any HTTP status) in *response; returns
  * non-zero on connection failure, timeout, a broken answer or an answer body
- * above 16 MiB, with *response set to NULL: -1 for invalid arguments, URL or
+ * above REST_MAX_ANSWER_BODY, with *response set to NULL: -1 for invalid arguments, URL or
  * endpoint, -2 for lack of memory, otherwise libcurl's error code.
  * Connections are kept alive between calls from the same thread; safe to call
  * from several threads at once. */

@@ -12,6 +12,7 @@
 #include <list>
 #include <queue>
 
+#include "DeliveryCounters.h"
 #include "runlog.h"
 
 namespace alarmsdk {
@@ -40,6 +41,14 @@ public:
     // Read without the lock on purpose: a caller is never held up by the
     // send thread. Concurrent callers may therefore overshoot by a few.
     bool full() const { return size() > kCapacity - 1; }
+    // full(), counting the alarm the caller then turns away.
+    bool refuseIfFull() {
+        if (!full()) {
+            return false;
+        }
+        counters_.noteRefused();
+        return true;
+    }
     // Items waiting (a batch being sent is not counted).
     std::size_t size() const { return count_.load(std::memory_order_acquire); }
 
@@ -63,6 +72,7 @@ public:
         lock();
         items_.push(item);
         count_.store(items_.size(), std::memory_order_release);
+        counters_.noteQueued();
         unlock();
     }
 
@@ -78,6 +88,8 @@ public:
         unlock();
     }
 
+    DeliveryCounters& counters() { return counters_; }
+
     static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
@@ -86,6 +98,7 @@ private:
     std::queue<T*, std::deque<T*>> items_;
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
+    DeliveryCounters counters_;
 };
 
 }  // namespace alarmsdk

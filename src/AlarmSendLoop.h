@@ -9,6 +9,7 @@
 #include <list>
 #include <string>
 
+#include "AlarmConfig.h"
 #include "AlarmQueue.h"
 #include "Pause.h"
 #include "rest_client.h"
@@ -46,7 +47,9 @@ enum class AgentVerdict {
 // Reads and releases the agent's answer.
 AgentVerdict JudgeAnswer(const SendProfile& profile, stru_REST_RESPONSE* response);
 
-// 1 settles the batch (freed by deleteBatch when accepted), -1 sends it again.
+// 1 settles the batch, -1 sends it again. An accepted batch is freed and left
+// empty by deleteBatch; an abandoned one keeps its (unreleased) items, which
+// is how the send loop tells the two apart.
 template <typename Item>
 int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_RESPONSE* response,
                 void (*deleteBatch)(std::list<Item*>&)) {
@@ -64,10 +67,11 @@ int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_R
 
 // The body of a send thread; never returns. Manager provides
 //   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// and settle decides on the answer (1 settled, -1 again).
+// settle decides on the answer (1 settled, -1 again), and counters are the
+// manager's queue's, told how each batch ended.
 template <typename Manager, typename Item>
 void RunSendLoop(Manager* manager, const SendProfile& profile,
-                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
+                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), DeliveryCounters& counters) {
     for (;;) {
         std::list<Item*> batch;
         manager->getSendAlarmDatas(batch);
@@ -84,9 +88,12 @@ void RunSendLoop(Manager* manager, const SendProfile& profile,
             if (manager->getSendAlarmJsonData(batch, document, encoded, encodedLength) != 0) {
                 continue;
             }
+            const std::size_t size = batch.size();
             if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
+                counters.noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
                 break;
             }
+            counters.noteRetry();
         }
     }
 }

@@ -226,7 +226,8 @@ Options:
   --time MS            occurrence time in ms since the epoch (default: now)
   --agent ENDPOINT     the agent: HOST:PORT or unix:PATH
                        (default: $NODEWARD_ENDPOINT, else 127.0.0.1:7888)
-  --timeout MS         how long to wait for delivery (default 5000; 0: do not wait)
+  --timeout MS         how long to wait for delivery (default 5000; 0 only
+                       looks: alarms still queued at exit are lost)
   --legacy             use the legacy interface (InitAlarm, SendAlarm): the
                        alarm must be defined, with exactly its parameters
   --definitions FILE   the legacy XML alarm definition file (language files

@@ -16,19 +16,19 @@ using alarmdef::Severity;
 
 namespace {
 
-// A clean file: every finding below comes from one edit of it.
-const char kXml[] = R"(<?xml version="1.0" encoding="UTF-8"?>
-<Alarms>
-  <Alarm>
-    <AlarmID>300001</AlarmID>
-    <AlarmType>1</AlarmType>
-    <ServiceType>storage</ServiceType>
-    <AlarmLevel>2</AlarmLevel>
-    <IsGlobal>0</IsGlobal>
-    <EventType>1</EventType>
-    <IsAutoClean>1</IsAutoClean>
-    <IsCheck>1</IsCheck>
-    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>
+// One definition with the same fields but the id; tail holds ToggleParams and Params.
+std::string Definition(const std::string& id, const std::string& tail) {
+    return "  <Alarm>\n    <AlarmID>" + id +
+           "</AlarmID>\n    <AlarmType>1</AlarmType>\n    <ServiceType>storage</ServiceType>\n"
+           "    <AlarmLevel>2</AlarmLevel>\n    <IsGlobal>0</IsGlobal>\n    <EventType>1</EventType>\n"
+           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" +
+           tail + "  </Alarm>\n";
+}
+
+// A clean file: every finding below comes from one edit of it. Lines 3 to 29
+// are alarm 300001 (its parameters from line 14), 30 to 41 alarm 300002.
+const std::string kXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Alarms>\n" +
+                         Definition("300001", R"(    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>
     <Params>
       <Param>
         <ParamName>disk</ParamName>
@@ -45,20 +45,8 @@ const char kXml[] = R"(<?xml version="1.0" encoding="UTF-8"?>
           <Values><Value><Key>0</Key></Value></Values></ENUM>
       </Param>
     </Params>
-  </Alarm>
-  <Alarm>
-    <AlarmID>300002</AlarmID>
-    <AlarmType>1</AlarmType>
-    <ServiceType>storage</ServiceType>
-    <AlarmLevel>2</AlarmLevel>
-    <IsGlobal>0</IsGlobal>
-    <EventType>1</EventType>
-    <IsAutoClean>1</IsAutoClean>
-    <IsCheck>1</IsCheck>
-    <Params></Params>
-  </Alarm>
-</Alarms>
-)";
+)") + Definition("300002", "    <Params></Params>\n") +
+                         "</Alarms>\n";
 const char kLanguage[] = "300001_ALARMNAME=Disk\n300001_disk=Disk\n300001_state=State\n300001_State_0=ok\n"
                          "300002_ALARMNAME=Other\n";
 
@@ -99,7 +87,7 @@ const Case kCases[] = {
     {"BadType", Target::Xml, "STRING", "String", Target::Xml, 16, Severity::Error,
      "'String' is none of UINT, STRING, ENUM"},
     {"BadLength", Target::Xml, "<ParamLen>1<", "<ParamLen>8<", Target::Xml, 23, Severity::Error,
-     "<ParamLen> 8 of a ENUM parameter is none of 1, 2, 4"},
+     "<ParamLen> 8 of parameter 'state' of alarm 300001 is none of 1, 2, 4, as a ENUM needs"},
     {"BadClass", Target::Xml, "<ParamClass>0<", "<ParamClass>2<", Target::Xml, 18, Severity::Error,
      "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
     {"EnumWithoutEnumeration", Target::Xml, "STRING", "ENUM", Target::Xml, 14, Severity::Error,

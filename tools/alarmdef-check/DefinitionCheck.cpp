@@ -314,8 +314,8 @@ private:
             const int len = child(p, "ParamLen");
             const int lenValue = len >= 0 ? std::atoi(el(len).text.c_str()) : 0;
             if (len >= 0 && counted && lenValue != 1 && lenValue != 2 && lenValue != 4) {
-                error(el(len).line, "<ParamLen> " + std::to_string(lenValue) + " of a " + typeText +
-                                        " parameter is none of 1, 2, 4: its value is sent as 0");
+                error(el(len).line, "<ParamLen> " + std::to_string(lenValue) + " of " + what +
+                                        " is none of 1, 2, 4, as a " + typeText + " needs: its value is sent as 0");
             }
             const int cls = child(p, "ParamClass");
             const int clsValue = cls >= 0 ? std::atoi(el(cls).text.c_str()) : 0;

@@ -34,10 +34,14 @@ TEST_P(DeliveryStats, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatWa
     auto agent = sdktest::StartAgent();
     ASSERT_TRUE(agent);
     agent->failNext(1000000, nodeward::FailMode::RetCode);
+    // Park the send thread in its idle pause, so the three leave as one batch.
+    pauses_.hold();
     ASSERT_TRUE(driver_.init());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(driver_.send(std::to_string(i)));
     }
+    pauses_.release();
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, driver_.flush(20));
     ASSERT_TRUE(testsupport::WaitUntil([this] { return driver_.stats().retried >= 2; }, 10000));
     alarmsdk_stats s = driver_.stats();

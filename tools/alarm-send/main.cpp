@@ -191,9 +191,16 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    int code = kExitRefused;
     try {
-        return Run(argc, argv);
+        code = Run(argc, argv);
     } catch (const std::exception& e) {
-        return Fail(kExitRefused, e.what());
+        code = Fail(kExitRefused, e.what());
     }
+    // The library's send thread may be inside an HTTP request (it retries
+    // without end): ending without exit handlers keeps them from tearing
+    // down what it still uses.
+    std::cout.flush();
+    std::fflush(stdout);
+    std::_Exit(code);
 }

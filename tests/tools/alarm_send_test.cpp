@@ -126,6 +126,8 @@ const SendRun kRuns[] = {
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
      }},
+    {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
+     Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
     {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "", Agent::Accepting, 1,
      "alarm-send: 1 of 1 alarms refused: not defined in"},
     {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},

@@ -1,5 +1,7 @@
 // alarm-send: raises or clears alarms from a shell through the library's
 // public C interface, as any service would, then waits for their delivery.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -149,6 +151,9 @@ int Run(int argc, char** argv) {
         std::cout << SendUsage();
         return kExitDelivered;
     }
+    if (options.legacy && access(options.definitions.c_str(), R_OK) != 0) {
+        return Fail(kExitUsage, "cannot read " + options.definitions);
+    }
     // The library's own lines would break "one line on stderr".
     setenv("RUNLOG_FILE", "/dev/null", 0);
     if (!Initialise(options, &error)) {
@@ -173,7 +178,8 @@ int Run(int argc, char** argv) {
     if (tally.refused > 0) {
         return Fail(kExitRefused, std::to_string(tally.refused) + ofSent +
                                       (options.legacy ? "refused: not defined in " + options.definitions +
-                                                            ", or other parameters than defined"
+                                                            ", or other parameters than defined (alarmdef-check " +
+                                                            options.definitions + " tells more)"
                                                       : "refused by the library"));
     }
     if (tally.full > 0) {

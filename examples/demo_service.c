@@ -14,6 +14,7 @@
 #include <time.h>
 
 #include "AlarmSdk.h"
+#include "AlarmSdkStats.h"
 
 static volatile int g_checks_received = 0;
 
@@ -29,6 +30,22 @@ static void pause_ms(long ms) {
     ts.tv_sec = ms / 1000;
     ts.tv_nsec = (ms % 1000) * 1000000L;
     nanosleep(&ts, NULL);
+}
+
+/* Waits (at most 5 s) until the agent has accepted everything queued so far,
+ * then prints the manager's delivery counters. */
+static void flush_and_report(const char* who, AlarmManagerEx* coprocess) {
+    alarmsdk_stats s;
+    int flushed = coprocess != NULL ? alarmsdk_flush(coprocess, 5000) : alarmsdk_flush_process(5000);
+    s.size = sizeof(s);
+    if ((coprocess != NULL ? alarmsdk_get_stats(coprocess, &s) : alarmsdk_get_process_stats(&s)) != 0) {
+        return;
+    }
+    printf("demo-service: %s counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
+           "waiting=%llu (%s)\n",
+           who, (unsigned long long)s.accepted, (unsigned long long)s.refused, (unsigned long long)s.delivered,
+           (unsigned long long)s.batches, (unsigned long long)s.retried, (unsigned long long)s.waiting,
+           flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
 }
 
 /* Raises (or clears) one alarm with name/value pairs ended by NULL. */
@@ -94,7 +111,8 @@ int main(void) {
     if (g_checks_received == 0) {
         printf("demo-service: no alarm check arrived within %ld s\n", wait_ms / 1000);
     }
-    /* Delivery is asynchronous: give the send threads a moment before exiting. */
-    pause_ms(2500);
+    /* Delivery is asynchronous: what is still queued when the process ends is lost. */
+    flush_and_report("process-wide manager", NULL);
+    flush_and_report("co-process billing", billing);
     return 0;
 }

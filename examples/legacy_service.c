@@ -6,20 +6,12 @@
  *   NODEWARD_ENDPOINT        where the agent listens (default 127.0.0.1:7888)
  *   LEGACY_DEFINITIONS       the definition file (default examples/legacy/alarms.xml)
  */
-#define _POSIX_C_SOURCE 200809L /* nanosleep in strict C99 */
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <time.h>
 
 #include "AlarmSdk.h"
-
-static void pause_ms(long ms) {
-    struct timespec ts;
-    ts.tv_sec = ms / 1000;
-    ts.tv_nsec = (ms % 1000) * 1000000L;
-    nanosleep(&ts, NULL);
-}
+#include "AlarmSdkStats.h"
 
 /* Raises (type 0) or clears (type 1) one defined alarm with name/value pairs ended by NULL. */
 static int send_alarm(const char* id, int type, const char* const* params) {
@@ -51,6 +43,8 @@ int main(void) {
     static const char* const link_down[] = {"interface", "eth1", "reason", "1", NULL};
     static const char* const restarted[] = {"processName", "indexer", "restartCount", "3", "exitReason", "2", NULL};
     const char* definitions = getenv("LEGACY_DEFINITIONS");
+    alarmsdk_stats stats;
+    int flushed;
 
     if (definitions == NULL) {
         definitions = "examples/legacy/alarms.xml";
@@ -65,7 +59,16 @@ int main(void) {
     send_alarm("300003", 0, restarted);
     send_alarm("300002", 1, link_down);
 
-    /* Delivery is asynchronous: give the send thread a moment before exiting. */
-    pause_ms(2500);
+    /* Delivery is asynchronous: wait (at most 5 s) for it, or what is queued is lost at exit. */
+    flushed = alarmsdk_flush_legacy(5000);
+    stats.size = sizeof(stats);
+    if (alarmsdk_get_legacy_stats(&stats) == 0) {
+        printf("legacy-service: counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
+               "waiting=%llu (%s)\n",
+               (unsigned long long)stats.accepted, (unsigned long long)stats.refused,
+               (unsigned long long)stats.delivered, (unsigned long long)stats.batches,
+               (unsigned long long)stats.retried, (unsigned long long)stats.waiting,
+               flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
+    }
     return 0;
 }

@@ -26,6 +26,7 @@ struct ALM_Json_Para_def;
 namespace alarmsdk {
 template <typename T>
 class AlarmQueue;
+class DeliveryCounters;
 }
 
 class AlarmManager {
@@ -58,6 +59,8 @@ public:
 
     // Models waiting in the queue (not counting a batch being sent).
     std::size_t queuedModelCount() const;
+    // The queue's delivery counters (read through AlarmSdkStats.h).
+    alarmsdk::DeliveryCounters& deliveryCounters();
 
     static AlarmManager* m_pInstance;
 

@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # The SDK's main job, end to end on this machine: an agent stand-in on
 # loopback, a C service that raises, clears and checks alarms through the
-# library, and a service on the legacy interface with its XML definitions.
+# library, a service on the legacy interface with its XML definitions (checked
+# first with alarmdef-check), and alarm-send raising one from the shell.
 # Installs what is missing, builds, runs them, prints what the agent
-# received, and stops everything it started.
+# received and, last, every program's delivery counters, and stops
+# everything it started.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,17 +13,13 @@ bash scripts/setup.sh
 build=build/demo
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF \
   > /dev/null
-cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service legacy-service > /dev/null
+cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service legacy-service alarm-send alarmdef-check > /dev/null
 
 work=$(mktemp -d /tmp/alarmsdk-demo.XXXXXX)
 sim_pid=""
 cleanup() {
   if [ -n "$sim_pid" ] && kill -0 "$sim_pid" 2>/dev/null; then
-    echo "== the legacy service says:"
-APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="$agent" HOSTING_SERVER_IP=10.0.0.5 NODE_ID=node-1 \
-  LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" "$build/examples/legacy-service"
-
-kill -INT "$sim_pid" 2>/dev/null || true
+    kill -INT "$sim_pid" 2>/dev/null || true
     wait "$sim_pid" 2>/dev/null || true
   fi
   rm -rf "$work"
@@ -58,11 +56,22 @@ echo "== agent stand-in listening on $agent; service serving alarm checks on 127
 echo "== the service says:"
 APPID=demo-app APPNAME=orders-app NODEWARD_ENDPOINT="$agent" \
   TRANSPORT_SDK_IP=127.0.0.1 TRANSPORT_SDK_PORT="$service_port" RUNLOG_FILE="$work/runlog.txt" \
-  "$build/examples/demo-service"
+  "$build/examples/demo-service" | tee "$work/services.out"
 
+echo "== alarmdef-check on the legacy definitions (exit 0: clean):"
+"$build/tools/alarmdef-check/alarmdef-check" examples/legacy/alarms.xml && echo "examples/legacy/alarms.xml: clean"
 echo "== the legacy service says:"
 APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="$agent" HOSTING_SERVER_IP=10.0.0.5 NODE_ID=node-1 \
-  LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" "$build/examples/legacy-service"
+  LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" "$build/examples/legacy-service" |
+  tee -a "$work/services.out"
+
+echo "== alarm-send raise 300012 disk=sdb usage=97 (a health check in a shell script):"
+if APPID=demo-app APPNAME=cron-app NODEWARD_ENDPOINT="$agent" \
+  "$build/tools/alarm-send/alarm-send" --service disk-check --stats raise 300012 disk=sdb usage=97 > "$work/send.out"; then
+  echo "alarm-send: exit 0, delivered"
+else
+  echo "alarm-send: exit $?"
+fi
 
 kill -INT "$sim_pid"
 wait "$sim_pid" || true
@@ -71,3 +80,6 @@ echo "== the agent received:"
 cat "$work/agent.out"
 echo "== $(wc -l < "$work/received.jsonl") documents recorded as JSON Lines; the first one:"
 head -n 1 "$work/received.jsonl"
+echo "== delivery counters (alarmsdk_get_stats and friends):"
+grep counters "$work/services.out"
+echo "alarm-send: counters: $(cat "$work/send.out")"

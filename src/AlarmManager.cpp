@@ -182,7 +182,7 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
         return 0;
     }
     // Deliberately unlocked: a caller is never held up by the send thread.
-    if (m_pAlarmQueue->full()) {
+    if (m_pAlarmQueue->refuseIfFull()) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return 0;
     }
@@ -285,7 +285,9 @@ int AlarmManager::initSendThread() {
 }
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
-    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(GetInstance(), kSendProfile, &processRestResponse);
+    AlarmManager* self = GetInstance();
+    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, kSendProfile, &processRestResponse,
+                                                      self->deliveryCounters());
     return nullptr;
 }
 
@@ -298,6 +300,8 @@ int AlarmManager::getSendAlarmJsonData(std::list<_AlarmModel*> batch, char*& bod
 }
 
 std::size_t AlarmManager::queuedModelCount() const { return m_pAlarmQueue->size(); }
+
+alarmsdk::DeliveryCounters& AlarmManager::deliveryCounters() { return m_pAlarmQueue->counters(); }
 
 int processRestResponse(std::list<_AlarmModel*>& batch, stru_REST_RESPONSE* response) {
     return alarmsdk::SettleBatch(kSendProfile, batch, response, &deleteAlarmModels);

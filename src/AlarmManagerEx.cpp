@@ -166,7 +166,7 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
         return -1;
     }
     // Deliberately unlocked: a caller is never held up by the send thread.
-    if (m_alarmQueue.full()) {
+    if (m_alarmQueue.refuseIfFull()) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
@@ -225,8 +225,9 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
         return nullptr;
     }
-    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(static_cast<AlarmManagerEx*>(manager), kSendProfile,
-                                                    &processRestResponse);
+    AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
+    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, kSendProfile, &processRestResponse,
+                                                    self->deliveryCounters());
     return nullptr;
 }
 

@@ -101,6 +101,7 @@ public:
 
     // Alarms waiting in the queue (not counting a batch being sent).
     std::size_t queuedAlarmCount() const { return m_alarmQueue.size(); }
+    alarmsdk::DeliveryCounters& deliveryCounters() { return m_alarmQueue.counters(); }
     AlarmCheckCallBack getAlarmCheckCallBack() const { return m_pAlarmCheckCallBack.load(std::memory_order_acquire); }
     static std::size_t pendingAlarmCheckCount() { return m_checkCount.load(std::memory_order_acquire); }
 

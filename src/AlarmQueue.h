@@ -12,6 +12,7 @@
 #include <list>
 #include <queue>
 
+#include "DeliveryCounters.h"
 #include "NoThrow.h"
 #include "runlog.h"
 
@@ -41,6 +42,14 @@ public:
     // Read without the lock on purpose: a caller is never held up by the
     // send thread. Concurrent callers may therefore overshoot by a few.
     bool full() const { return size() > kCapacity - 1; }
+    // full(), counting the alarm the caller then turns away.
+    bool refuseIfFull() {
+        if (!full()) {
+            return false;
+        }
+        counters_.noteRefused();
+        return true;
+    }
     // Items waiting (a batch being sent is not counted).
     std::size_t size() const { return count_.load(std::memory_order_acquire); }
 
@@ -65,6 +74,7 @@ public:
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
         items_.push(item);
+        counters_.noteQueued();
     }
 
     // Moves the oldest items to the end of batch until it holds kBatchSize.
@@ -79,6 +89,8 @@ public:
         }
     }
 
+    DeliveryCounters& counters() { return counters_; }
+
     static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
@@ -92,6 +104,7 @@ private:
     std::queue<T*, std::deque<T*>> items_;
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
+    DeliveryCounters counters_;
 };
 
 }  // namespace alarmsdk

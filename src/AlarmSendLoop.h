@@ -9,6 +9,7 @@
 #include <list>
 #include <string>
 
+#include "AlarmConfig.h"
 #include "AlarmQueue.h"
 #include "NoThrow.h"
 #include "Pause.h"
@@ -47,7 +48,9 @@ enum class AgentVerdict {
 // Reads and releases the agent's answer.
 AgentVerdict JudgeAnswer(const SendProfile& profile, stru_REST_RESPONSE* response);
 
-// 1 settles the batch (freed by deleteBatch when accepted), -1 sends it again.
+// 1 settles the batch, -1 sends it again. An accepted batch is freed and left
+// empty by deleteBatch; an abandoned one keeps its (unreleased) items, which
+// is how the send loop tells the two apart.
 template <typename Item>
 int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_RESPONSE* response,
                 void (*deleteBatch)(std::list<Item*>&)) {
@@ -64,12 +67,12 @@ int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_R
 }
 
 // One attempt of a send thread: takes a batch when it holds none (pausing
-// when there is nothing to send), builds and posts it once, and empties it
-// once the agent settled it. A batch that cannot be built is tried again by
-// the next pass at once.
+// when there is nothing to send), builds and posts it once, tells counters how
+// it ended, and empties it once the agent settled it. A batch that cannot be
+// built is tried again by the next pass at once.
 template <typename Manager, typename Item>
 void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*),
-              std::list<Item*>& batch) {
+              DeliveryCounters& counters, std::list<Item*>& batch) {
     if (batch.empty()) {
         manager->getSendAlarmDatas(batch);
         if (batch.empty()) {
@@ -83,26 +86,31 @@ void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::l
     if (manager->getSendAlarmJsonData(batch, document, encoded, encodedLength) != 0) {
         return;
     }
+    const std::size_t size = batch.size();
     if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
-        // Freed after "OK"; dropped when the answer could not even be read.
+        // Freed (and emptied) after "OK"; dropped when the answer could not even be read.
+        counters.noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
         batch.clear();
+        return;
     }
+    counters.noteRetry();
 }
 
 // The body of a send thread; never returns. Manager provides
 //   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// and settle decides on the answer (1 settled, -1 again). The same batch goes
-// out until the agent settles it; nothing is dropped or reordered meanwhile,
-// also when a pass fails for lack of memory: the batch outlives the pass and
-// is sent again after the retry pause.
+// settle decides on the answer (1 settled, -1 again), and counters are the
+// manager's queue's, told how each batch ended. The same batch goes out until
+// the agent settles it; nothing is dropped or reordered meanwhile, also when a
+// pass fails for lack of memory: the batch outlives the pass and is sent again
+// after the retry pause.
 template <typename Manager, typename Item>
 void RunSendLoop(Manager* manager, const SendProfile& profile,
-                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
+                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), DeliveryCounters& counters) {
     std::list<Item*> batch;
     const CallSite site{profile.logSource, __LINE__, profile.threadFunction};
     for (;;) {
         const bool passed = NoThrow(site, false, [&] {
-            SendPass(manager, profile, settle, batch);
+            SendPass(manager, profile, settle, counters, batch);
             return true;
         });
         if (!passed) {

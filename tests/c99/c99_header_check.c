@@ -6,6 +6,7 @@
 
 #include "AlarmConfig.h"
 #include "AlarmSdk.h"
+#include "AlarmSdkStats.h"
 
 /* The packed records are part of the binary interface. */
 typedef char check_alarm_size[(sizeof(_ZEBAlarm) == 158) ? 1 : -1];
@@ -18,6 +19,7 @@ typedef char check_param_value_offset[(offsetof(_ZEBAlarmParam, paramValue) == 1
 typedef char check_param_next_offset[(offsetof(_ZEBAlarmParam, next) == 256) ? 1 : -1];
 typedef char check_legacy_header_size[(sizeof(AlarmObject) == 22 && offsetof(AlarmObject, params) == 22) ? 1 : -1];
 typedef char check_legacy_param_size[(sizeof(AlarmParam) == 256) ? 1 : -1];
+typedef char check_stats_size[(sizeof(alarmsdk_stats) == ALARMSDK_STATS_MIN_SIZE) ? 1 : -1];
 
 static void on_check(char* alarms) { (void)alarms; }
 
@@ -40,6 +42,10 @@ int main(void) {
         (entry_fn)&ALM_GetAlarmConfigInfo,   (entry_fn)&ALM_GetAlarmParaLengthbyAlarmId,
         (entry_fn)&ALM_GetAlarmMaxAlarmId,   (entry_fn)&ALM_GetCurrMs,
         (entry_fn)&alarmsdk_version,
+        /* delivery counters and flush */
+        (entry_fn)&alarmsdk_get_stats,       (entry_fn)&alarmsdk_get_process_stats,
+        (entry_fn)&alarmsdk_get_legacy_stats, (entry_fn)&alarmsdk_flush,
+        (entry_fn)&alarmsdk_flush_process,   (entry_fn)&alarmsdk_flush_legacy,
         /* legacy generation */
         (entry_fn)&InitAlarm,                (entry_fn)&AllocAlarmObject,
         (entry_fn)&AppendParam,              (entry_fn)&SendAlarm,

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "AlarmSdk.h"
+#include "AlarmSdkStats.h"
 #include "LegacyFixtures.h"
 #include "NodewardSim.h"
 #include "SdkTestSupport.h"
@@ -59,6 +60,20 @@ public:
         const int result = SendAlarm(object);
         FreeAlarmObject(object);
         return result == 1;
+    }
+
+    // The generation's manager's counters and flush.
+    alarmsdk_stats stats() const {
+        alarmsdk_stats s = {};
+        s.size = sizeof(s);
+        const int result =
+            generation_ == Generation::Current ? alarmsdk_get_process_stats(&s) : alarmsdk_get_legacy_stats(&s);
+        EXPECT_EQ(0, result);
+        return s;
+    }
+    int flush(uint32_t timeoutMs) const {
+        return generation_ == Generation::Current ? alarmsdk_flush_process(timeoutMs)
+                                                  : alarmsdk_flush_legacy(timeoutMs);
     }
 
     // The seq an arrived alarm carries.

@@ -1,0 +1,138 @@
+// Delivery counters and flush: the counts add up through an agent that
+// refuses, an agent that is down and a full queue, on every kind of manager.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "AlarmManagerEx.h"
+#include "AlarmSdkStats.h"
+#include "Generations.h"
+#include "LogCapture.h"
+#include "PauseRecorder.h"
+#include "SdkTestSupport.h"
+
+using sdktest::Generation;
+
+namespace {
+
+alarmsdk_stats HandleStats(AlarmManagerEx* manager) {
+    alarmsdk_stats s = {};
+    s.size = sizeof(s);
+    EXPECT_EQ(0, alarmsdk_get_stats(manager, &s));
+    return s;
+}
+
+class DeliveryStats : public ::testing::TestWithParam<Generation> {
+protected:
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    sdktest::SingletonEnv env_;
+    sdktest::GenerationDriver driver_{GetParam()};
+};
+
+TEST_P(DeliveryStats, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatWasCounted) {
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    agent->failNext(1000000, nodeward::FailMode::RetCode);
+    // Park the send thread in its idle pause, so the three leave as one batch.
+    pauses_.hold();
+    ASSERT_TRUE(driver_.init());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(driver_.send(std::to_string(i)));
+    }
+    pauses_.release();
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, driver_.flush(20));
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return driver_.stats().retried >= 2; }, 10000));
+    alarmsdk_stats s = driver_.stats();
+    EXPECT_EQ(3u, s.accepted);
+    EXPECT_EQ(0u, s.delivered);
+    EXPECT_EQ(3u, s.waiting);
+    EXPECT_EQ(0, s.last_delivery_ms);
+
+    agent->failNext(0, nodeward::FailMode::RetCode);
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, driver_.flush(30000));
+    s = driver_.stats();
+    EXPECT_EQ(static_cast<uint64_t>(sizeof(alarmsdk_stats)), s.size);
+    EXPECT_EQ(3u, s.delivered);
+    EXPECT_EQ(1u, s.batches);
+    EXPECT_EQ(0u, s.waiting);
+    EXPECT_EQ(0u, s.refused + s.dropped);
+    EXPECT_GT(s.last_delivery_ms, 1700000000000LL);
+    // Every refused attempt is one retry of the one batch.
+    EXPECT_EQ(agent->requests().size() - 1, s.retried);
+    EXPECT_EQ(3u, agent->acceptedAlarms().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, DeliveryStats, ::testing::Values(Generation::Current, Generation::Legacy),
+                         ::testing::PrintToStringParamName());
+
+TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarmArrivesAfterIt) {
+    testsupport::PauseRecorder pauses;
+    testsupport::LogCapture log;
+    const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+    testsupport::ScopedEnv target("NODEWARD_ENDPOINT", endpoint.c_str());
+    AlarmManagerEx* manager = ZEBInitAlarmSDK4CoProcess("app-7", "orders", "10.0.0.1", "127.0.0.1");
+    ASSERT_NE(nullptr, manager);
+    uint64_t sent = 0;
+    for (int i = 0; i < 1100; ++i) {
+        sent += sdktest::SendCAlarm([manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); }, "5",
+                                    ZEB_ALARM_GENERATE, {{"seq", std::to_string(i)}}) == 0;
+    }
+    ASSERT_TRUE(testsupport::WaitUntil([manager] { return HandleStats(manager).retried >= 1; }, 10000));
+    alarmsdk_stats s = HandleStats(manager);
+    EXPECT_EQ(sent, s.accepted);
+    EXPECT_EQ(1100u - sent, s.refused);
+    EXPECT_GE(s.refused, 1100u - 1024u - 50u);
+    EXPECT_EQ(sent, s.waiting);
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(manager, 0));
+
+    nodeward::SimOptions options;
+    options.endpoint = endpoint;
+    nodeward::Sim agent(options);
+    std::string error;
+    ASSERT_TRUE(agent.start(&error)) << error;
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(manager, 60000));
+    s = HandleStats(manager);
+    EXPECT_EQ(sent, s.delivered);
+    EXPECT_EQ(0u, s.waiting);
+    EXPECT_EQ(agent.requests().size(), s.batches);
+    EXPECT_EQ(sent, agent.acceptedAlarms().size());
+}
+
+TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKeepsItsTail) {
+    testsupport::LogCapture log;
+    alarmsdk_stats s = {};
+    s.size = sizeof(s);
+    EXPECT_EQ(-1, alarmsdk_get_stats(nullptr, &s));
+    EXPECT_EQ(-1, alarmsdk_get_process_stats(nullptr));
+    EXPECT_EQ(-1, alarmsdk_get_legacy_stats(nullptr));
+    EXPECT_EQ(-1, alarmsdk_flush(nullptr, 0));
+    EXPECT_TRUE(log.contains("In alarmsdk_flush, manager is null!", 5, "../src/AlarmSdkStats"));
+    s.size = ALARMSDK_STATS_MIN_SIZE - 8;
+    EXPECT_EQ(-1, alarmsdk_get_process_stats(&s));
+
+    struct {
+        alarmsdk_stats stats;
+        uint64_t later;
+    } newer = {};
+    newer.stats.size = sizeof(newer);
+    newer.later = 77;
+    EXPECT_EQ(0, alarmsdk_get_legacy_stats(&newer.stats));
+    EXPECT_EQ(ALARMSDK_STATS_MIN_SIZE, newer.stats.size);
+    EXPECT_EQ(77u, newer.later);
+
+    // Nothing drains a manager that was never initialised: its flush only
+    // succeeds while nothing is queued.
+    AlarmManagerEx idle(0);
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(&idle, 0));
+    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
+    ASSERT_EQ(0, idle.sendAlarm(&alarm));
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(&idle, 10));
+    EXPECT_EQ(1u, HandleStats(&idle).waiting);
+    std::list<AlarmEx*> batch;
+    idle.getSendAlarmDatas(batch);
+    deleteAlarms(batch);
+}
+
+}  // namespace

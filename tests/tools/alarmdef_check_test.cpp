@@ -1,0 +1,253 @@
+// alarmdef-check: one broken fixture per kind of finding, at its line; the
+// shipped examples pass; hostile files end quickly; the program's exit codes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "../config/ConfigTestSupport.h"
+#include "DefinitionCheck.h"
+#include "ProgramRun.h"
+
+using alarmdef::Finding;
+using alarmdef::Severity;
+
+namespace {
+
+// One definition with the same fields but the id; tail holds ToggleParams and Params.
+std::string Definition(const std::string& id, const std::string& tail) {
+    return "  <Alarm>\n    <AlarmID>" + id +
+           "</AlarmID>\n    <AlarmType>1</AlarmType>\n    <ServiceType>storage</ServiceType>\n"
+           "    <AlarmLevel>2</AlarmLevel>\n    <IsGlobal>0</IsGlobal>\n    <EventType>1</EventType>\n"
+           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" +
+           tail + "  </Alarm>\n";
+}
+
+// A clean file: every finding below comes from one edit of it. Lines 3 to 29
+// are alarm 300001 (its parameters from line 14), 30 to 41 alarm 300002.
+const std::string kXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Alarms>\n" +
+                         Definition("300001", R"(    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>
+    <Params>
+      <Param>
+        <ParamName>disk</ParamName>
+        <ParamType>STRING</ParamType>
+        <ParamLen>32</ParamLen>
+        <ParamClass>0</ParamClass>
+      </Param>
+      <Param>
+        <ParamName>state</ParamName>
+        <ParamType>ENUM</ParamType>
+        <ParamLen>1</ParamLen>
+        <ParamClass>1</ParamClass>
+        <ENUM><EnumType>State</EnumType>
+          <Values><Value><Key>0</Key></Value></Values></ENUM>
+      </Param>
+    </Params>
+)") + Definition("300002", "    <Params></Params>\n") +
+                         "</Alarms>\n";
+const char kLanguage[] = "300001_ALARMNAME=Disk\n300001_disk=Disk\n300001_state=State\n300001_State_0=ok\n"
+                         "300002_ALARMNAME=Other\n";
+
+enum class Target { Xml, En, Zh };
+
+struct Case {
+    const char* name;
+    Target target;
+    std::string from;  // replaced once in the target file ("" appends `to`)
+    std::string to;
+    Target reported;
+    int line;
+    Severity severity;
+    const char* text;  // part of the message
+    std::string from2 = "";  // a second edit of the target, when one is not enough
+    std::string to2 = "";
+};
+
+const std::string kToggle = "    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>\n";
+
+const Case kCases[] = {
+    {"MissingPairedElement", Target::Xml, "    <AlarmLevel>2</AlarmLevel>\n", "", Target::Xml, 3, Severity::Error,
+     "alarm 300001 has no <AlarmLevel>; the loader pairs the n-th <AlarmLevel> with the n-th definition, so alarm "
+     "300001 gets alarm 300002's, alarm 300002 gets none"},
+    {"ToggleParamsNotFirst", Target::Xml, kToggle + "    <Params>\n      <Param>\n        <ParamName>disk",
+     "    <Params>\n      <Param>\n        <ParamName>disk", Target::Xml, 3, Severity::Error,
+     "<ToggleParams> in only some definitions, and not the first ones; the loader pairs the n-th <ToggleParams> "
+     "with the n-th definition, so alarm 300001 gets alarm 300002's, alarm 300002 gets none",
+     "    <Params></Params>", kToggle + "    <Params></Params>"},
+    {"DuplicateId", Target::Xml, "300002</AlarmID>", "300001</AlarmID>", Target::Xml, 31, Severity::Error,
+     "alarm id 300001 is defined again: only the first definition (line 4)"},
+    {"IdTooLong", Target::Xml, "300002</AlarmID>", "1000000002</AlarmID>", Target::Xml, 31, Severity::Error,
+     "has 10 characters: the legacy C interface takes at most 9"},
+    {"NotANumber", Target::Xml, "<AlarmType>1<", "<AlarmType>one<", Target::Xml, 5, Severity::Error,
+     "<AlarmType> 'one' is not a decimal number"},
+    {"UnknownElement", Target::Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Target::Xml,
+     18, Severity::Warning, "unknown element <Note> in <Param> is ignored"},
+    {"BadType", Target::Xml, "STRING", "String", Target::Xml, 16, Severity::Error,
+     "'String' is none of UINT, STRING, ENUM"},
+    {"BadLength", Target::Xml, "<ParamLen>1<", "<ParamLen>8<", Target::Xml, 23, Severity::Error,
+     "<ParamLen> 8 of parameter 'state' of alarm 300001 is none of 1, 2, 4, as a ENUM needs"},
+    {"BadClass", Target::Xml, "<ParamClass>0<", "<ParamClass>2<", Target::Xml, 18, Severity::Error,
+     "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
+    {"EnumWithoutEnumeration", Target::Xml, "STRING", "ENUM", Target::Xml, 14, Severity::Error,
+     "is an ENUM without <ENUM> or <Bit>"},
+    {"ParameterNamedTwice", Target::Xml, ">state<", ">disk<", Target::Xml, 21, Severity::Error,
+     "is named twice"},
+    {"EnumerationKeyTooLong", Target::Xml, ">State<", ">" + std::string(120, 'S') + "<", Target::Xml, 26,
+     Severity::Error, "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
+    {"ServiceNameTooLong", Target::Xml, ">storage<", ">" + std::string(64, 's') + "<", Target::Xml, 6,
+     Severity::Error, "<ServiceType> of 64 characters reaches the agent empty"},
+    {"Doctype", Target::Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Target::Xml, 1, Severity::Error,
+     "DOCTYPE: the library's loader expands no entity"},
+    {"ExternalEntity", Target::Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n",
+     Target::Xml, 1, Severity::Error, "external entity x (file:///etc/passwd) is never read"},
+    {"MissingNameKey", Target::Zh, "300002_ALARMNAME=Other\n", "", Target::Xml, 31, Severity::Warning,
+     "key 300002_ALARMNAME is missing from zh_CN/language.properties"},
+    {"MissingParamKey", Target::En, "300001_disk=Disk\n", "", Target::Xml, 15, Severity::Warning,
+     "key 300001_disk is missing from en_US/language.properties"},
+    {"ParamTextStoredEmpty", Target::En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state",
+     Target::En, 2, Severity::Warning, "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
+    {"AlarmNameCut", Target::Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Target::Xml, 4, Severity::Warning,
+     "alarm name of 134 bytes is cut to 126"},
+    {"ParamNameStoredEmpty", Target::Xml, ">disk<", ">" + std::string(127, 'd') + "<", Target::Xml, 15,
+     Severity::Error, "<ParamName> of 127 characters is stored empty (at most 126)"},
+    {"EnumTextCut", Target::Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Target::Zh, 4, Severity::Warning,
+     "text of 300001_State_0 is 128 bytes: cut (at most 127)"},
+    {"LanguageLineInPieces", Target::En, "", "k=" + std::string(800, 'v') + "\n", Target::En, 6, Severity::Warning,
+     "line of 803 characters: the reader takes 769 at a time"},
+    {"RejectedLanguageLine", Target::En, "", "orphan\n", Target::En, 6, Severity::Warning,
+     "not a key=value line: the reader rejects it"},
+    {"LanguageKeyTooLong", Target::Zh, "", std::string(128, 'k') + "=v\n", Target::Zh, 6, Severity::Warning,
+     "key of 128 characters (at most 127): line rejected"},
+};
+
+class FindingKinds : public ::testing::TestWithParam<Case> {
+protected:
+    testsupport::ScopedEnv quiet_{"RUNLOG_FILE", "/dev/null"};
+    configtest::ConfigDir dir_;
+
+    std::string path(Target target) const {
+        return target == Target::Xml ? dir_.xml()
+                                     : dir_.dir.path() + (target == Target::En ? "/en_US" : "/zh_CN") +
+                                           "/language.properties";
+    }
+};
+
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+    if (from.empty()) {
+        return text + to;
+    }
+    const std::size_t at = text.find(from);
+    EXPECT_NE(std::string::npos, at) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+std::string Edited(const std::string& text, const Case& c) {
+    const std::string once = Replaced(text, c.from, c.to);
+    return c.from2.empty() ? once : Replaced(once, c.from2, c.to2);
+}
+
+std::string Listed(const std::vector<Finding>& findings) {
+    return alarmdef::FormatText(findings);
+}
+
+TEST_P(FindingKinds, AreReportedAtTheirLine) {
+    const Case& c = GetParam();
+    dir_.Write(c.target == Target::Xml ? Edited(kXml, c) : kXml, c.target == Target::En ? Edited(kLanguage, c) : kLanguage,
+               c.target == Target::Zh ? Edited(kLanguage, c) : kLanguage);
+    const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir_.xml());
+    bool found = false;
+    for (const Finding& f : findings) {
+        found = found || (f.file == path(c.reported) && f.line == c.line && f.severity == c.severity &&
+                          f.message.find(c.text) != std::string::npos);
+    }
+    EXPECT_TRUE(found) << Listed(findings);
+}
+
+INSTANTIATE_TEST_SUITE_P(Definitions, FindingKinds, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+
+TEST(DefinitionCheck, TheFixtureAndTheShippedExamplesAreClean) {
+    testsupport::ScopedEnv quiet("RUNLOG_FILE", "/dev/null");
+    configtest::ConfigDir dir;
+    dir.Write(kXml, kLanguage, kLanguage);
+    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(dir.xml())));
+    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml")));
+}
+
+// Each ends with errors, quickly and in little memory (the test's time limit
+// stands guard), and never gets as far as the loader.
+TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
+    testsupport::ScopedEnv quiet("RUNLOG_FILE", "/dev/null");
+    configtest::ConfigDir dir;
+    std::string bomb = "<?xml version=\"1.0\"?>\n<!DOCTYPE a [<!ENTITY e0 \"lol\">";
+    for (int i = 1; i < 10; ++i) {
+        const std::string previous = "&e" + std::to_string(i - 1) + ";";
+        bomb += "<!ENTITY e" + std::to_string(i) + " \"" + previous + previous + previous + previous + "\">";
+    }
+    std::string deep;
+    for (int i = 0; i < 40; ++i) {
+        deep = "<a>" + deep + "</a>";
+    }
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {bomb + "]>\n<a><b>&e9;</b></a>", "entity expansions"},
+        {std::string("\x00\xff\xfe garbage \x01", 13), "fatal XML error"},
+        {"<?xml version=\"1.0\"?>\n" + deep, "nested deeper than 32"},
+    };
+    for (const auto& file : files) {
+        dir.Write(file.first, kLanguage, kLanguage);
+        const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
+        EXPECT_NE(std::string::npos, Listed(findings).find(file.second)) << Listed(findings);
+        EXPECT_EQ(2, alarmdef::ExitCodeOf(findings));
+    }
+    // 100 MB, sparse: refused by its size before a byte is read.
+    dir.Write(kXml, kLanguage, kLanguage);
+    std::filesystem::resize_file(dir.xml(), 100u << 20);
+    EXPECT_NE(std::string::npos,
+              Listed(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
+    alarmdef::CheckLimits few;
+    few.outline.maxElements = 10;
+    dir.Write(kXml, kLanguage, kLanguage);
+    EXPECT_NE(std::string::npos, Listed(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
+}
+
+TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
+    testsupport::ScopedEnv quiet("RUNLOG_FILE", nullptr);  // the program silences the loader itself
+    configtest::ConfigDir dir;
+    const std::string program = testsupport::ProgramPath("alarmdef-check");
+    struct Run {
+        std::vector<std::string> args;
+        std::string language;
+        int exitCode;
+        std::string out;  // the start of stdout
+        std::string err;  // part of stderr
+    };
+    const std::string xml = dir.xml();
+    const std::vector<Run> runs = {
+        {{xml}, kLanguage, 0, "", ""},
+        {{xml}, std::string(kLanguage) + "orphan\n", 1,
+         dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line", ""},
+        {{"--json", xml}, "300001_ALARMNAME=Disk\n", 1,
+         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing", ""},
+        {{dir.dir.path() + "/absent.xml"}, kLanguage, 2, dir.dir.path() + "/absent.xml: error: the definition file "
+                                                                          "cannot be read", ""},
+        {{"--yaml", xml}, kLanguage, 3, "", "alarmdef-check: unknown option --yaml (alarmdef-check --help"},
+        {{}, kLanguage, 3, "", "no FILE given"},
+        {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
+    };
+    for (const Run& run : runs) {
+        dir.Write(kXml, run.language, kLanguage);
+        std::vector<std::string> args = {program};
+        args.insert(args.end(), run.args.begin(), run.args.end());
+        const testsupport::ProgramResult result = testsupport::RunProgram(args, 60000);
+        EXPECT_EQ(run.exitCode, result.exitCode) << result.out << result.err;
+        EXPECT_EQ(0u, result.out.find(run.out)) << result.out;
+        EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
+        EXPECT_EQ(run.err.empty(), result.err.empty()) << result.err;
+    }
+}
+
+}  // namespace

@@ -285,7 +285,8 @@ int AlarmManager::initSendThread() {
 }
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
-    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(GetInstance(), kSendProfile, &processRestResponse);
+    AlarmManager* self = GetInstance();
+    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, *self->m_pAlarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }
 

@@ -225,8 +225,8 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
         return nullptr;
     }
-    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(static_cast<AlarmManagerEx*>(manager), kSendProfile,
-                                                    &processRestResponse);
+    AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
+    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, self->m_alarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }
 

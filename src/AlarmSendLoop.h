@@ -63,17 +63,17 @@ int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_R
     return -1;
 }
 
-// One attempt of a send thread: takes a batch when it holds none (pausing
-// when there is nothing to send), builds and posts it once, and empties it
-// once the agent settled it. A batch that cannot be built is tried again by
-// the next pass at once.
+// One attempt of a send thread: takes a batch when it holds none (waiting
+// on the manager's queue when there is nothing to send), builds and posts it
+// once, and empties it once the agent settled it. A batch that cannot be
+// built is tried again by the next pass at once.
 template <typename Manager, typename Item>
-void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*),
-              std::list<Item*>& batch) {
+void SendPass(Manager* manager, IdleWaitable& queue, const SendProfile& profile,
+              int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), std::list<Item*>& batch) {
     if (batch.empty()) {
         manager->getSendAlarmDatas(batch);
         if (batch.empty()) {
-            Pause(kIdlePollSeconds);
+            IdleWait(kIdlePollSeconds, queue);
             return;
         }
     }
@@ -91,18 +91,18 @@ void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::l
 
 // The body of a send thread; never returns. Manager provides
 //   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// and settle decides on the answer (1 settled, -1 again). The same batch goes
+// queue is the manager's own, and settle decides on the answer (1 settled, -1 again). The same batch goes
 // out until the agent settles it; nothing is dropped or reordered meanwhile,
 // also when a pass fails for lack of memory: the batch outlives the pass and
 // is sent again after the retry pause.
 template <typename Manager, typename Item>
-void RunSendLoop(Manager* manager, const SendProfile& profile,
+void RunSendLoop(Manager* manager, IdleWaitable& queue, const SendProfile& profile,
                  int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
     std::list<Item*> batch;
     const CallSite site{profile.logSource, __LINE__, profile.threadFunction};
     for (;;) {
         const bool passed = NoThrow(site, false, [&] {
-            SendPass(manager, profile, settle, batch);
+            SendPass(manager, queue, profile, settle, batch);
             return true;
         });
         if (!passed) {

@@ -17,53 +17,6 @@
 
 namespace {
 
-// Keeps the manager's queue below its bound without timing the drain.
-void DrainIfFull(AlarmManagerEx& manager, benchmark::State& state) {
-    if (manager.queuedAlarmCount() < AlarmManagerEx::kQueueCapacity) {
-        return;
-    }
-    state.PauseTiming();
-    while (manager.queuedAlarmCount() > 0) {
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        deleteAlarms(batch);
-    }
-    state.ResumeTiming();
-}
-
-// The manager's part of ZEBSendAlarm: copy, complete, stamp, queue.
-void BM_EnqueueRecord(benchmark::State& state) {
-    AlarmManagerEx manager(0);  // not initialised: no thread competes for the queue
-    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
-    for (int p = 0; p < 5; ++p) {
-        alarm.appendParameter(("param" + std::to_string(p)).c_str(), "a value of some length");
-    }
-    for (auto _ : state) {
-        DrainIfFull(manager, state);
-        benchmark::DoNotOptimize(manager.sendAlarm(&alarm));
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_EnqueueRecord)->MinTime(0.5);
-
-// A C caller's whole path per alarm: allocate, five parameters, send, free.
-void BM_CallerPath(benchmark::State& state) {
-    AlarmManagerEx* manager = new AlarmManagerEx(0);  // lives as long as the process, like a handle
-    for (auto _ : state) {
-        DrainIfFull(*manager, state);
-        _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
-        for (int p = 0; p < 5; ++p) {
-            char name[16] = "param0";
-            name[5] = static_cast<char>('0' + p);
-            ZEBAppendAlarmParam(alarm, name, "a value of some length");
-        }
-        benchmark::DoNotOptimize(ZEBSendAlarm4CoProcess(manager, alarm));
-        ZEBFreeAlarm(alarm);
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_CallerPath)->MinTime(0.5);
-
 void ShortIdlePoll(unsigned int seconds) { std::this_thread::sleep_for(std::chrono::milliseconds(seconds)); }
 
 // A burst of 1000 alarms from queue to an agent that accepts everything: the

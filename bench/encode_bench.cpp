@@ -17,6 +17,7 @@
 #include "Base64.h"
 #include "FrozenBase64.h"
 #include "FrozenPushDocument.h"
+#include "SimDocument.h"
 
 namespace {
 
@@ -162,6 +163,27 @@ void BM_Base64OfBatchDocument(benchmark::State& state) {
     state.counters["doc_bytes"] = static_cast<double>(plain.size());
 }
 BENCHMARK(BM_Base64OfBatchDocument)->MinTime(0.5);
+
+// The agent stand-in's reading of a full batch's body: counting only (what
+// the capacity benchmark's agent does), and recording every alarm in full.
+void AgentReading(benchmark::State& state) {
+    const Batch batch;
+    char* text = AlmJsonParser::GenRestDataJsonEx(batch.list());
+    const std::string body = nodeward::EncodeBase64(text);
+    cJSON_free(text);
+    nodeward::PushReading reading;
+    reading.compact = false;
+    reading.fullAlarms = state.range(0) != 0;
+    for (auto _ : state) {
+        const nodeward::PushDocument doc = nodeward::ReadPushBody(body, reading);
+        if (doc.alarmCount != kBatchSize) {
+            state.SkipWithError("document not read");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kBatchSize);
+}
+BENCHMARK(AgentReading)->ArgName("full")->Arg(0)->Arg(1)->MinTime(0.3);
 
 }  // namespace
 

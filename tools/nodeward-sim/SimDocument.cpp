@@ -86,6 +86,11 @@ ReceivedAlarm ReadSender(const cJSON* object, bool legacy) {
     return alarm;
 }
 
+bool SameSender(const ReceivedAlarm& a, const ReceivedAlarm& b) {
+    return a.servicePort == b.servicePort && a.serviceName == b.serviceName && a.serviceIp == b.serviceIp &&
+           a.appId == b.appId;
+}
+
 ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
     ReceivedAlarm alarm;
     alarm.legacy = legacy;
@@ -236,12 +241,21 @@ PushDocument ReadPushBody(const std::string& body, PushReading reading) {
     for (const cJSON* item = alarmList->child; item != nullptr; item = item->next) {
         if (!cJSON_IsObject(item)) {
             doc.alarms.clear();
+            doc.alarmCount = 0;
             doc.reason = "\"alarmList\" holds something other than an object";
             return doc;
         }
-        doc.alarms.push_back(reading.fullAlarms ? ReadAlarm(item, doc.legacy) : ReadSender(item, doc.legacy));
+        ++doc.alarmCount;
+        if (reading.fullAlarms) {
+            doc.alarms.push_back(ReadAlarm(item, doc.legacy));
+            continue;
+        }
+        // A batch comes from one sender: keep it once, not once per alarm.
+        ReceivedAlarm sender = ReadSender(item, doc.legacy);
+        if (doc.alarms.empty() || !SameSender(doc.alarms.back(), sender)) {
+            doc.alarms.push_back(std::move(sender));
+        }
     }
-    doc.alarmCount = doc.alarms.size();
     doc.ok = true;
     return doc;
 }

@@ -29,12 +29,13 @@ struct PushDocument {
     std::string compact;       // the document printed compactly, when it parsed and was asked for
     bool legacy = false;
     std::size_t alarmCount = 0;         // objects in "alarmList"
-    std::vector<ReceivedAlarm> alarms;  // each in full, or only what identifies its sender (see PushReading)
+    std::vector<ReceivedAlarm> alarms;  // each in full, or only each run of alarms from one sender (see PushReading)
 };
 
 // What a reading costs beyond validating and counting: printing the document
 // again, and reading every alarm in full rather than only its sender's
-// address (serviceName, serviceIp, servicePort, appId).
+// address (serviceName, serviceIp, servicePort, appId), kept once for each
+// run of alarms from the same sender.
 struct PushReading {
     bool compact = true;
     bool fullAlarms = true;

@@ -43,6 +43,7 @@ nodeward::Sim* SharedAgent() {
             return static_cast<nodeward::Sim*>(nullptr);
         }
         setenv("NODEWARD_ENDPOINT", sim->endpoint().c_str(), 1);
+        unsetenv("RUNLOG_FILE");  // as a service runs by default: only error lines, to stderr
         return sim;
     }();
     return agent;
@@ -237,32 +238,10 @@ void Raise(Outcome& outcome, AlarmManagerEx* manager, long total, long rate) {
     outcome.raisedPerSecond = static_cast<double>(total) / raising;
 }
 
-void Report(benchmark::State& state, const Outcome& outcome) {
-    const double runs = static_cast<double>(state.iterations());
-    state.counters["refused"] = outcome.refused / runs;
-    state.counters["lost"] = outcome.lost / runs;
-    state.counters["raised_per_s"] = outcome.raisedPerSecond;
-}
-
-// A storm: range(0) alarms per second for range(1) seconds.
-void Storm(benchmark::State& state) {
-    AlarmManagerEx* manager = SharedAgent() != nullptr ? StartManager("storm") : nullptr;
-    if (manager == nullptr) {
-        state.SkipWithError("no agent or no manager");
-        return;
-    }
-    Outcome outcome;
-    for (auto _ : state) {
-        Raise(outcome, manager, state.range(0) * state.range(1), state.range(0));
-    }
-    Report(state, outcome);
-}
-BENCHMARK(Storm)->Args({2000, 3})->Args({30000, 10})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-
-// 2,000 alarms after two quiet seconds (the send thread idle): at range(0)
-// per second, or back to back for 0.
-void Burst(benchmark::State& state) {
-    AlarmManagerEx* manager = SharedAgent() != nullptr ? StartManager("burst") : nullptr;
+// One manager raising `total` alarms at `rate` per iteration, each after
+// quietSeconds with nothing to send (untimed).
+void RaiseEach(benchmark::State& state, const char* service, long total, long rate, int quietSeconds) {
+    AlarmManagerEx* manager = SharedAgent() != nullptr ? StartManager(service) : nullptr;
     if (manager == nullptr) {
         state.SkipWithError("no agent or no manager");
         return;
@@ -270,12 +249,23 @@ void Burst(benchmark::State& state) {
     Outcome outcome;
     for (auto _ : state) {
         state.PauseTiming();
-        std::this_thread::sleep_for(std::chrono::seconds(2));
+        std::this_thread::sleep_for(std::chrono::seconds(quietSeconds));
         state.ResumeTiming();
-        Raise(outcome, manager, 2000, state.range(0));
+        Raise(outcome, manager, total, rate);
     }
-    Report(state, outcome);
+    const double runs = static_cast<double>(state.iterations());
+    state.counters["refused"] = outcome.refused / runs;
+    state.counters["lost"] = outcome.lost / runs;
+    state.counters["raised_per_s"] = outcome.raisedPerSecond;
 }
+
+// A storm: range(0) alarms per second for range(1) seconds.
+void Storm(benchmark::State& state) { RaiseEach(state, "storm", state.range(0) * state.range(1), state.range(0), 0); }
+BENCHMARK(Storm)->Args({2000, 3})->Args({30000, 10})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// 2,000 alarms after two quiet seconds (the send thread idle): at range(0)
+// per second, or back to back for 0.
+void Burst(benchmark::State& state) { RaiseEach(state, "burst", 2000, state.range(0), 2); }
 BENCHMARK(Burst)->Arg(30000)->Arg(0)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -165,20 +165,11 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
     if (alarm == nullptr) {
         return -1;
     }
-    // Deliberately unlocked: a caller is never held up by the send thread.
-    if (m_alarmQueue.full()) {
-        ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
-        return -1;
-    }
-    return completeAndQueue(std::unique_ptr<AlarmEx>(new AlarmEx(alarm)), alarm);
+    return completeAndQueue(nullptr, alarm);
 }
 
 int AlarmManagerEx::adoptAlarm(std::unique_ptr<AlarmEx> record) {
     if (record == nullptr) {
-        return -1;
-    }
-    if (m_alarmQueue.full()) {
-        ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
     AlarmEx* own = record.get();
@@ -186,7 +177,15 @@ int AlarmManagerEx::adoptAlarm(std::unique_ptr<AlarmEx> record) {
 }
 
 int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* source) {
+    // Deliberately unlocked: a caller is never held up by the send thread.
+    if (m_alarmQueue.full()) {
+        ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
+        return -1;
+    }
     // Owned here until it is queued, so a record that cannot be completed is not leaked.
+    if (record == nullptr) {
+        record.reset(new AlarmEx(source));
+    }
     record->setServiceName(m_strServiceName);
     record->setAppId(m_strAppId);
     record->setRsetClear(static_cast<long>(m_lRsetClear));

@@ -120,8 +120,9 @@ public:
     static pthread_t m_nAlarmCheckTid;
 
 private:
-    // Completes record with this manager's identity, the alarm source of
-    // source (the caller's record) and the node address, and queues it.
+    // Unless the queue is full: completes record (NULL: a copy of source) with
+    // this manager's identity, the alarm source of source (the caller's
+    // record) and the node address, and queues it.
     int completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* source);
     // Node and service addresses from the environment and the transport SDK.
     void adoptTransportAddress();

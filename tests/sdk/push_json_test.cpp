@@ -405,7 +405,11 @@ public:
 
     std::unique_ptr<AlarmEx> alarm() {
         static const char* const kIds[] = {"0", "300012", "1", "", "123456789"};
-        auto record = std::make_unique<AlarmEx>(kIds[pick(0, 4)], static_cast<EU_GEN_CLEAR_TYPE>(pick(0, 3)));
+        // Generate, clear, or a default record's type -1.
+        const int type = pick(0, 2);
+        auto record = type == 2 ? std::make_unique<AlarmEx>()
+                                : std::make_unique<AlarmEx>("", type == 0 ? ZEB_ALARM_GENERATE : ZEB_ALARM_CLEAR);
+        record->setAlarmId(kIds[pick(0, 4)]);
         for (int n = pick(0, 7); n > 0; --n) {
             record->appendParameter(text(false).c_str(), text(false).c_str());
         }
@@ -441,11 +445,16 @@ public:
         fill(m->location);
         fill(m->appendInfo);
         std::strcpy(m->alarmId, pick(0, 19) == 0 ? "0" : "300001");
-        for (int64_t* number : {&m->rsetClear, &m->alarmEventType, &m->genClearAlarmType, &m->alarmLevel,
-                                &m->alarmGenTime, &m->alarmClearTime, &m->alarmClearType, &m->isCanAutoClearType,
-                                &m->eventType}) {
-            *number = integer();
-        }
+        // Packed fields: assigned, never written through a pointer.
+        m->rsetClear = integer();
+        m->alarmEventType = integer();
+        m->genClearAlarmType = integer();
+        m->alarmLevel = integer();
+        m->alarmGenTime = integer();
+        m->alarmClearTime = integer();
+        m->alarmClearType = integer();
+        m->isCanAutoClearType = integer();
+        m->eventType = integer();
         return m;
     }
 

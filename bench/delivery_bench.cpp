@@ -75,12 +75,14 @@ double CpuSeconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// Parks whichever send thread goes idle until the benchmark releases it, and
-// remembers that thread's CPU clock. Installed only while Capacity runs, the
-// first benchmark, when its manager's thread is the only one that waits.
+// Parks the capacity manager's send thread whenever it goes idle, until the
+// benchmark releases it, and keeps that thread's CPU clock; other threads wait
+// as in production. That manager is the first of the program to start, so
+// its queue is the first to be waited on.
 struct Parking {
     std::mutex mutex;
     std::condition_variable changed;
+    alarmsdk::IdleWaitable* parkedQueue = nullptr;
     int parked = 0;
     unsigned long releases = 0;
     clockid_t sendThreadClock{};
@@ -89,10 +91,18 @@ struct Parking {
         static Parking* parking = new Parking();
         return *parking;
     }
-    static void Wait(unsigned int /*seconds*/, alarmsdk::IdleWaitable& /*work*/) {
+    static void Wait(unsigned int seconds, alarmsdk::IdleWaitable& work) {
         Parking& p = Get();
         std::unique_lock<std::mutex> lock(p.mutex);
-        pthread_getcpuclockid(pthread_self(), &p.sendThreadClock);
+        if (p.parkedQueue == nullptr) {
+            p.parkedQueue = &work;
+            pthread_getcpuclockid(pthread_self(), &p.sendThreadClock);
+        }
+        if (p.parkedQueue != &work) {
+            lock.unlock();
+            work.waitIdle(std::chrono::seconds(seconds));
+            return;
+        }
         const unsigned long seen = p.releases;
         ++p.parked;
         p.changed.notify_all();
@@ -110,20 +120,24 @@ struct Parking {
     }
 };
 
+// One manager for every repetition, its send thread parked between them.
+AlarmManagerEx* CapacityManager() {
+    static AlarmManagerEx* manager = [] {
+        alarmsdk::SetIdleWaitFunction(&Parking::Wait);
+        return StartManager("capacity");
+    }();
+    return manager;
+}
+
 // A full queue (1,024 alarms) released to the agent at once: alarms per
 // second, and the send thread's and the agent's CPU per alarm (the agent's is
 // the process's CPU less the send thread's and this thread's).
 void Capacity(benchmark::State& state) {
     nodeward::Sim* agent = SharedAgent();
-    if (agent == nullptr) {
-        state.SkipWithError("the agent did not start");
-        return;
-    }
+    AlarmManagerEx* manager = agent != nullptr ? CapacityManager() : nullptr;
     Parking& parking = Parking::Get();
-    const alarmsdk::IdleWaitFunction previous = alarmsdk::SetIdleWaitFunction(&Parking::Wait);
-    AlarmManagerEx* manager = StartManager("capacity");
     if (manager == nullptr || !parking.waitParked()) {
-        state.SkipWithError("the send thread did not start");
+        state.SkipWithError("no agent or no send thread");
         return;
     }
     double sendCpu = 0;
@@ -152,8 +166,6 @@ void Capacity(benchmark::State& state) {
         alarms += AlarmManagerEx::kQueueCapacity;
         state.ResumeTiming();
     }
-    alarmsdk::SetIdleWaitFunction(previous);
-    parking.release();
     state.SetItemsProcessed(static_cast<int64_t>(alarms));
     if (alarms > 0) {
         state.counters["send_us_per_alarm"] = sendCpu * 1e6 / static_cast<double>(alarms);

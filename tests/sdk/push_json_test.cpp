@@ -413,37 +413,25 @@ public:
         for (int n = pick(0, 7); n > 0; --n) {
             record->appendParameter(text(false).c_str(), text(false).c_str());
         }
-        record->setServiceName(text(true));
-        record->setServiceId(text(true));
-        record->setServiceInsId(text(true));
-        record->setAppId(text(true));
-        record->setNodeIp(text(true));
-        record->SetServiceIp(text(true));
-        record->setServiceLabel(text(true));
+        for (auto set : {&AlarmEx::setServiceName, &AlarmEx::setServiceId, &AlarmEx::setServiceInsId, &AlarmEx::setAppId,
+                         &AlarmEx::setNodeIp, &AlarmEx::SetServiceIp, &AlarmEx::setServiceLabel}) {
+            (record.get()->*set)(text(true));
+        }
         record->setRsetClear(static_cast<long>(integer()));
         record->setServicePort(static_cast<unsigned short>(integer()));
         record->ResetAlarmTime(static_cast<long>(integer()));
         return record;
     }
 
-    template <std::size_t N>
-    void fill(char (&field)[N]) {
-        const std::string value = text(false).substr(0, N - 1);
-        std::memcpy(field, value.c_str(), value.size() + 1);
+    template <std::size_t... N>
+    void fill(char (&... fields)[N]) {
+        ((std::strcpy(fields, text(false).substr(0, N - 1).c_str())), ...);
     }
 
     std::unique_ptr<_AlarmModel> model() {
         auto m = std::make_unique<_AlarmModel>();
-        fill(m->appId);
-        fill(m->appName);
-        fill(m->serviceName);
-        fill(m->nodeIp);
-        fill(m->serviceID);
-        fill(m->serviceInstID);
-        fill(m->alarmName);
-        fill(m->probableCause);
-        fill(m->location);
-        fill(m->appendInfo);
+        fill(m->appId, m->appName, m->serviceName, m->nodeIp, m->serviceID, m->serviceInstID, m->alarmName,
+             m->probableCause, m->location, m->appendInfo);
         std::strcpy(m->alarmId, pick(0, 19) == 0 ? "0" : "300001");
         // Packed fields: assigned, never written through a pointer.
         m->rsetClear = integer();

@@ -1,106 +1,283 @@
-// What a service pays per alarm, and how fast the send thread empties a burst
-// to a real agent on loopback.
+// Delivery to a real agent on loopback (nodeward-sim's core, in this process,
+// counting only): how fast a full queue drains against a naive client that
+// posts one alarm per request, what the send thread and the agent spend per
+// alarm, and whether storms and bursts are delivered without a refusal.
 #include <benchmark/benchmark.h>
 
-#include <unistd.h>
+#include <pthread.h>
+#include <time.h>
 
+#include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <list>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "AlmJsonParser.h"
+#include "AlmRukInterface.h"
+#include "Base64.h"
 #include "NodewardSim.h"
 #include "Pause.h"
 
 namespace {
 
-// Keeps the manager's queue below its bound without timing the drain.
-void DrainIfFull(AlarmManagerEx& manager, benchmark::State& state) {
-    if (manager.queuedAlarmCount() < AlarmManagerEx::kQueueCapacity) {
+constexpr int kDeliveryTimeoutMs = 60000;
+
+// One agent for the whole program, counting only; NODEWARD_ENDPOINT leads to it.
+nodeward::Sim* SharedAgent() {
+    static nodeward::Sim* agent = [] {
+        nodeward::SimOptions options;
+        options.endpoint = "127.0.0.1:0";
+        options.recordRequests = false;
+        auto* sim = new nodeward::Sim(options);  // serves until the process ends
+        std::string error;
+        if (!sim->start(&error)) {
+            delete sim;
+            return static_cast<nodeward::Sim*>(nullptr);
+        }
+        setenv("NODEWARD_ENDPOINT", sim->endpoint().c_str(), 1);
+        unsetenv("RUNLOG_FILE");  // as a service runs by default: only error lines, to stderr
+        return sim;
+    }();
+    return agent;
+}
+
+std::size_t Accepted(nodeward::Sim* agent) { return agent->counts().acceptedAlarms; }
+
+// A co-process manager with its own queue and send thread.
+AlarmManagerEx* StartManager(const char* serviceName) {
+    return ZEBInitAlarmSDK4CoProcess("bench-app", serviceName, "10.0.0.1", "127.0.0.1");
+}
+
+// A service's alarm through the C interface: five short parameters.
+int SendOne(AlarmManagerEx* manager) {
+    static const char* const kNames[] = {"disk", "usage", "mount", "threshold", "host"};
+    static const char* const kValues[] = {"sda1", "95", "/var/lib", "90", "node-7"};
+    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
+    for (int p = 0; p < 5; ++p) {
+        ZEBAppendAlarmParam(alarm, kNames[p], kValues[p]);
+    }
+    const int result = ZEBSendAlarm4CoProcess(manager, alarm);
+    ZEBFreeAlarm(alarm);
+    return result;
+}
+
+double CpuSeconds(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// Parks the capacity manager's send thread whenever it goes idle, until the
+// benchmark releases it, and keeps that thread's CPU clock; other threads wait
+// as in production. That manager is the first of the program to start, so
+// its queue is the first to be waited on.
+struct Parking {
+    std::mutex mutex;
+    std::condition_variable changed;
+    alarmsdk::IdleWaitable* parkedQueue = nullptr;
+    int parked = 0;
+    unsigned long releases = 0;
+    clockid_t sendThreadClock{};
+
+    static Parking& Get() {
+        static Parking* parking = new Parking();
+        return *parking;
+    }
+    static void Wait(unsigned int seconds, alarmsdk::IdleWaitable& work) {
+        Parking& p = Get();
+        std::unique_lock<std::mutex> lock(p.mutex);
+        if (p.parkedQueue == nullptr) {
+            p.parkedQueue = &work;
+            pthread_getcpuclockid(pthread_self(), &p.sendThreadClock);
+        }
+        if (p.parkedQueue != &work) {
+            lock.unlock();
+            work.waitIdle(std::chrono::seconds(seconds));
+            return;
+        }
+        const unsigned long seen = p.releases;
+        ++p.parked;
+        p.changed.notify_all();
+        p.changed.wait(lock, [&p, seen] { return p.releases != seen; });
+        --p.parked;
+    }
+    bool waitParked() {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(10), [this] { return parked > 0; });
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(mutex);
+        ++releases;
+        changed.notify_all();
+    }
+};
+
+// One manager for every repetition, its send thread parked between them.
+AlarmManagerEx* CapacityManager() {
+    static AlarmManagerEx* manager = [] {
+        alarmsdk::SetIdleWaitFunction(&Parking::Wait);
+        return StartManager("capacity");
+    }();
+    return manager;
+}
+
+// A full queue (1,024 alarms) released to the agent at once: alarms per
+// second, and the send thread's and the agent's CPU per alarm (the agent's is
+// the process's CPU less the send thread's and this thread's).
+void Capacity(benchmark::State& state) {
+    nodeward::Sim* agent = SharedAgent();
+    AlarmManagerEx* manager = agent != nullptr ? CapacityManager() : nullptr;
+    Parking& parking = Parking::Get();
+    if (manager == nullptr || !parking.waitParked()) {
+        state.SkipWithError("no agent or no send thread");
         return;
     }
-    state.PauseTiming();
-    while (manager.queuedAlarmCount() > 0) {
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        deleteAlarms(batch);
-    }
-    state.ResumeTiming();
-}
-
-// The manager's part of ZEBSendAlarm: copy, complete, stamp, queue.
-void BM_EnqueueRecord(benchmark::State& state) {
-    AlarmManagerEx manager(0);  // not initialised: no thread competes for the queue
-    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
-    for (int p = 0; p < 5; ++p) {
-        alarm.appendParameter(("param" + std::to_string(p)).c_str(), "a value of some length");
-    }
+    double sendCpu = 0;
+    double agentCpu = 0;
+    std::size_t alarms = 0;
     for (auto _ : state) {
-        DrainIfFull(manager, state);
-        benchmark::DoNotOptimize(manager.sendAlarm(&alarm));
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_EnqueueRecord)->MinTime(0.5);
-
-// A C caller's whole path per alarm: allocate, five parameters, send, free.
-void BM_CallerPath(benchmark::State& state) {
-    AlarmManagerEx* manager = new AlarmManagerEx(0);  // lives as long as the process, like a handle
-    for (auto _ : state) {
-        DrainIfFull(*manager, state);
-        _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
-        for (int p = 0; p < 5; ++p) {
-            char name[16] = "param0";
-            name[5] = static_cast<char>('0' + p);
-            ZEBAppendAlarmParam(alarm, name, "a value of some length");
+        state.PauseTiming();
+        for (std::size_t i = 0; i < AlarmManagerEx::kQueueCapacity; ++i) {
+            SendOne(manager);
         }
-        benchmark::DoNotOptimize(ZEBSendAlarm4CoProcess(manager, alarm));
-        ZEBFreeAlarm(alarm);
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(BM_CallerPath)->MinTime(0.5);
-
-void ShortIdlePoll(unsigned int seconds) { std::this_thread::sleep_for(std::chrono::milliseconds(seconds)); }
-
-// A burst of 1000 alarms from queue to an agent that accepts everything: the
-// send thread's encoding, base64, HTTP round trips and the agent's decoding.
-// The idle poll is shortened so the measurement is the pipeline, not the poll.
-void BM_DeliverBurst(benchmark::State& state) {
-    alarmsdk::PauseFunction previous = alarmsdk::SetPauseFunction(&ShortIdlePoll);
-    nodeward::SimOptions options;
-    options.endpoint = "127.0.0.1:0";
-    nodeward::Sim agent(options);
-    std::string error;
-    if (!agent.start(&error)) {
-        state.SkipWithError(error.c_str());
-        return;
-    }
-    setenv("NODEWARD_ENDPOINT", agent.endpoint().c_str(), 1);
-    AlarmManagerEx* manager = ZEBInitAlarmSDK4CoProcess("bench-app", "bench", "10.0.0.1", "127.0.0.1");
-    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
-    for (int p = 0; p < 5; ++p) {
-        alarm.appendParameter(("param" + std::to_string(p)).c_str(), "a value of some length");
-    }
-    constexpr std::size_t kBurst = 1000;
-    std::size_t delivered = 0;
-    for (auto _ : state) {
-        for (std::size_t i = 0; i < kBurst; ++i) {
-            manager->sendAlarm(&alarm);
-        }
-        delivered += kBurst;
-        if (!agent.waitForAcceptedAlarms(delivered, 60000)) {
-            state.SkipWithError("the burst was not delivered within 60 s");
+        const std::size_t target = Accepted(agent) + manager->queuedAlarmCount();
+        const double send0 = CpuSeconds(parking.sendThreadClock);
+        const double self0 = CpuSeconds(CLOCK_THREAD_CPUTIME_ID);
+        const double process0 = CpuSeconds(CLOCK_PROCESS_CPUTIME_ID);
+        state.ResumeTiming();
+        parking.release();
+        const bool delivered = agent->waitForAcceptedAlarms(target, kDeliveryTimeoutMs);
+        state.PauseTiming();
+        if (!delivered || !parking.waitParked()) {
+            state.SkipWithError("the queue was not delivered");
             break;
         }
+        const double send = CpuSeconds(parking.sendThreadClock) - send0;
+        sendCpu += send;
+        agentCpu += CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - process0 - send - (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - self0);
+        alarms += AlarmManagerEx::kQueueCapacity;
+        state.ResumeTiming();
     }
-    state.SetItemsProcessed(static_cast<int64_t>(delivered));
-    agent.stop();
-    alarmsdk::SetPauseFunction(previous);
+    state.SetItemsProcessed(static_cast<int64_t>(alarms));
+    if (alarms > 0) {
+        state.counters["send_us_per_alarm"] = sendCpu * 1e6 / static_cast<double>(alarms);
+        state.counters["agent_us_per_alarm"] = agentCpu * 1e6 / static_cast<double>(alarms);
+    }
 }
-BENCHMARK(BM_DeliverBurst)->Unit(benchmark::kMillisecond)->Iterations(10)->UseRealTime();
+BENCHMARK(Capacity)->Iterations(20)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// The naive client: the same alarms, one keep-alive POST each (document of
+// one alarm, base64, post, read the answer), on this thread.
+void NaiveClient(benchmark::State& state) {
+    if (SharedAgent() == nullptr) {
+        state.SkipWithError("the agent did not start");
+        return;
+    }
+    AlarmEx alarm("300012", ZEB_ALARM_GENERATE);
+    static const char* const kNames[] = {"disk", "usage", "mount", "threshold", "host"};
+    static const char* const kValues[] = {"sda1", "95", "/var/lib", "90", "node-7"};
+    for (int p = 0; p < 5; ++p) {
+        alarm.appendParameter(kNames[p], kValues[p]);
+    }
+    alarm.setAppId("bench-app");
+    alarm.setServiceName("naive");
+    alarm.SetServiceIp("127.0.0.1");
+    alarm.setNodeIp("10.0.0.1");
+    alarm.ResetAlarmTime(1700000000123L);
+    const std::list<AlarmEx*> one{&alarm};
+    std::size_t accepted = 0;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < AlarmManagerEx::kQueueCapacity; ++i) {
+            char* document = AlmJsonParser::GenRestDataJsonEx(one);
+            const std::size_t length = std::strlen(document);
+            std::unique_ptr<char[]> encoded(new char[2 * length + 4]());
+            zeb_alm_base64_encode(document, static_cast<int>(length), encoded.get(), nullptr);
+            cJSON_free(document);
+            stru_REST_RESPONSE* response = AlmRukInterface::SendRestRequest(encoded.get(), std::strlen(encoded.get()));
+            if (response != nullptr && response->body != nullptr) {
+                std::unique_ptr<char[]> answer(new char[std::strlen(response->body) + 1]());
+                zeb_alm_base64_decode(response->body, static_cast<int>(std::strlen(response->body)), answer.get(),
+                                      nullptr);
+                accepted += AlmJsonParser::GetRetCodeEx(answer.get()) == "OK" ? 1 : 0;
+            }
+            freeRestResponse(&response);
+        }
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(accepted));
+}
+BENCHMARK(NaiveClient)->Iterations(5)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+struct Outcome {
+    double refused = 0;
+    double lost = 0;
+    double raisedPerSecond = 0;
+};
+
+// Raises `total` alarms at `rate` per second (0: back to back) and counts
+// what the library refused and what it accepted but never delivered.
+void Raise(Outcome& outcome, AlarmManagerEx* manager, long total, long rate) {
+    nodeward::Sim* agent = SharedAgent();
+    const std::size_t before = Accepted(agent);
+    long accepted = 0;
+    long refused = 0;
+    const auto start = std::chrono::steady_clock::now();
+    while (accepted + refused < total) {
+        long due = total;
+        if (rate > 0) {
+            const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            due = std::min(total, static_cast<long>(elapsed * static_cast<double>(rate)) + 1);
+        }
+        while (accepted + refused < due) {
+            (SendOne(manager) == 0 ? accepted : refused) += 1;
+        }
+        if (rate > 0) {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    }
+    const double raising = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    agent->waitForAcceptedAlarms(before + static_cast<std::size_t>(accepted), kDeliveryTimeoutMs);
+    const long delivered = static_cast<long>(Accepted(agent) - before);
+    outcome.refused += static_cast<double>(refused);
+    outcome.lost += static_cast<double>(accepted > delivered ? accepted - delivered : 0);
+    outcome.raisedPerSecond = static_cast<double>(total) / raising;
+}
+
+// One manager raising `total` alarms at `rate` per iteration, each after
+// quietSeconds with nothing to send (untimed).
+void RaiseEach(benchmark::State& state, const char* service, long total, long rate, int quietSeconds) {
+    AlarmManagerEx* manager = SharedAgent() != nullptr ? StartManager(service) : nullptr;
+    if (manager == nullptr) {
+        state.SkipWithError("no agent or no manager");
+        return;
+    }
+    Outcome outcome;
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::this_thread::sleep_for(std::chrono::seconds(quietSeconds));
+        state.ResumeTiming();
+        Raise(outcome, manager, total, rate);
+    }
+    const double runs = static_cast<double>(state.iterations());
+    state.counters["refused"] = outcome.refused / runs;
+    state.counters["lost"] = outcome.lost / runs;
+    state.counters["raised_per_s"] = outcome.raisedPerSecond;
+}
+
+// A storm: range(0) alarms per second for range(1) seconds.
+void Storm(benchmark::State& state) { RaiseEach(state, "storm", state.range(0) * state.range(1), state.range(0), 0); }
+BENCHMARK(Storm)->Args({2000, 3})->Args({30000, 10})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// 2,000 alarms after two quiet seconds (the send thread idle): at range(0)
+// per second, or back to back for 0.
+void Burst(benchmark::State& state) { RaiseEach(state, "burst", 2000, state.range(0), 2); }
+BENCHMARK(Burst)->Arg(30000)->Arg(0)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -73,6 +73,9 @@ public:
     long GetAlarmTime() const;
 
 private:
+    // The push-document encoder reads the texts in place rather than through copies.
+    friend class AlmJsonParser;
+
     char m_szAlarmId[ZEB_ALARM_ID_SIZE];
     int32_t m_iAlarmType;
     std::map<std::string, std::string> m_mapParams;

@@ -84,14 +84,15 @@ bool IsBadText(const char* text, const char* nullMessage, std::size_t maxLen, bo
 
 EU_GEN_CLEAR_TYPE ToGenClearType(int32_t cType) { return cType == 1 ? ZEB_ALARM_CLEAR : ZEB_ALARM_GENERATE; }
 
-// Queues the alarm on manager; shared by the process-wide and co-process paths.
+// Queues the alarm on manager; shared by the process-wide and co-process
+// paths. The converted record itself is queued: no second copy.
 int SendThrough(AlarmManagerEx* manager, _ZEBAlarm* alarm, const char* function) {
     std::unique_ptr<AlarmEx> record(ZEBConvert2AlarmEx(alarm));
     if (record == nullptr) {
         ALM_LOG_ERROR("In %s, pAlarmEx is null!", function);
         return -1;
     }
-    return manager->sendAlarm(record.get());
+    return manager->adoptAlarm(std::move(record));
 }
 
 constexpr uint32_t kLegacyHeaderSize = offsetof(AlarmObject, params);
@@ -101,6 +102,18 @@ constexpr std::size_t kLegacyIdSize = sizeof(AlarmObject::alarmId);
 constexpr uint32_t kLegacyMaxParams = (UINT32_MAX - kLegacyHeaderSize) / kLegacyParamSize;
 
 int SendLegacy(AlarmObject* object);
+
+// A C text field as a terminated string: the field itself when it holds its
+// terminator (the usual case, no copy), else a bounded copy kept in spare.
+template <std::size_t N>
+const char* FieldText(const char (&field)[N], std::string& spare) {
+    const std::size_t length = strnlen(field, N);
+    if (length < N) {
+        return field;
+    }
+    spare.assign(field, length);
+    return spare.c_str();
+}
 
 // A slot's text, bounded even if the caller wrote the block itself.
 std::string SlotText(const char (&text)[sizeof(AlarmParam::paramName)]) {
@@ -463,13 +476,12 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
         // The C fields may be unterminated if the caller wrote them itself: the
         // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
         std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
-        record->setServiceName(
-            std::string(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName))));
+        std::string spareName;
+        std::string spareValue;
+        record->setServiceName(FieldText(alarm->serviceName, spareName));
         record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
         for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
-            std::string name(node->paramName, strnlen(node->paramName, sizeof(node->paramName)));
-            std::string value(node->paramValue, strnlen(node->paramValue, sizeof(node->paramValue)));
-            record->appendParameter(name.c_str(), value.c_str());
+            record->appendParameter(FieldText(node->paramName, spareName), FieldText(node->paramValue, spareValue));
         }
         return record.release();
     });

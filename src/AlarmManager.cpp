@@ -286,8 +286,7 @@ int AlarmManager::initSendThread() {
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
     AlarmManager* self = GetInstance();
-    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, kSendProfile, &processRestResponse,
-                                                      self->deliveryCounters());
+    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, *self->m_pAlarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }
 

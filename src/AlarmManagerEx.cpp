@@ -165,31 +165,45 @@ int AlarmManagerEx::sendAlarm(AlarmEx* alarm) {
     if (alarm == nullptr) {
         return -1;
     }
+    return completeAndQueue(nullptr, alarm);
+}
+
+int AlarmManagerEx::adoptAlarm(std::unique_ptr<AlarmEx> record) {
+    if (record == nullptr) {
+        return -1;
+    }
+    AlarmEx* own = record.get();
+    return completeAndQueue(std::move(record), own);
+}
+
+int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* source) {
     // Deliberately unlocked: a caller is never held up by the send thread.
     if (m_alarmQueue.refuseIfFull()) {
         ALM_LOG_ERROR("the alarm queue is full, this alarm has been removed !");
         return -1;
     }
-    // Owned here until it is queued, so a copy that cannot be completed is not leaked.
-    std::unique_ptr<AlarmEx> copy(new AlarmEx(alarm));
-    copy->setServiceName(m_strServiceName);
-    copy->setAppId(m_strAppId);
-    copy->setRsetClear(static_cast<long>(m_lRsetClear));
-    copy->SetServiceIp(m_strServiceIp);
-    copy->setNodeIp(m_strNodeIP);
-    copy->setServiceLabel(m_strServiceLabel);
-    copy->setServicePort(m_uServicePort);
-    if (!copy->GetServiceIp().empty() && !copy->getServiceName().empty()) {
-        copy->setServiceId(m_strServiceId);
-        copy->setServiceInsId(m_strServiceInsId);
+    // Owned here until it is queued, so a record that cannot be completed is not leaked.
+    if (record == nullptr) {
+        record.reset(new AlarmEx(source));
     }
-    if (copy->GetAlarmTime() == 0) {
-        copy->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
+    record->setServiceName(m_strServiceName);
+    record->setAppId(m_strAppId);
+    record->setRsetClear(static_cast<long>(m_lRsetClear));
+    record->SetServiceIp(m_strServiceIp);
+    record->setNodeIp(m_strNodeIP);
+    record->setServiceLabel(m_strServiceLabel);
+    record->setServicePort(m_uServicePort);
+    if (!m_strServiceIp.empty() && !m_strServiceName.empty()) {
+        record->setServiceId(m_strServiceId);
+        record->setServiceInsId(m_strServiceInsId);
     }
-    fillAlarmSouce2Alarm(alarm, copy.get());
-    fillNodIp2Alarm(copy.get());
-    m_alarmQueue.push(copy.get());
-    copy.release();
+    if (record->GetAlarmTime() == 0) {
+        record->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
+    }
+    fillAlarmSouce2Alarm(source, record.get());
+    fillNodIp2Alarm(record.get());
+    m_alarmQueue.push(record.get());
+    record.release();
     return 0;
 }
 
@@ -226,8 +240,7 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         return nullptr;
     }
     AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
-    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, kSendProfile, &processRestResponse,
-                                                    self->deliveryCounters());
+    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, self->m_alarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }
 

@@ -12,6 +12,7 @@
 #include <deque>
 #include <list>
 #include <map>
+#include <memory>
 #include <queue>
 #include <string>
 
@@ -54,6 +55,10 @@ public:
 
     // Queues a completed copy of alarm (the caller keeps alarm). -1 for NULL or a full queue.
     int sendAlarm(AlarmEx* alarm);
+    // Completes and queues record itself, as sendAlarm does with its copy:
+    // what the C interface uses for the record it has just built, saving the
+    // copy. The record is the manager's either way; -1 for a full queue.
+    int adoptAlarm(std::unique_ptr<AlarmEx> record);
     int addServiceInfo(char const* serviceName, char const* serviceId, char const* serviceInsId, long rsetClear);
 
     int InitSendThread();
@@ -116,6 +121,10 @@ public:
     static pthread_t m_nAlarmCheckTid;
 
 private:
+    // Unless the queue is full: completes record (NULL: a copy of source) with
+    // this manager's identity, the alarm source of source (the caller's
+    // record) and the node address, and queues it.
+    int completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* source);
     // Node and service addresses from the environment and the transport SDK.
     void adoptTransportAddress();
     // Starts the send thread and marks the manager initialised.

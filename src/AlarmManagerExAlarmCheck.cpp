@@ -14,6 +14,7 @@
 #include "Base64.h"
 #include "NoThrow.h"
 #include "Pause.h"
+#include "WorkSignal.h"
 #include "bounded_string.h"
 
 namespace {
@@ -38,6 +39,27 @@ std::mutex& CallBackMapMutex() {
 std::mutex& CheckStartMutex() {
     static std::mutex* mutex = new std::mutex();
     return *mutex;
+}
+
+// The check queue as the alarm-check thread waits on it: one queued check is
+// a full pass, so a check is handed on as soon as it is queued. Never
+// destroyed: the thread may wait on it while the process exits.
+class CheckQueueWait : public alarmsdk::IdleWaitable {
+public:
+    void added(std::size_t queued) { signal_.added(queued); }
+    void waitIdle(std::chrono::nanoseconds tick) override {
+        AlarmManagerEx::AcquireAlarmCheckQueueLock();
+        signal_.wait(AlarmManagerEx::m_CheckMutex, tick, [] { return AlarmManagerEx::m_CheckList.size(); });
+        AlarmManagerEx::ReleaseAlarmCheckQueueLock();
+    }
+
+private:
+    alarmsdk::WorkSignal signal_{1};
+};
+
+CheckQueueWait& CheckQueue() {
+    static CheckQueueWait* queue = new CheckQueueWait();
+    return *queue;
 }
 
 // True when text can be one segment of the callback path that every client
@@ -192,6 +214,7 @@ int AlarmManagerEx::QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPON
         m_checkBytes += decoded.size();
         m_CheckList.push(std::move(decoded));
         m_checkCount.store(m_CheckList.size(), std::memory_order_release);
+        CheckQueue().added(m_CheckList.size());
     }
     return GenCallBackResponse(response) == 0 ? 0 : -1;
 }
@@ -249,7 +272,7 @@ std::string AlarmManagerEx::TakeAlarmCheckRequest() {
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
     for (;;) {
         if (!DeliverNextAlarmCheck()) {
-            alarmsdk::Pause(kIdlePollSeconds);
+            alarmsdk::IdleWait(kIdlePollSeconds, CheckQueue());
         }
     }
     return nullptr;

@@ -1,6 +1,7 @@
 // The bounded queue of one manager (either generation): service threads
 // append one alarm at a time, the manager's send thread takes the oldest in
-// batches. The queue owns nothing: the items belong to the manager.
+// batches, and waits on the queue while it is empty. The queue owns nothing:
+// the items belong to the manager.
 #ifndef ALARM_QUEUE_H
 #define ALARM_QUEUE_H
 
@@ -14,6 +15,8 @@
 
 #include "DeliveryCounters.h"
 #include "NoThrow.h"
+#include "Pause.h"
+#include "WorkSignal.h"
 #include "runlog.h"
 
 namespace alarmsdk {
@@ -24,7 +27,7 @@ constexpr unsigned int kIdlePollSeconds = 1;
 constexpr unsigned int kRetryPauseSeconds = 3;
 
 template <typename T>
-class AlarmQueue {
+class AlarmQueue : public IdleWaitable {
 public:
     // logSource names the owning manager's source file in lock failure
     // messages; attributes may be NULL for a default mutex.
@@ -75,6 +78,7 @@ public:
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
         items_.push(item);
         counters_.noteQueued();
+        signal_.added(items_.size());
     }
 
     // Moves the oldest items to the end of batch until it holds kBatchSize.
@@ -91,6 +95,14 @@ public:
 
     DeliveryCounters& counters() { return counters_; }
 
+    // The send thread's idle wait: ends at the next tick with alarms waiting,
+    // or at once when a full batch waits.
+    void waitIdle(std::chrono::nanoseconds tick) override {
+        lock();
+        signal_.wait(mutex_, tick, [this] { return items_.size(); });
+        unlock();
+    }
+
     static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
@@ -102,6 +114,7 @@ private:
     const char* logSource_;
     pthread_mutex_t mutex_;
     std::queue<T*, std::deque<T*>> items_;
+    WorkSignal signal_{kBatchSize};
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
     DeliveryCounters counters_;

@@ -66,17 +66,18 @@ int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_R
     return -1;
 }
 
-// One attempt of a send thread: takes a batch when it holds none (pausing
-// when there is nothing to send), builds and posts it once, tells counters how
-// it ended, and empties it once the agent settled it. A batch that cannot be
-// built is tried again by the next pass at once.
+// One attempt of a send thread: takes a batch when it holds none (waiting
+// on the manager's queue when there is nothing to send), builds and posts it
+// once, tells the queue's counters how it ended, and empties it once the
+// agent settled it. A batch that cannot be built is tried again by the next
+// pass at once.
 template <typename Manager, typename Item>
-void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*),
-              DeliveryCounters& counters, std::list<Item*>& batch) {
+void SendPass(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& profile,
+              int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), std::list<Item*>& batch) {
     if (batch.empty()) {
         manager->getSendAlarmDatas(batch);
         if (batch.empty()) {
-            Pause(kIdlePollSeconds);
+            IdleWait(kIdlePollSeconds, queue);
             return;
         }
     }
@@ -89,28 +90,28 @@ void SendPass(Manager* manager, const SendProfile& profile, int (*settle)(std::l
     const std::size_t size = batch.size();
     if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
         // Freed (and emptied) after "OK"; dropped when the answer could not even be read.
-        counters.noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
+        queue.counters().noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
         batch.clear();
         return;
     }
-    counters.noteRetry();
+    queue.counters().noteRetry();
 }
 
 // The body of a send thread; never returns. Manager provides
 //   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// settle decides on the answer (1 settled, -1 again), and counters are the
-// manager's queue's, told how each batch ended. The same batch goes out until
-// the agent settles it; nothing is dropped or reordered meanwhile, also when a
-// pass fails for lack of memory: the batch outlives the pass and is sent again
-// after the retry pause.
+// queue is the manager's own (it wakes the idle wait and keeps the delivery
+// counters), and settle decides on the answer (1 settled, -1 again). The same
+// batch goes out until the agent settles it; nothing is dropped or reordered
+// meanwhile, also when a pass fails for lack of memory: the batch outlives
+// the pass and is sent again after the retry pause.
 template <typename Manager, typename Item>
-void RunSendLoop(Manager* manager, const SendProfile& profile,
-                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), DeliveryCounters& counters) {
+void RunSendLoop(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& profile,
+                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
     std::list<Item*> batch;
     const CallSite site{profile.logSource, __LINE__, profile.threadFunction};
     for (;;) {
         const bool passed = NoThrow(site, false, [&] {
-            SendPass(manager, profile, settle, counters, batch);
+            SendPass(manager, queue, profile, settle, batch);
             return true;
         });
         if (!passed) {

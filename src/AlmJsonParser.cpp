@@ -1,9 +1,12 @@
 #include "AlmJsonParser.h"
 
+#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <new>
 
 #include "AlarmAdapter.h"
 #include "AlarmBuildAlarmConfInfo.h"
@@ -11,9 +14,65 @@
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
 
+namespace alarmsdk {
+
+// What one push document needs besides its tree until it is printed: the
+// integer texts its number nodes point at, and a running count of the bytes
+// the printed text will take, so that it is printed into one buffer sized
+// once instead of one grown by copies.
+class DocumentScratch {
+public:
+    explicit DocumentScratch(std::size_t numbers)
+        : texts_(new (std::nothrow) char[numbers * kTextSize]), capacity_(texts_ ? numbers * kTextSize : 0) {}
+
+    // The decimal text of value, kept as long as the scratch; NULL when the
+    // scratch is full or cJSON would print the value otherwise. cJSON prints
+    // numbers with 15 significant digits, so below 10^15 its text is exactly
+    // the integer's digits; larger values keep cJSON's own text.
+    const char* integerText(int64_t value) {
+        constexpr int64_t kExactBelow = 1000000000000000LL;
+        if (value >= kExactBelow || value <= -kExactBelow || used_ + kTextSize > capacity_) {
+            return nullptr;
+        }
+        char* text = texts_.get() + used_;
+        char* end = std::to_chars(text, text + kTextSize - 1, value).ptr;
+        *end = '\0';
+        used_ += static_cast<std::size_t>(end - text) + 1;
+        return text;
+    }
+
+    void count(std::size_t bytes) { printed_ += bytes; }
+    // The printed size counted so far, with room for what the count leaves
+    // out (escaped characters make cJSON grow the buffer once).
+    int bufferSize() const { return static_cast<int>(printed_ + printed_ / 64 + 64); }
+
+private:
+    static constexpr std::size_t kTextSize = 24;  // "-999999999999999" and its terminator, rounded up
+    std::unique_ptr<char[]> texts_;
+    std::size_t used_ = 0;
+    std::size_t capacity_;
+    std::size_t printed_ = 2;  // the root's braces
+};
+
+}  // namespace alarmsdk
+
 namespace {
 
+using alarmsdk::DocumentScratch;
+
 const char kLogSource[] = "../src/AlmJsonParser";
+
+// Numbers an alarm object of each generation carries, and a legacy document's service node.
+constexpr std::size_t kNumbersPerAlarmEx = 4;
+constexpr std::size_t kNumbersPerModel = 10;
+constexpr std::size_t kNumbersPerServiceNode = 2;
+
+// Counts a member "key":value, and the comma before it, toward the printed size.
+void Count(DocumentScratch* scratch, const char* key, std::size_t valueBytes) {
+    if (scratch != nullptr) {
+        scratch->count(std::strlen(key) + 4 + valueBytes);
+    }
+}
 
 // Attaches item under key, or frees it when it cannot be attached. Keys are
 // always literals: cJSON keeps them by reference, saving a third of the
@@ -24,19 +83,66 @@ void Attach(cJSON* object, const char* key, cJSON* item) {
     }
 }
 
-void AddString(cJSON* object, const char* key, const char* value) { Attach(object, key, cJSON_CreateString(value)); }
+// An object or array member; its braces count toward the printed size.
+void AttachNode(cJSON* object, const char* key, cJSON* item, DocumentScratch* scratch) {
+    Count(scratch, key, 2);
+    Attach(object, key, item);
+}
 
-// cJSON numbers are doubles: integers print exactly up to 15 significant
-// digits, which covers millisecond time stamps.
-void AddNumber(cJSON* object, const char* key, int64_t value) {
-    Attach(object, key, cJSON_CreateNumber(static_cast<double>(value)));
+// A copy of value: for texts that do not outlive the build.
+void AddString(cJSON* object, const char* key, const char* value, DocumentScratch* scratch) {
+    Count(scratch, key, std::strlen(value) + 2);
+    Attach(object, key, cJSON_CreateString(value));
+}
+
+// value by reference: it must stay unchanged until the tree is printed, as the
+// records of a batch being sent do.
+void AddText(cJSON* object, const char* key, const char* value, std::size_t length, DocumentScratch* scratch) {
+    Count(scratch, key, length + 2);
+    Attach(object, key, cJSON_CreateStringReference(value));
+}
+
+void AddText(cJSON* object, const char* key, const std::string& value, DocumentScratch* scratch) {
+    AddText(object, key, value.c_str(), value.size(), scratch);
+}
+
+// A fixed-size field of a record, terminated inside it.
+template <std::size_t N>
+void AddText(cJSON* object, const char* key, const char (&field)[N], DocumentScratch* scratch) {
+    AddText(object, key, field, scratch != nullptr ? strnlen(field, N) : 0, scratch);
+}
+
+// An integer: as raw text kept in the scratch (what cJSON would print, without
+// its floating-point formatting), or as a cJSON number when there is none.
+void AddNumber(cJSON* object, const char* key, int64_t value, DocumentScratch* scratch) {
+    const char* text = scratch != nullptr ? scratch->integerText(value) : nullptr;
+    if (text == nullptr) {
+        Count(scratch, key, 24);
+        Attach(object, key, cJSON_CreateNumber(static_cast<double>(value)));
+        return;
+    }
+    Count(scratch, key, std::strlen(text));
+    cJSON* item = cJSON_CreateStringReference(text);
+    if (item != nullptr) {
+        // A raw node printed as is, and by reference: deleting the tree leaves the text alone.
+        item->type = cJSON_Raw | cJSON_IsReference;
+    }
+    Attach(object, key, item);
+}
+
+// Prints the finished tree into one buffer from cJSON's allocator, sized from
+// the count when there is one, and deletes the tree.
+char* PrintAndDelete(cJSON* root, const DocumentScratch& scratch) {
+    char* text = cJSON_PrintBuffered(root, scratch.bufferSize(), 0);
+    cJSON_Delete(root);
+    return text;
 }
 
 // The "payload" object of either generation: {"alarmList":[one object per record]}.
 // A record that yields no object is left out.
 template <typename Record>
-cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*), const char* function,
-                  const char* noArrayMessage) {
+cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*, DocumentScratch*),
+                  DocumentScratch* scratch, const char* function, const char* noArrayMessage) {
     cJSON* pJsonPayload = cJSON_CreateObject();
     if (pJsonPayload == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonPayload is null!", function);
@@ -50,9 +156,10 @@ cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*), 
         return nullptr;
     }
     for (Record* record : records) {
-        cJSON_AddItemToArray(pJsonAlarmList, genOne(record));
+        Count(scratch, "", 0);  // an object's braces and comma in the array
+        cJSON_AddItemToArray(pJsonAlarmList, genOne(record, scratch));
     }
-    Attach(pJsonPayload, "alarmList", pJsonAlarmList);
+    AttachNode(pJsonPayload, "alarmList", pJsonAlarmList, scratch);
     return pJsonPayload;
 }
 
@@ -69,29 +176,31 @@ char* AlmJsonParser::GenRestDataJsonEx(const std::list<AlarmEx*>& alarms) {
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJsonEx, pJsonBusiness is null.");
         return nullptr;
     }
-    AddString(pJsonBusiness, "name", "PushAlarm");
-    Attach(pJsonRoot, "business", pJsonBusiness);
+    DocumentScratch scratch(alarms.size() * kNumbersPerAlarmEx);
+    AddText(pJsonBusiness, "name", "PushAlarm", 9, &scratch);
+    AttachNode(pJsonRoot, "business", pJsonBusiness, &scratch);
 
-    cJSON* pJsonPayload = GenPayloadNodeEx(alarms);
+    cJSON* pJsonPayload = BuildPayloadEx(alarms, &scratch);
     if (pJsonPayload == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJsonEx, pJsonPayload is null.");
         return nullptr;
     }
-    Attach(pJsonRoot, "payload", pJsonPayload);
-    AddString(pJsonRoot, "Receiver", "SendAlarm");
-
-    char* text = cJSON_PrintUnformatted(pJsonRoot);
-    cJSON_Delete(pJsonRoot);
-    return text;
+    AttachNode(pJsonRoot, "payload", pJsonPayload, &scratch);
+    AddText(pJsonRoot, "Receiver", "SendAlarm", 9, &scratch);
+    return PrintAndDelete(pJsonRoot, scratch);
 }
 
-cJSON* AlmJsonParser::GenPayloadNodeEx(const std::list<AlarmEx*>& alarms) {
-    return GenPayload(alarms, &AlmJsonParser::GenAlarmEx, "AlmJsonParser::GenPayloadNodeEx",
+cJSON* AlmJsonParser::GenPayloadNodeEx(const std::list<AlarmEx*>& alarms) { return BuildPayloadEx(alarms, nullptr); }
+
+cJSON* AlmJsonParser::BuildPayloadEx(const std::list<AlarmEx*>& alarms, DocumentScratch* scratch) {
+    return GenPayload(alarms, &AlmJsonParser::BuildAlarmEx, scratch, "AlmJsonParser::GenPayloadNodeEx",
                       "AlmJsonParser::GenPayloadNodeEx, pJsonpJsonAlarmList is NULL.");
 }
 
-cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) {
+cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) { return BuildAlarmEx(pAlarm, nullptr); }
+
+cJSON* AlmJsonParser::BuildAlarmEx(AlarmEx* pAlarm, DocumentScratch* scratch) {
     if (pAlarm == nullptr) {
         ALM_LOG_ERROR("In %s, pAlarm is null!", "AlmJsonParser::GenAlarmEx");
         return nullptr;
@@ -102,51 +211,47 @@ cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) {
         return nullptr;
     }
 
-    // Both are written twice (here and in "callBackInfo"): fetch each once.
-    const std::string serviceName = pAlarm->getServiceName();
-    const std::string serviceIp = pAlarm->GetServiceIp();
-    const char* alarmId = pAlarm->getAlarmId();
-
-    AddString(pAlarmJson, "alarmId", alarmId);
-    AddString(pAlarmJson, "appId", pAlarm->getAppId().c_str());
-    AddNumber(pAlarmJson, "occurTime", static_cast<int64_t>(pAlarm->GetAlarmTime()));
-    AddString(pAlarmJson, "serviceName", serviceName.c_str());
-    AddString(pAlarmJson, "serviceIp", serviceIp.c_str());
-    AddNumber(pAlarmJson, "servicePort", pAlarm->getServicePort() & 0xFFFF);
-    AddString(pAlarmJson, "serviceLabel", pAlarm->getServiceLabel().c_str());
-    if (std::strcmp(alarmId, "0") == 0) {
+    const AlarmEx& alarm = *pAlarm;
+    AddText(pAlarmJson, "alarmId", alarm.m_szAlarmId, scratch);
+    AddText(pAlarmJson, "appId", alarm.m_strAppId, scratch);
+    AddNumber(pAlarmJson, "occurTime", alarm.m_lAlarmTime, scratch);
+    AddText(pAlarmJson, "serviceName", alarm.m_strServiceName, scratch);
+    AddText(pAlarmJson, "serviceIp", alarm.m_strServiceIp, scratch);
+    AddNumber(pAlarmJson, "servicePort", alarm.m_uServicePort & 0xFFFF, scratch);
+    AddText(pAlarmJson, "serviceLabel", alarm.m_strServiceLabel, scratch);
+    if (std::strcmp(alarm.m_szAlarmId, "0") == 0) {
         return pAlarmJson;
     }
 
-    AddNumber(pAlarmJson, "alarmType", pAlarm->getAlarmType());
-    AddString(pAlarmJson, "serviceId", pAlarm->getServiceId().c_str());
-    AddString(pAlarmJson, "serviceInstId", pAlarm->getServiceInsId().c_str());
-    AddNumber(pAlarmJson, "rsetClear", static_cast<int64_t>(pAlarm->getRsetClear()));
-    AddString(pAlarmJson, "nodeIp", pAlarm->getNodeIp().c_str());
+    AddNumber(pAlarmJson, "alarmType", alarm.m_iAlarmType, scratch);
+    AddText(pAlarmJson, "serviceId", alarm.m_strServiceId, scratch);
+    AddText(pAlarmJson, "serviceInstId", alarm.m_strServiceInsId, scratch);
+    AddNumber(pAlarmJson, "rsetClear", alarm.m_lRsetClear, scratch);
+    AddText(pAlarmJson, "nodeIp", alarm.m_strNodeIp, scratch);
 
     cJSON* pJsonParams = cJSON_CreateArray();
     if (pJsonParams != nullptr) {
-        const std::map<std::string, std::string> params = pAlarm->getParamMap();
-        for (const auto& param : params) {
+        for (const auto& param : alarm.m_mapParams) {
             cJSON* pJsonParam = cJSON_CreateObject();
             if (pJsonParam == nullptr) {
                 continue;
             }
-            AddString(pJsonParam, "paramName", param.first.c_str());
-            AddString(pJsonParam, "paramValue", param.second.c_str());
+            Count(scratch, "", 0);
+            AddText(pJsonParam, "paramName", param.first, scratch);
+            AddText(pJsonParam, "paramValue", param.second, scratch);
             cJSON_AddItemToArray(pJsonParams, pJsonParam);
         }
     }
 
     cJSON* pJsonCallBack = cJSON_CreateObject();
     if (pJsonCallBack != nullptr) {
-        AddString(pJsonCallBack, "serviceName", serviceName.c_str());
-        AddString(pJsonCallBack, "registerName", serviceName.c_str());
-        AddString(pJsonCallBack, "serviceIp", serviceIp.c_str());
+        AddText(pJsonCallBack, "serviceName", alarm.m_strServiceName, scratch);
+        AddText(pJsonCallBack, "registerName", alarm.m_strServiceName, scratch);
+        AddText(pJsonCallBack, "serviceIp", alarm.m_strServiceIp, scratch);
     }
     // Built after the parameters, but the agent expects it before them.
-    Attach(pAlarmJson, "callBackInfo", pJsonCallBack);
-    Attach(pAlarmJson, "parameters", pJsonParams);
+    AttachNode(pAlarmJson, "callBackInfo", pJsonCallBack, scratch);
+    AttachNode(pAlarmJson, "parameters", pJsonParams, scratch);
     return pAlarmJson;
 }
 
@@ -178,40 +283,43 @@ char* AlmJsonParser::GenRestDataJson(const std::list<_AlarmModel*>& models) {
     if (pJsonRoot == nullptr) {
         return nullptr;
     }
+    DocumentScratch scratch(models.size() * kNumbersPerModel + kNumbersPerServiceNode);
     // The fixed text, not a service's name: the agent has always received it so.
-    cJSON* pJsonService = GenServiceNode("szServiceName");
+    cJSON* pJsonService = BuildServiceNode("szServiceName", &scratch);
     if (pJsonService == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonService is null.");
         return nullptr;
     }
-    Attach(pJsonRoot, "service", pJsonService);
+    AttachNode(pJsonRoot, "service", pJsonService, &scratch);
     cJSON* pJsonBusiness = cJSON_CreateObject();
     if (pJsonBusiness == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonBusiness is null.");
         return nullptr;
     }
-    AddString(pJsonBusiness, "name", "PushAlarm");
-    Attach(pJsonRoot, "business", pJsonBusiness);
-    cJSON* pJsonPayload = GenPayloadNode(models);
+    AddText(pJsonBusiness, "name", "PushAlarm", 9, &scratch);
+    AttachNode(pJsonRoot, "business", pJsonBusiness, &scratch);
+    cJSON* pJsonPayload = BuildPayload(models, &scratch);
     if (pJsonPayload == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonPayload is null.");
         return nullptr;
     }
-    Attach(pJsonRoot, "payload", pJsonPayload);
-    char* text = cJSON_PrintUnformatted(pJsonRoot);
-    cJSON_Delete(pJsonRoot);
-    return text;
+    AttachNode(pJsonRoot, "payload", pJsonPayload, &scratch);
+    return PrintAndDelete(pJsonRoot, scratch);
 }
 
-cJSON* AlmJsonParser::GenPayloadNode(const std::list<_AlarmModel*>& models) {
-    return GenPayload(models, &AlmJsonParser::GenAlarmModel, "AlmJsonParser::GenPayloadNode",
+cJSON* AlmJsonParser::GenPayloadNode(const std::list<_AlarmModel*>& models) { return BuildPayload(models, nullptr); }
+
+cJSON* AlmJsonParser::BuildPayload(const std::list<_AlarmModel*>& models, DocumentScratch* scratch) {
+    return GenPayload(models, &AlmJsonParser::BuildAlarmModel, scratch, "AlmJsonParser::GenPayloadNode",
                       "AlmJsonParser::GenPayloadNode, pJsonpJsonAlarmList is NULL.");
 }
 
-cJSON* AlmJsonParser::GenServiceNode(const char* name) {
+cJSON* AlmJsonParser::GenServiceNode(const char* name) { return BuildServiceNode(name, nullptr); }
+
+cJSON* AlmJsonParser::BuildServiceNode(const char* name, DocumentScratch* scratch) {
     cJSON* pJsonService = cJSON_CreateObject();
     if (pJsonService == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonService is null!", "AlmJsonParser::GenServiceNode");
@@ -230,15 +338,18 @@ cJSON* AlmJsonParser::GenServiceNode(const char* name) {
         ALM_LOG_ERROR("AlmJsonParser::GenServiceNode, iLocalPort is INVALID.");
         return nullptr;
     }
-    AddString(pJsonService, "name", name != nullptr ? name : "");
-    AddString(pJsonService, "appid", szAppID);
-    AddString(pJsonService, "ipaddress", AlmRukInterface::GetNodeIP().c_str());
-    AddNumber(pJsonService, "port", iLocalPort);
-    AddNumber(pJsonService, "time_stamp", m_lTimeStamp);
+    // Once per document: these are copied rather than kept alive.
+    AddString(pJsonService, "name", name != nullptr ? name : "", scratch);
+    AddString(pJsonService, "appid", szAppID, scratch);
+    AddString(pJsonService, "ipaddress", AlmRukInterface::GetNodeIP().c_str(), scratch);
+    AddNumber(pJsonService, "port", iLocalPort, scratch);
+    AddNumber(pJsonService, "time_stamp", m_lTimeStamp, scratch);
     return pJsonService;
 }
 
-cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) {
+cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) { return BuildAlarmModel(alarmModel, nullptr); }
+
+cJSON* AlmJsonParser::BuildAlarmModel(_AlarmModel* alarmModel, DocumentScratch* scratch) {
     if (alarmModel == nullptr) {
         ALM_LOG_ERROR("In %s, alarmModel is null!", "AlmJsonParser::GenAlarmModel");
         return nullptr;
@@ -248,17 +359,19 @@ cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) {
         ALM_LOG_ERROR("In %s, pAlarmJson is null!", "AlmJsonParser::GenAlarmModel");
         return nullptr;
     }
-    AddString(pAlarmJson, "alarmName", alarmModel->alarmName);
-    AddString(pAlarmJson, "appId", alarmModel->appId);
-    AddString(pAlarmJson, "alarmId", alarmModel->alarmId);
+    const _AlarmModel& model = *alarmModel;
+    AddText(pAlarmJson, "alarmName", model.alarmName, scratch);
+    AddText(pAlarmJson, "appId", model.appId, scratch);
+    AddText(pAlarmJson, "alarmId", model.alarmId, scratch);
 
-    if (std::strcmp(alarmModel->alarmId, "0") == 0) {
-        // The reset-clear registration: the service and every alarm it may have left standing.
+    if (std::strcmp(model.alarmId, "0") == 0) {
+        // The reset-clear registration: the service and every alarm it may
+        // have left standing. Rare, so its texts are copies.
         const std::list<std::string> serviceNames = ALM_GetServiceNames();
         if (!serviceNames.empty()) {
-            AddString(pAlarmJson, "serviceName", serviceNames.front().c_str());
+            AddString(pAlarmJson, "serviceName", serviceNames.front().c_str(), scratch);
         }
-        AddString(pAlarmJson, "serviceIp", AlmRukInterface::GetServiceIp().c_str());
+        AddString(pAlarmJson, "serviceIp", AlmRukInterface::GetServiceIp().c_str(), scratch);
         cJSON* clearList = cJSON_CreateArray();
         if (clearList != nullptr) {
             for (const std::string& id : ALM_GetAlarmIds()) {
@@ -266,34 +379,35 @@ cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) {
                 if (entry == nullptr) {
                     continue;
                 }
-                AddString(entry, "alarmId", id.c_str());
+                Count(scratch, "", 0);
+                AddString(entry, "alarmId", id.c_str(), scratch);
                 cJSON_AddItemToArray(clearList, entry);
             }
         }
-        Attach(pAlarmJson, "restClearAlarmList", clearList);
-        AddNumber(pAlarmJson, "occurTime", static_cast<int64_t>(ALM_GetCurrMs()));
+        AttachNode(pAlarmJson, "restClearAlarmList", clearList, scratch);
+        AddNumber(pAlarmJson, "occurTime", static_cast<int64_t>(ALM_GetCurrMs()), scratch);
         return pAlarmJson;
     }
 
-    AddString(pAlarmJson, "appName", alarmModel->appName);
-    AddString(pAlarmJson, "serviceName", alarmModel->serviceName);
-    AddNumber(pAlarmJson, "alarmEventType", alarmModel->alarmEventType);
-    AddNumber(pAlarmJson, "genClearAlarmType", alarmModel->genClearAlarmType);
-    AddNumber(pAlarmJson, "alarmLevel", alarmModel->alarmLevel);
-    AddNumber(pAlarmJson, "alarmGenTime", alarmModel->alarmGenTime);
-    AddNumber(pAlarmJson, "alarmClearTime", alarmModel->alarmClearTime);
-    AddNumber(pAlarmJson, "alarmClearType", alarmModel->alarmClearType);
-    AddNumber(pAlarmJson, "isCanAutoClearType", alarmModel->isCanAutoClearType);
-    AddNumber(pAlarmJson, "eventType", alarmModel->eventType);
-    AddString(pAlarmJson, "probableCause", alarmModel->probableCause);
+    AddText(pAlarmJson, "appName", model.appName, scratch);
+    AddText(pAlarmJson, "serviceName", model.serviceName, scratch);
+    AddNumber(pAlarmJson, "alarmEventType", model.alarmEventType, scratch);
+    AddNumber(pAlarmJson, "genClearAlarmType", model.genClearAlarmType, scratch);
+    AddNumber(pAlarmJson, "alarmLevel", model.alarmLevel, scratch);
+    AddNumber(pAlarmJson, "alarmGenTime", model.alarmGenTime, scratch);
+    AddNumber(pAlarmJson, "alarmClearTime", model.alarmClearTime, scratch);
+    AddNumber(pAlarmJson, "alarmClearType", model.alarmClearType, scratch);
+    AddNumber(pAlarmJson, "isCanAutoClearType", model.isCanAutoClearType, scratch);
+    AddNumber(pAlarmJson, "eventType", model.eventType, scratch);
+    AddText(pAlarmJson, "probableCause", model.probableCause, scratch);
     // Both keys carry the node address; the agent reads either.
-    AddString(pAlarmJson, "nodeID", alarmModel->nodeIp);
-    AddString(pAlarmJson, "NodeIp", alarmModel->nodeIp);
-    AddString(pAlarmJson, "serviceID", alarmModel->serviceID);
-    AddString(pAlarmJson, "serviceInstID", alarmModel->serviceInstID);
-    AddNumber(pAlarmJson, "rsetClear", alarmModel->rsetClear);
-    AddString(pAlarmJson, "location", alarmModel->location);
-    AddString(pAlarmJson, "appendInfo", alarmModel->appendInfo);
+    AddText(pAlarmJson, "nodeID", model.nodeIp, scratch);
+    AddText(pAlarmJson, "NodeIp", model.nodeIp, scratch);
+    AddText(pAlarmJson, "serviceID", model.serviceID, scratch);
+    AddText(pAlarmJson, "serviceInstID", model.serviceInstID, scratch);
+    AddNumber(pAlarmJson, "rsetClear", model.rsetClear, scratch);
+    AddText(pAlarmJson, "location", model.location, scratch);
+    AddText(pAlarmJson, "appendInfo", model.appendInfo, scratch);
     return pAlarmJson;
 }
 

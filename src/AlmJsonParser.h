@@ -12,6 +12,10 @@
 class AlarmEx;
 struct _AlarmModel;
 
+namespace alarmsdk {
+class DocumentScratch;
+}
+
 class AlmJsonParser {
 public:
     AlmJsonParser() = default;
@@ -25,7 +29,8 @@ public:
     // The "payload" object of that document (caller deletes it), or NULL.
     static cJSON* GenPayloadNodeEx(const std::list<AlarmEx*>& alarms);
     // One alarm object (caller deletes it), or NULL for a null record. An
-    // alarm with the id "0" carries only its first seven keys.
+    // alarm with the id "0" carries only its first seven keys. The object
+    // refers to the record's texts: print it while the record lives.
     static cJSON* GenAlarmEx(AlarmEx* pAlarm);
     // The agent's answer: "OK" when "retCode" reads as integer 0 (which
     // includes strings, false, null, arrays and objects), "Failed" for any
@@ -42,13 +47,23 @@ public:
     // "port", "time_stamp"; NULL when APPID is unset or the port is 65535.
     static cJSON* GenServiceNode(const char* name);
     // One legacy alarm object (caller deletes it). Alarm id "0" gives the
-    // reset-clear registration object.
+    // reset-clear registration object. Like GenAlarmEx, it refers to the
+    // model's texts.
     static cJSON* GenAlarmModel(_AlarmModel* alarmModel);
     // The legacy answer's "returncode" string, or "".
     static std::string GetRetCode(const char* json);
 
     // Written into the legacy service node as "time_stamp"; nothing assigns it.
     static int64_t m_lTimeStamp;
+
+private:
+    // The builders behind the public ones; with scratch (the whole-document
+    // path) numbers are written as integer text kept there.
+    static cJSON* BuildPayloadEx(const std::list<AlarmEx*>& alarms, alarmsdk::DocumentScratch* scratch);
+    static cJSON* BuildAlarmEx(AlarmEx* pAlarm, alarmsdk::DocumentScratch* scratch);
+    static cJSON* BuildPayload(const std::list<_AlarmModel*>& models, alarmsdk::DocumentScratch* scratch);
+    static cJSON* BuildServiceNode(const char* name, alarmsdk::DocumentScratch* scratch);
+    static cJSON* BuildAlarmModel(_AlarmModel* alarmModel, alarmsdk::DocumentScratch* scratch);
 };
 
 #endif

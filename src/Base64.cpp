@@ -1,6 +1,7 @@
 #include "Base64.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "AlmLog.h"
 
@@ -8,7 +9,7 @@ namespace {
 
 const char kLogSource[] = "../src/Base64";
 
-// constexpr: the decoding table below is built from it at compile time.
+// constexpr: the tables below are built from it at compile time.
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr uint8_t kSkip = 253;
@@ -33,6 +34,37 @@ struct DecodeTable {
 
 constexpr DecodeTable kDecode;
 
+// Both characters of each 12-bit value: a group of 3 bytes is two lookups.
+struct PairTable {
+    char pair[4096][2];
+    constexpr PairTable() : pair() {
+        for (int i = 0; i < 4096; ++i) {
+            pair[i][0] = kAlphabet[i >> 6];
+            pair[i][1] = kAlphabet[i & 63];
+        }
+    }
+};
+
+constexpr PairTable kPairs;
+
+// The 24-bit value of a group, one table per position, with kBad for every
+// byte that is not in the alphabet: four lookups and one test per group.
+constexpr uint32_t kBad = 0xFF000000u;
+
+struct GroupTables {
+    uint32_t position[4][256];
+    constexpr GroupTables() : position() {
+        for (int p = 0; p < 4; ++p) {
+            for (int c = 0; c < 256; ++c) {
+                const uint8_t value = kDecode.entry[c];
+                position[p][c] = value < 64 ? static_cast<uint32_t>(value) << (6 * (3 - p)) : kBad;
+            }
+        }
+    }
+};
+
+constexpr GroupTables kGroups;
+
 }  // namespace
 
 unsigned int cmove_bits(unsigned char value, unsigned int left, unsigned int right) {
@@ -56,27 +88,24 @@ int zeb_alm_base64_encode(char* indata, int inlen, char* outdata, unsigned int* 
     const int pad = (inlen % 3 == 0) ? 0 : 3 - inlen % 3;
     const int paddedLength = inlen + pad;
     const unsigned char* in = reinterpret_cast<const unsigned char*>(indata);
+    const unsigned char* const fullEnd = in + (inlen - inlen % 3);
     char* out = outdata;
-    for (int p = 0; p < paddedLength; p += 3) {
-        const bool last = p + 3 >= paddedLength;
-        // The last group never reads the bytes past inlen.
-        const unsigned char b0 = in[p];
-        const unsigned char b1 = (last && pad == 2) ? 0 : in[p + 1];
-        const unsigned char b2 = (last && pad >= 1) ? 0 : in[p + 2];
-        *out++ = kAlphabet[(b0 >> 2) & 63];
-        if (!last || pad == 0) {
-            *out++ = kAlphabet[cmove_bits(b0, 6, 2) + cmove_bits(b1, 0, 4)];
-            *out++ = kAlphabet[cmove_bits(b1, 4, 2) + cmove_bits(b2, 0, 6)];
-            *out++ = kAlphabet[b2 & 63];
-        } else if (pad == 1) {
-            *out++ = kAlphabet[cmove_bits(b0, 6, 2) + cmove_bits(b1, 0, 4)];
-            *out++ = kAlphabet[cmove_bits(b1, 4, 2)];
-            *out++ = '=';
-        } else {
-            *out++ = kAlphabet[cmove_bits(b0, 6, 2)];
-            *out++ = '=';
-            *out++ = '=';
-        }
+    for (; in != fullEnd; in += 3, out += 4) {
+        const uint32_t group = (static_cast<uint32_t>(in[0]) << 16) | (static_cast<uint32_t>(in[1]) << 8) | in[2];
+        std::memcpy(out, kPairs.pair[group >> 12], 2);
+        std::memcpy(out + 2, kPairs.pair[group & 0xFFF], 2);
+    }
+    // The last group never reads the bytes past inlen.
+    if (pad == 1) {
+        out[0] = kAlphabet[(in[0] >> 2) & 63];
+        out[1] = kAlphabet[cmove_bits(in[0], 6, 2) + cmove_bits(in[1], 0, 4)];
+        out[2] = kAlphabet[cmove_bits(in[1], 4, 2)];
+        out[3] = '=';
+    } else if (pad == 2) {
+        out[0] = kAlphabet[(in[0] >> 2) & 63];
+        out[1] = kAlphabet[cmove_bits(in[0], 6, 2)];
+        out[2] = '=';
+        out[3] = '=';
     }
     if (outlen != nullptr) {
         *outlen = static_cast<unsigned int>(static_cast<int64_t>(paddedLength) * 8 / 6);
@@ -96,14 +125,38 @@ int zeb_alm_base64_decode(char* indata, int inlen, char* outdata, int* outlen) {
     if ((inlen & 3) != 0) {
         return -1;
     }
+    // Decoding runs to the first zero byte, whatever inlen says.
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(indata);
+    const unsigned char* const end = in + std::strlen(indata);
     uint32_t accumulator = 0;
     int inGroup = 0;
     int written = 0;
     // Lowered by every '=' and never reset: later groups keep losing bytes.
     int bytesPerGroup = 3;
     unsigned char* out = reinterpret_cast<unsigned char*>(outdata);
-    for (const unsigned char* in = reinterpret_cast<const unsigned char*>(indata); *in != 0; ++in) {
-        uint8_t value = kDecode.entry[*in];
+    while (in != end) {
+        // Whole groups of four alphabet characters, while no group is open
+        // and no '=' has been seen: the common case, a group at a time.
+        if (inGroup == 0 && bytesPerGroup == 3) {
+            while (end - in >= 4) {
+                const uint32_t group = kGroups.position[0][in[0]] | kGroups.position[1][in[1]] |
+                                       kGroups.position[2][in[2]] | kGroups.position[3][in[3]];
+                if ((group & kBad) != 0) {
+                    break;
+                }
+                out[written] = static_cast<unsigned char>(group >> 16);
+                out[written + 1] = static_cast<unsigned char>(group >> 8);
+                out[written + 2] = static_cast<unsigned char>(group);
+                written += 3;
+                in += 4;
+            }
+            if (in == end) {
+                break;
+            }
+        }
+        // Anything else a character at a time: whitespace, '=', a bad byte,
+        // or the rest of a group they interrupted.
+        uint8_t value = kDecode.entry[*in++];
         if (value == kInvalid) {
             return -1;
         }

@@ -15,7 +15,10 @@ void SleepSeconds(unsigned int seconds) {
     }
 }
 
+void WaitOnWork(unsigned int seconds, IdleWaitable& work) { work.waitIdle(std::chrono::seconds(seconds)); }
+
 std::atomic<PauseFunction> g_pause{&SleepSeconds};
+std::atomic<IdleWaitFunction> g_idleWait{&WaitOnWork};
 
 }  // namespace
 
@@ -23,6 +26,12 @@ void Pause(unsigned int seconds) { g_pause.load(std::memory_order_acquire)(secon
 
 PauseFunction SetPauseFunction(PauseFunction fn) {
     return g_pause.exchange(fn != nullptr ? fn : &SleepSeconds, std::memory_order_acq_rel);
+}
+
+void IdleWait(unsigned int seconds, IdleWaitable& work) { g_idleWait.load(std::memory_order_acquire)(seconds, work); }
+
+IdleWaitFunction SetIdleWaitFunction(IdleWaitFunction fn) {
+    return g_idleWait.exchange(fn != nullptr ? fn : &WaitOnWork, std::memory_order_acq_rel);
 }
 
 }  // namespace alarmsdk

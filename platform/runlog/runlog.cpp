@@ -7,6 +7,7 @@
 // calling thread's stack.
 #include "runlog.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -31,6 +32,8 @@ constexpr std::size_t kStackFormat = 1024;
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 Runlog_CaptureFn g_captureFn = nullptr;
 void* g_captureContext = nullptr;
+// Mirrors g_captureFn != nullptr, so a message nobody takes costs no lock.
+std::atomic<bool> g_capturing{false};
 pthread_once_t g_atforkOnce = PTHREAD_ONCE_INIT;
 
 // A child forked while another thread held the lock must still be able to log.
@@ -180,16 +183,90 @@ std::size_t FormatText(char* out, const char* format, va_list args) {
     return length;
 }
 
-// "2026-01-02T03:04:05.678Z"
-std::size_t FormatTime(char* out, std::size_t size) {
+// Writes the decimal digits of value at out; returns their count.
+std::size_t PutDecimal(char* out, unsigned long value) {
+    char digits[24];
+    std::size_t n = 0;
+    do {
+        digits[n++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    for (std::size_t i = 0; i < n; ++i) {
+        out[i] = digits[n - 1 - i];
+    }
+    return n;
+}
+
+// Two digits, zero-padded.
+void PutTwo(char* out, int value) {
+    out[0] = static_cast<char>('0' + value / 10 % 10);
+    out[1] = static_cast<char>('0' + value % 10);
+}
+
+// "2026-01-02T03:04:05" of the last second this thread logged in: a second's
+// lines share it, so the calendar is worked out once a second, not per line.
+// Plain data, so it needs no destruction.
+struct SecondText {
+    time_t second = -1;
+    char text[32];
+    std::size_t length = 0;
+};
+thread_local SecondText t_second;
+
+// "2026-01-02T03:04:05.678Z" into out (at least 32 bytes); returns its length.
+std::size_t FormatTime(char* out) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    const int n = std::snprintf(out, size, "%04d-%02d-%02dT%02d:%02d:%02d.%03ldZ", utc.tm_year + 1900,
-                                utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-                                static_cast<long>(now.tv_nsec / 1000000));
-    return n < 0 ? 0 : (static_cast<std::size_t>(n) < size ? static_cast<std::size_t>(n) : size - 1);
+    SecondText& cached = t_second;
+    if (cached.second != now.tv_sec) {
+        tm utc{};
+        gmtime_r(&now.tv_sec, &utc);
+        const int n = std::snprintf(cached.text, sizeof(cached.text), "%04d-%02d-%02dT%02d:%02d:%02d",
+                                    utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                                    utc.tm_sec);
+        cached.length = n < 0 ? 0 : std::strlen(cached.text);
+        cached.second = now.tv_sec;
+    }
+    std::memcpy(out, cached.text, cached.length);
+    std::size_t length = cached.length;
+    const int millis = static_cast<int>(now.tv_nsec / 1000000);
+    out[length++] = '.';
+    out[length++] = static_cast<char>('0' + millis / 100);
+    PutTwo(out + length, millis % 100);
+    length += 2;
+    out[length++] = 'Z';
+    return length;
+}
+
+// Appends text to out[length..size-1], cut so that a terminator still fits.
+std::size_t Append(char* out, std::size_t length, std::size_t size, const char* text, std::size_t textLength) {
+    const std::size_t room = length + 1 < size ? size - 1 - length : 0;
+    const std::size_t n = textLength < room ? textLength : room;
+    std::memcpy(out + length, text, n);
+    return length + n;
+}
+
+std::size_t AppendInt(char* out, std::size_t length, std::size_t size, int value) {
+    char digits[24];
+    std::size_t n = 0;
+    const long long wide = value;
+    if (wide < 0) {
+        digits[n++] = '-';
+    }
+    n += PutDecimal(digits + n, static_cast<unsigned long>(wide < 0 ? -wide : wide));
+    return Append(out, length, size, digits, n);
+}
+
+// "<time> <level> <source>:<line> " into out (size bytes); returns its length.
+std::size_t FormatPrefix(char* out, std::size_t size, int level, const char* source, int line) {
+    std::size_t length = FormatTime(out);
+    length = Append(out, length, size, " ", 1);
+    length = AppendInt(out, length, size, level);
+    length = Append(out, length, size, " ", 1);
+    length = Append(out, length, size, source, std::strlen(source));
+    length = Append(out, length, size, ":", 1);
+    length = AppendInt(out, length, size, line);
+    return Append(out, length, size, " ", 1);
 }
 
 void WriteAll(int fd, const char* data, std::size_t size) {
@@ -213,13 +290,31 @@ void WriteAll(int fd, const char* data, std::size_t size) {
 // destruction while threads still log.
 int g_logFd = -1;
 char g_logFdPath[4096];
+dev_t g_logDevice = 0;
+ino_t g_logInode = 0;
+long long g_logCheckedAt = 0;  // monotonic milliseconds of the last look at the file
 
-// The descriptor for path, with g_lock held: reopened when RUNLOG_FILE names
-// another file or the file was removed (a removed log is created again).
+constexpr long long kFileCheckMillis = 1000;
+
+long long MonotonicMillis() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// The descriptor for path, with g_lock held. Another RUNLOG_FILE is opened at
+// once; whether the file is still the one the name leads to (not removed,
+// renamed away or replaced) is checked once a second, a stat per line being
+// dearer than the line. A file that is gone is created again.
 int LogFileFor(const char* path) {
+    const long long now = MonotonicMillis();
     if (g_logFd >= 0 && std::strncmp(g_logFdPath, path, sizeof(g_logFdPath)) == 0) {
+        if (now - g_logCheckedAt < kFileCheckMillis) {
+            return g_logFd;
+        }
+        g_logCheckedAt = now;
         struct stat st;
-        if (fstat(g_logFd, &st) == 0 && st.st_nlink > 0) {
+        if (stat(path, &st) == 0 && st.st_dev == g_logDevice && st.st_ino == g_logInode) {
             return g_logFd;
         }
     }
@@ -231,8 +326,15 @@ int LogFileFor(const char* path) {
         return -1;
     }
     g_logFd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (g_logFd >= 0) {
+    struct stat st;
+    if (g_logFd >= 0 && fstat(g_logFd, &st) == 0) {
         std::memcpy(g_logFdPath, path, std::strlen(path) + 1);
+        g_logDevice = st.st_dev;
+        g_logInode = st.st_ino;
+        g_logCheckedAt = now;
+    } else if (g_logFd >= 0) {
+        close(g_logFd);
+        g_logFd = -1;
     }
     return g_logFd;
 }
@@ -245,6 +347,7 @@ void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
     pthread_mutex_lock(&g_lock);
     g_captureFn = fn;
     g_captureContext = fn != nullptr ? context : nullptr;
+    g_capturing.store(fn != nullptr, std::memory_order_release);
     pthread_mutex_unlock(&g_lock);
 }
 
@@ -254,10 +357,7 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
 
     const char* path = std::getenv("RUNLOG_FILE");
     const bool toFile = path != nullptr && path[0] != '\0';
-    pthread_mutex_lock(&g_lock);
-    const bool capturing = g_captureFn != nullptr;
-    pthread_mutex_unlock(&g_lock);
-    if (!toFile && level < RUNLOG_LEVEL_ERROR && !capturing) {
+    if (!toFile && level < RUNLOG_LEVEL_ERROR && !g_capturing.load(std::memory_order_acquire)) {
         errno = savedErrno;
         return;
     }
@@ -265,12 +365,7 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
     // One buffer holds the whole line: prefix, text, line break.
     char buffer[kMaxPrefix + kMaxText + 2];
     const char* source = sourceFile != nullptr ? sourceFile : "(null)";
-    std::size_t prefix = FormatTime(buffer, kMaxPrefix);
-    const int n = std::snprintf(buffer + prefix, kMaxPrefix - prefix, " %d %s:%d ", level, source, line);
-    if (n > 0) {
-        prefix += static_cast<std::size_t>(n) < kMaxPrefix - prefix ? static_cast<std::size_t>(n)
-                                                                      : kMaxPrefix - prefix - 1;
-    }
+    const std::size_t prefix = FormatPrefix(buffer, kMaxPrefix, level, source, line);
     char* text = buffer + prefix;
     va_list args;
     va_start(args, format);

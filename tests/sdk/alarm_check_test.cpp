@@ -165,6 +165,15 @@ TEST_F(AlarmCheck, ChecksForSeveralManagersRunInArrivalOrder) {
     }
 }
 
+TEST_F(AlarmCheck, EachQueuedCheckWakesTheIdleCheckThread) {
+    pauses_.wakeOnWork(60000);  // a minute-long tick: only the wake hands a check on within the test
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    for (std::size_t i = 0; i < 3; ++i) {
+        ASSERT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", std::to_string(i)))).status);
+        ASSERT_TRUE(testsupport::WaitUntil([i] { return DeliveredCount() == i + 1; }, 10000));
+    }
+}
+
 TEST_F(AlarmCheck, UndecodableBodiesAreRefusedAndNeverQueued) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const std::string good = Encode(CheckDocument("orders", "1"));

@@ -103,6 +103,37 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     }
 }
 
+// The idle wait on the production queue, its tick stretched or shrunk: with a
+// minute-long tick only a full batch can end it within the test; with a short
+// one a lone alarm leaves at the next tick.
+class IdleWake : public Delivery, public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {
+protected:
+    sdktest::GenerationDriver driver_{std::get<0>(GetParam())};
+};
+
+TEST_P(IdleWake, TheIdleWaitEndsAtAFullBatchOrAtTheNextTick) {
+    const int alarms = std::get<2>(GetParam());
+    auto agent = sdktest::StartAgent();
+    ASSERT_TRUE(agent);
+    pauses_.wakeOnWork(std::get<1>(GetParam()));
+    ASSERT_TRUE(driver_.init());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    for (int i = 0; i < alarms; ++i) {
+        ASSERT_TRUE(driver_.send(std::to_string(i)));
+    }
+    ASSERT_TRUE(agent->waitForAcceptedAlarms(alarms, 20000));
+    const auto requests = agent->requests();
+    ASSERT_EQ(1u, requests.size()) << "the batch left before it was complete";
+    EXPECT_EQ(static_cast<std::size_t>(alarms), requests[0].alarms.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake,
+                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
+                                            ::testing::Values(60000L), ::testing::Values(50)));
+INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake,
+                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
+                                            ::testing::Values(20L), ::testing::Values(1)));
+
 class SharedDeliveryRetry : public Delivery, public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {
 protected:
     sdktest::GenerationDriver driver_{std::get<0>(GetParam())};

@@ -3,16 +3,21 @@
 #include <cjson/cJSON.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <list>
 #include <memory>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "AlarmAdapter.h"
 #include "AlarmEx.h"
 #include "AlarmFixtures.h"
 #include "AlmJsonParser.h"
+#include "FrozenPushDocument.h"
 #include "LogCapture.h"
+#include "TestEnv.h"
 #include "runlog.h"
 
 namespace {
@@ -357,6 +362,129 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
                                  "AlmJsonParser::GenPayloadNodeEx, pJsonpJsonAlarmList is NULL.",
                                  "In AlmJsonParser::GenAlarmEx, pAlarmJson is null!"}) {
         EXPECT_EQ(1u, seen.count(expected)) << expected;
+    }
+}
+
+// Differential: both generations' documents against the builders as they
+// were before they were made cheaper (kept frozen), over random batches of
+// random records: texts with quotes, escapes, control bytes, UTF-8 and stray
+// high bytes (zero bytes inside the C++ strings too), and integers on both
+// sides of the 15 digits cJSON prints exactly.
+class RandomRecords {
+public:
+    explicit RandomRecords(unsigned int seed) : rng_(seed) {}
+
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
+
+    std::string text(bool zeroBytes) {
+        static const std::string kPieces[] = {"a", "Z", "9", "-", "\"", "\\", "/", "\n", "\t", "\x01", "\x1f",
+                                              "\x7f", "\xc3\xa9", "\xe4\xb8\xad", "\xff", " ", "%d", "{}"};
+        std::string out;
+        for (int n = pick(0, 24); n > 0; --n) {
+            out += kPieces[pick(0, 17)];
+        }
+        if (zeroBytes && pick(0, 9) == 0) {
+            out.insert(static_cast<std::size_t>(pick(0, static_cast<int>(out.size()))), 1, '\0');
+        }
+        return out;
+    }
+
+    int64_t integer() {
+        static const int64_t kEdges[] = {0, 1, -1, 999999999999999LL, -999999999999999LL, 1000000000000000LL,
+                                         -1000000000000000LL, 9007199254740993LL, INT64_MAX, INT64_MIN,
+                                         1700000000123LL, 65535};
+        switch (pick(0, 3)) {
+            case 0:
+                return kEdges[pick(0, 11)];
+            case 1:
+                return pick(-1000, 1000);
+            default:
+                return static_cast<int64_t>(std::uniform_int_distribution<uint64_t>()(rng_)) >> pick(0, 62);
+        }
+    }
+
+    std::unique_ptr<AlarmEx> alarm() {
+        static const char* const kIds[] = {"0", "300012", "1", "", "123456789"};
+        // Generate, clear, or a default record's type -1.
+        const int type = pick(0, 2);
+        auto record = type == 2 ? std::make_unique<AlarmEx>()
+                                : std::make_unique<AlarmEx>("", type == 0 ? ZEB_ALARM_GENERATE : ZEB_ALARM_CLEAR);
+        record->setAlarmId(kIds[pick(0, 4)]);
+        for (int n = pick(0, 7); n > 0; --n) {
+            record->appendParameter(text(false).c_str(), text(false).c_str());
+        }
+        for (auto set : {&AlarmEx::setServiceName, &AlarmEx::setServiceId, &AlarmEx::setServiceInsId, &AlarmEx::setAppId,
+                         &AlarmEx::setNodeIp, &AlarmEx::SetServiceIp, &AlarmEx::setServiceLabel}) {
+            (record.get()->*set)(text(true));
+        }
+        record->setRsetClear(static_cast<long>(integer()));
+        record->setServicePort(static_cast<unsigned short>(integer()));
+        record->ResetAlarmTime(static_cast<long>(integer()));
+        return record;
+    }
+
+    template <std::size_t... N>
+    void fill(char (&... fields)[N]) {
+        ((std::strcpy(fields, text(false).substr(0, N - 1).c_str())), ...);
+    }
+
+    std::unique_ptr<_AlarmModel> model() {
+        auto m = std::make_unique<_AlarmModel>();
+        fill(m->appId, m->appName, m->serviceName, m->nodeIp, m->serviceID, m->serviceInstID, m->alarmName,
+             m->probableCause, m->location, m->appendInfo);
+        std::strcpy(m->alarmId, pick(0, 19) == 0 ? "0" : "300001");
+        // Packed fields: assigned, never written through a pointer.
+        m->rsetClear = integer();
+        m->alarmEventType = integer();
+        m->genClearAlarmType = integer();
+        m->alarmLevel = integer();
+        m->alarmGenTime = integer();
+        m->alarmClearTime = integer();
+        m->alarmClearType = integer();
+        m->isCanAutoClearType = integer();
+        m->eventType = integer();
+        return m;
+    }
+
+private:
+    std::mt19937_64 rng_;
+};
+
+// The announcement's time is taken while each document is built.
+std::string WithoutOccurTime(std::string text) {
+    for (std::size_t at = text.find("\"occurTime\":"); at != std::string::npos; at = text.find("\"occurTime\":", at + 1)) {
+        const std::size_t from = at + 12;
+        text.erase(from, text.find_first_not_of("-0123456789", from) - from);
+    }
+    return text;
+}
+
+template <typename Record>
+std::string Printed(char* (*build)(const std::list<Record*>&), const std::list<Record*>& records) {
+    char* text = build(records);
+    std::string copy = text != nullptr ? text : "<null>";
+    cJSON_free(text);
+    return copy;
+}
+
+TEST(PushDocumentDifferential, BothGenerationsPrintWhatTheFrozenBuildersPrint) {
+    testsupport::ScopedEnv appId("APPID", "app-\"7\"");
+    RandomRecords random(1313u);
+    for (int round = 0; round < 150; ++round) {
+        std::vector<std::unique_ptr<AlarmEx>> alarms;
+        std::vector<std::unique_ptr<_AlarmModel>> models;
+        std::list<AlarmEx*> alarmList;
+        std::list<_AlarmModel*> modelList;
+        for (int n = round < 2 ? round : random.pick(1, 60); n > 0; --n) {
+            alarms.push_back(random.alarm());
+            models.push_back(random.model());
+            alarmList.push_back(random.pick(0, 29) == 0 ? nullptr : alarms.back().get());
+            modelList.push_back(models.back().get());
+        }
+        SCOPED_TRACE(round);
+        ASSERT_EQ(Printed(&frozen::GenRestDataJsonEx, alarmList), Printed(&AlmJsonParser::GenRestDataJsonEx, alarmList));
+        ASSERT_EQ(WithoutOccurTime(Printed(&frozen::GenRestDataJson, modelList)),
+                  WithoutOccurTime(Printed(&AlmJsonParser::GenRestDataJson, modelList)));
     }
 }
 

@@ -73,6 +73,15 @@ TEST(SimProgram, ArgumentsAndTheirErrors) {
     }
 }
 
+TEST(SimProgram, CountOnlyKeepsNoRecords) {
+    nodeward::ProgramOptions options;
+    std::string error;
+    const char* args[] = {"nodeward-sim", "--count-only"};
+    ASSERT_TRUE(nodeward::ParseProgramArgs(2, args, &options, &error)) << error;
+    EXPECT_FALSE(options.sim.recordRequests);
+    EXPECT_NE(nodeward::ProgramUsage().find("--count-only"), std::string::npos);
+}
+
 TEST(SimProgram, RunsUntilSigtermAndPrintsAlarmsAndASummary) {
     ASSERT_TRUE(std::filesystem::exists(ProgramPath())) << ProgramPath();
     testsupport::TempDir dir;

@@ -60,6 +60,25 @@ TEST(SimPush, CurrentDocumentIsRecordedAndAnsweredRetCodeZero) {
     EXPECT_EQ(sim.acceptedAlarms().size(), 1u);
 }
 
+TEST(SimPush, CountingOnlyKeepsTheNumbersAndNoRecord) {
+    nodeward::SimOptions options = Loopback();
+    options.recordRequests = false;
+    options.failFirst = 1;
+    Sim sim(options);
+    ASSERT_TRUE(sim.start(nullptr));
+    const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
+    EXPECT_EQ(Decode(Post(PushUrl(sim), body).body), "{\"retCode\":1}");
+    EXPECT_EQ(Decode(Post(PushUrl(sim), body).body), "{\"retCode\":0}");
+    EXPECT_EQ(Post(PushUrl(sim), "not base64").status, 400);
+    ASSERT_TRUE(sim.waitForAcceptedAlarms(2, 5000));
+    const nodeward::SimCounts counts = sim.counts();
+    EXPECT_EQ(counts.requests, 3u);
+    EXPECT_EQ(counts.acceptedRequests, 1u);
+    EXPECT_EQ(counts.acceptedAlarms, 2u);
+    EXPECT_TRUE(sim.requests().empty());
+    EXPECT_TRUE(sim.acceptedAlarms().empty());
+}
+
 TEST(SimPush, LegacyDocumentIsAnsweredReturncodeOk) {
     Sim sim(Loopback());
     ASSERT_TRUE(sim.start(nullptr));

@@ -1,6 +1,7 @@
-// Replaces the library's pauses for one test: each pause is recorded and
-// lasts only a scaled-down moment, so "waited 3 s before resending" can be
-// asserted without waiting 3 s. Only one recorder may be alive at a time.
+// Replaces the library's pauses for one test: each pause (and each idle wait
+// of a library thread) is recorded and lasts only a scaled-down moment, so
+// "waited 3 s before resending" can be asserted without waiting 3 s. Only one
+// recorder may be alive at a time.
 #ifndef TEST_PAUSE_RECORDER_H
 #define TEST_PAUSE_RECORDER_H
 
@@ -25,9 +26,12 @@ public:
             history().clear();
         }
         previous_ = alarmsdk::SetPauseFunction(&PauseRecorder::Record);
+        previousIdle_ = alarmsdk::SetIdleWaitFunction(&PauseRecorder::RecordIdle);
     }
     ~PauseRecorder() {
         release();
+        wakeTickMillis_.store(0);
+        alarmsdk::SetIdleWaitFunction(previousIdle_);
         alarmsdk::SetPauseFunction(previous_);
     }
     PauseRecorder(const PauseRecorder&) = delete;
@@ -46,6 +50,10 @@ public:
     // can park a library thread in its idle pause.
     void hold() { held_.store(true); }
     void release() { held_.store(false); }
+    // From now on idle waits are still recorded but wait on the library's
+    // queue as production does, with a tick of tickMillis instead of each
+    // second: only a full pass of work (or the tick) ends them.
+    void wakeOnWork(long tickMillis) { wakeTickMillis_.store(tickMillis); }
 
     std::vector<unsigned int> all() const {
         std::lock_guard<std::mutex> lock(mutex());
@@ -53,15 +61,25 @@ public:
     }
 
 private:
+    static void Note(unsigned int seconds) {
+        std::lock_guard<std::mutex> lock(mutex());
+        history().push_back(seconds);
+    }
     static void Record(unsigned int seconds) {
-        {
-            std::lock_guard<std::mutex> lock(mutex());
-            history().push_back(seconds);
-        }
+        Note(seconds);
         std::this_thread::sleep_for(std::chrono::microseconds(microsPerSecond_.load() * seconds));
         for (int waited = 0; held_.load() && waited < 30000; ++waited) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
+    }
+    static void RecordIdle(unsigned int seconds, alarmsdk::IdleWaitable& work) {
+        const long tick = wakeTickMillis_.load();
+        if (tick <= 0) {
+            Record(seconds);
+            return;
+        }
+        Note(seconds);
+        work.waitIdle(std::chrono::milliseconds(tick * seconds));
     }
     // Never destroyed: library threads may still pause while the process exits.
     static std::mutex& mutex() {
@@ -74,7 +92,9 @@ private:
     }
     static inline std::atomic<long> microsPerSecond_{2000};
     static inline std::atomic<bool> held_{false};
+    static inline std::atomic<long> wakeTickMillis_{0};
     alarmsdk::PauseFunction previous_ = nullptr;
+    alarmsdk::IdleWaitFunction previousIdle_ = nullptr;
 };
 
 }  // namespace testsupport

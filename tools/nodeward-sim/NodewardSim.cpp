@@ -101,7 +101,7 @@ struct Sim::Impl {
     mutable std::condition_variable changed;
     bool stopping = false;
     std::vector<ReceivedRequest> requests;
-    std::size_t acceptedAlarmCount = 0;
+    SimCounts counts;
     std::map<std::string, ServiceAddress> services;
     int wellFormedSeen = 0;
     int failNextCount = 0;
@@ -223,8 +223,11 @@ MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const cha
         exchange->route = path == kPushPath ? Route::Push : Route::CallBack;
         const std::size_t limit = exchange->route == Route::Push ? self->options.maxBodyBytes : kMaxControlBodyBytes;
         const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
-        if (length != nullptr && std::strtoull(length, nullptr, 10) > limit) {
+        const unsigned long long announced = length != nullptr ? std::strtoull(length, nullptr, 10) : 0;
+        if (announced > limit) {
             exchange->tooLarge = true;
+        } else {
+            exchange->body.reserve(static_cast<std::size_t>(announced));  // one buffer, not one per chunk
         }
         if (exchange->tooLarge) {
             return exchange->route == Route::Push ? self->answerPush(connection, exchange)
@@ -290,7 +293,10 @@ void Sim::Impl::learn(const std::vector<ReceivedAlarm>& alarms) {
             alarm.servicePort > 65535) {
             continue;
         }
-        services[alarm.serviceName] = {alarm.serviceIp, static_cast<int>(alarm.servicePort), alarm.appId};
+        ServiceAddress& known = services[alarm.serviceName];
+        if (known.ip != alarm.serviceIp || known.port != alarm.servicePort || known.appId != alarm.appId) {
+            known = {alarm.serviceIp, static_cast<int>(alarm.servicePort), alarm.appId};
+        }
         for (const auto& [service, json] : options.callBackOnFirstAlarm) {
             if (service == alarm.serviceName && firstAlarmCallBacksDone.insert(service).second) {
                 pendingCallBacks.emplace_back(service, json);
@@ -312,15 +318,12 @@ MHD_Result Sim::Impl::answerPush(MHD_Connection* connection, Exchange* exchange)
     if (exchange->tooLarge) {
         doc.reason = "body larger than " + std::to_string(options.maxBodyBytes) + " bytes";
     } else {
-        doc = ReadPushBody(exchange->body);
+        // Printing and full records only for whoever reads them.
+        PushReading reading;
+        reading.compact = !options.jsonlPath.empty();
+        reading.fullAlarms = options.recordRequests || options.printAlarms;
+        doc = ReadPushBody(exchange->body, reading);
     }
-    ReceivedRequest record;
-    if (!exchange->tooLarge) {
-        record.body = exchange->body;
-    }
-    record.json = doc.decoded;
-    record.legacy = doc.legacy;
-    record.alarms = doc.alarms;
     std::optional<FailMode> failure;
     std::size_t number = 0;
     {
@@ -328,13 +331,29 @@ MHD_Result Sim::Impl::answerPush(MHD_Connection* connection, Exchange* exchange)
         if (doc.ok) {
             failure = decideFailure();
         }
-        record.accepted = doc.ok && !failure;
-        learn(record.alarms);
-        if (record.accepted) {
-            acceptedAlarmCount += record.alarms.size();
+        const bool accepted = doc.ok && !failure;
+        learn(doc.alarms);
+        number = ++counts.requests;
+        if (accepted) {
+            ++counts.acceptedRequests;
+            counts.acceptedAlarms += doc.alarmCount;
         }
-        requests.push_back(std::move(record));
-        number = requests.size();
+        if (options.recordRequests) {
+            ReceivedRequest record;
+            if (!exchange->tooLarge) {
+                record.body = std::move(exchange->body);
+            }
+            record.json = std::move(doc.decoded);
+            record.legacy = doc.legacy;
+            record.accepted = accepted;
+            // The lines printed below need them; otherwise the record takes them.
+            if (options.printAlarms) {
+                record.alarms = doc.alarms;
+            } else {
+                record.alarms = std::move(doc.alarms);
+            }
+            requests.push_back(std::move(record));
+        }
     }
     changed.notify_all();
 
@@ -567,13 +586,18 @@ std::vector<ReceivedAlarm> Sim::acceptedAlarms() const {
 bool Sim::waitForAcceptedAlarms(std::size_t n, int timeoutMs) const {
     std::unique_lock<std::mutex> lock(impl_->mu);
     return impl_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs > 0 ? timeoutMs : 0),
-                                   [&] { return impl_->acceptedAlarmCount >= n; });
+                                   [&] { return impl_->counts.acceptedAlarms >= n; });
 }
 
 bool Sim::waitForRequests(std::size_t n, int timeoutMs) const {
     std::unique_lock<std::mutex> lock(impl_->mu);
     return impl_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs > 0 ? timeoutMs : 0),
-                                   [&] { return impl_->requests.size() >= n; });
+                                   [&] { return impl_->counts.requests >= n; });
+}
+
+SimCounts Sim::counts() const {
+    std::lock_guard<std::mutex> lock(impl_->mu);
+    return impl_->counts;
 }
 
 void Sim::failNext(int n, FailMode mode) {

@@ -40,6 +40,10 @@ struct SimOptions {
     std::string jsonlPath;                    // when set, each decoded document is appended here as one line
     bool printAlarms = false;                 // print one readable line per alarm to stdout
     std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
+    // false: requests and alarms are only counted (counts(), the wait
+    // functions), never kept, so requests() and acceptedAlarms() stay empty;
+    // a load test then pays for nothing it does not read.
+    bool recordRequests = true;
     // Call SERVICE back once with JSON (callBackAlarms) after its first alarm arrives.
     // The check runs on a worker thread of the sim; its result line goes to stdout
     // when printAlarms is set.
@@ -85,6 +89,13 @@ struct ReceivedRequest {
     std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
 };
 
+// What has arrived, in numbers; kept whether or not requests are recorded.
+struct SimCounts {
+    std::size_t requests = 0;          // answered push requests
+    std::size_t acceptedRequests = 0;
+    std::size_t acceptedAlarms = 0;
+};
+
 // Threads: libmicrohttpd runs one thread per connection, so a delayed answer
 // holds up only its own connection. Recording, the wait functions and
 // failNext are safe from any thread.
@@ -109,6 +120,7 @@ public:
     std::vector<ReceivedRequest> requests() const;
     // The alarms of accepted requests, in arrival order.
     std::vector<ReceivedAlarm> acceptedAlarms() const;
+    SimCounts counts() const;
     // Waits until at least n alarms were accepted, at most timeoutMs. true when reached.
     bool waitForAcceptedAlarms(std::size_t n, int timeoutMs) const;
     // Waits until at least n requests were answered, at most timeoutMs.

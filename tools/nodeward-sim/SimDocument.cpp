@@ -30,9 +30,19 @@ std::string PrintCompact(const cJSON* item) {
     return out;
 }
 
-bool IsAlphabet(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
-}
+// The standard alphabet as a table: a body is checked a character at a time.
+struct AlphabetTable {
+    bool member[256];
+    constexpr AlphabetTable() : member() {
+        for (int c = 0; c < 256; ++c) {
+            member[c] = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
+                        c == '/';
+        }
+    }
+};
+constexpr AlphabetTable kAlphabet;
+
+bool IsAlphabet(unsigned char c) { return kAlphabet.member[c]; }
 
 const cJSON* Member(const cJSON* object, const char* key) {
     return cJSON_GetObjectItemCaseSensitive(object, key);
@@ -61,6 +71,24 @@ std::string TextOf(const cJSON* item) {
 
 void ReadNumber(const cJSON* object, const char* key, int64_t* out) {
     NumberOf(Member(object, key), out);
+}
+
+// Only what identifies the sender: enough to call its service back.
+ReceivedAlarm ReadSender(const cJSON* object, bool legacy) {
+    ReceivedAlarm alarm;
+    alarm.legacy = legacy;
+    alarm.appId = TextOf(Member(object, "appId"));
+    alarm.serviceName = TextOf(Member(object, "serviceName"));
+    alarm.serviceIp = TextOf(Member(object, "serviceIp"));
+    if (!legacy) {
+        ReadNumber(object, "servicePort", &alarm.servicePort);
+    }
+    return alarm;
+}
+
+bool SameSender(const ReceivedAlarm& a, const ReceivedAlarm& b) {
+    return a.servicePort == b.servicePort && a.serviceName == b.serviceName && a.serviceIp == b.serviceIp &&
+           a.appId == b.appId;
 }
 
 ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
@@ -126,15 +154,16 @@ std::string EncodeBase64(const std::string& plain) {
 }
 
 bool DecodeBase64(const std::string& text, std::string* plain) {
-    // The decoder runs to the first zero byte and needs the terminator.
-    std::vector<char> in(text.begin(), text.end());
-    in.push_back('\0');
-    std::vector<char> out(text.size() + 1, '\0');
+    // The decoder runs to the first zero byte: c_str() supplies it, and the
+    // decoder only reads its input.
+    std::string out(text.size(), '\0');
     int written = 0;
-    if (zeb_alm_base64_decode(in.data(), static_cast<int>(text.size()), out.data(), &written) != 0) {
+    if (zeb_alm_base64_decode(const_cast<char*>(text.c_str()), static_cast<int>(text.size()), &out[0], &written) !=
+        0) {
         return false;
     }
-    plain->assign(out.data(), static_cast<std::size_t>(written));
+    out.resize(static_cast<std::size_t>(written));
+    *plain = std::move(out);
     return true;
 }
 
@@ -170,7 +199,7 @@ bool CheckStrictBase64(const std::string& text, std::string* reason) {
     return true;
 }
 
-PushDocument ReadPushBody(const std::string& body) {
+PushDocument ReadPushBody(const std::string& body, PushReading reading) {
     PushDocument doc;
     if (!CheckStrictBase64(body, &doc.reason)) {
         return doc;
@@ -180,13 +209,13 @@ PushDocument ReadPushBody(const std::string& body) {
         doc.reason = "base64 decoding failed";
         return doc;
     }
-    doc.decoded = decoded;
-    if (std::memchr(decoded.data(), '\0', decoded.size()) != nullptr) {
+    doc.decoded = std::move(decoded);
+    if (std::memchr(doc.decoded.data(), '\0', doc.decoded.size()) != nullptr) {
         doc.reason = "decoded text holds a zero byte";
         return doc;
     }
     // Trailing text after the document is refused: it would hide a sender bug.
-    JsonPtr root(cJSON_ParseWithOpts(decoded.c_str(), nullptr, 1));
+    JsonPtr root(cJSON_ParseWithOpts(doc.decoded.c_str(), nullptr, 1));
     if (!root) {
         doc.reason = "decoded text is not JSON";
         return doc;
@@ -195,7 +224,9 @@ PushDocument ReadPushBody(const std::string& body) {
         doc.reason = "document is not a JSON object";
         return doc;
     }
-    doc.compact = PrintCompact(root.get());
+    if (reading.compact) {
+        doc.compact = PrintCompact(root.get());
+    }
     const bool current = Member(root.get(), "Receiver") != nullptr;
     doc.legacy = !current && Member(root.get(), "service") != nullptr;
     if (!current && !doc.legacy) {
@@ -210,34 +241,47 @@ PushDocument ReadPushBody(const std::string& body) {
     for (const cJSON* item = alarmList->child; item != nullptr; item = item->next) {
         if (!cJSON_IsObject(item)) {
             doc.alarms.clear();
+            doc.alarmCount = 0;
             doc.reason = "\"alarmList\" holds something other than an object";
             return doc;
         }
-        doc.alarms.push_back(ReadAlarm(item, doc.legacy));
+        ++doc.alarmCount;
+        if (reading.fullAlarms) {
+            doc.alarms.push_back(ReadAlarm(item, doc.legacy));
+            continue;
+        }
+        // A batch comes from one sender: keep it once, not once per alarm.
+        ReceivedAlarm sender = ReadSender(item, doc.legacy);
+        if (doc.alarms.empty() || !SameSender(doc.alarms.back(), sender)) {
+            doc.alarms.push_back(std::move(sender));
+        }
     }
     doc.ok = true;
     return doc;
 }
 
-std::string SuccessAnswer(bool legacy) {
+namespace {
+
+std::string Answer(bool legacy, const char* legacyCode, int retCode) {
     cJSON* root = cJSON_CreateObject();
     if (legacy) {
-        cJSON_AddStringToObject(root, "returncode", "OK");
+        cJSON_AddStringToObject(root, "returncode", legacyCode);
     } else {
-        cJSON_AddNumberToObject(root, "retCode", 0);
+        cJSON_AddNumberToObject(root, "retCode", retCode);
     }
     return EncodeJson(root);
 }
 
-std::string FailureAnswer(bool legacy) {
-    cJSON* root = cJSON_CreateObject();
-    if (legacy) {
-        cJSON_AddStringToObject(root, "returncode", "Failed");
-    } else {
-        cJSON_AddNumberToObject(root, "retCode", 1);
-    }
-    return EncodeJson(root);
+}  // namespace
+
+// Built once: every accepted request gets the same answer.
+std::string SuccessAnswer(bool legacy) {
+    static const std::string current = Answer(false, "OK", 0);
+    static const std::string older = Answer(true, "OK", 0);
+    return legacy ? older : current;
 }
+
+std::string FailureAnswer(bool legacy) { return Answer(legacy, "Failed", 1); }
 
 std::string RefusalAnswer(const std::string& reason) {
     cJSON* root = cJSON_CreateObject();

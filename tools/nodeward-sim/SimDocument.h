@@ -3,6 +3,7 @@
 #ifndef NODEWARD_SIM_DOCUMENT_H
 #define NODEWARD_SIM_DOCUMENT_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -25,12 +26,22 @@ struct PushDocument {
     bool ok = false;           // decoded, parsed and of a known generation
     std::string reason;        // why not, when !ok
     std::string decoded;       // the decoded text ("" when base64 failed)
-    std::string compact;       // the document printed compactly, when it parsed
+    std::string compact;       // the document printed compactly, when it parsed and was asked for
     bool legacy = false;
-    std::vector<ReceivedAlarm> alarms;
+    std::size_t alarmCount = 0;         // objects in "alarmList"
+    std::vector<ReceivedAlarm> alarms;  // each in full, or only each run of alarms from one sender (see PushReading)
 };
 
-PushDocument ReadPushBody(const std::string& body);
+// What a reading costs beyond validating and counting: printing the document
+// again, and reading every alarm in full rather than only its sender's
+// address (serviceName, serviceIp, servicePort, appId), kept once for each
+// run of alarms from the same sender.
+struct PushReading {
+    bool compact = true;
+    bool fullAlarms = true;
+};
+
+PushDocument ReadPushBody(const std::string& body, PushReading reading = PushReading());
 
 // Answer documents, already base64-encoded.
 std::string SuccessAnswer(bool legacy);

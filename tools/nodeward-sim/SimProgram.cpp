@@ -87,6 +87,7 @@ std::string ProgramUsage() {
            "  --delay-ms MS           wait this long before answering each request\n"
            "  --jsonl FILE            append every decoded document to FILE, one JSON per line\n"
            "  --quiet                 print no alarm, failure or callback lines\n"
+           "  --count-only            keep no record of requests, only count them (load tests)\n"
            "  --ready-file FILE       write the bound endpoint to FILE once listening\n"
            "  --exit-after-alarms N   stop after N alarms were accepted\n"
            "  --exit-after-seconds S  stop after S seconds\n"
@@ -121,6 +122,10 @@ bool ParseProgramArgs(int argc, const char* const* argv, ProgramOptions* options
         }
         if (name == "--quiet") {
             parsed.sim.printAlarms = false;
+            continue;
+        }
+        if (name == "--count-only") {
+            parsed.sim.recordRequests = false;
             continue;
         }
         static const char* const kWithValue[] = {
@@ -241,13 +246,9 @@ int RunProgram(int argc, const char* const* argv) {
         }
     }
     sim.stop();
-    std::size_t accepted = 0;
-    const auto requests = sim.requests();
-    for (const auto& request : requests) {
-        accepted += request.accepted ? 1 : 0;
-    }
-    std::printf("nodeward-sim stopped: %zu requests, %zu accepted, %zu alarms\n", requests.size(), accepted,
-                sim.acceptedAlarms().size());
+    const SimCounts counts = sim.counts();
+    std::printf("nodeward-sim stopped: %zu requests, %zu accepted, %zu alarms\n", counts.requests,
+                counts.acceptedRequests, counts.acceptedAlarms);
     std::fflush(stdout);
     return 0;
 }

@@ -10,6 +10,9 @@
  * them are written as spaces.
  * Safe to call from several threads at once; each line is one write() to a
  * file opened with O_APPEND, so lines of threads and processes never mix.
+ * The file stays open; another RUNLOG_FILE is opened at the next message, and
+ * a file that was removed, renamed away or replaced is opened (created) again
+ * within a second.
  */
 #ifndef RUNLOG_H
 #define RUNLOG_H

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "SimTestHelpers.h"
 
@@ -15,10 +13,6 @@ namespace {
 
 const std::string kCurrent = Encode(CurrentDocument(CurrentAlarm("300012", 1)));
 const std::string kLegacy = Encode(LegacyDocument(LegacyAlarm("1001", 0)));
-
-long Millis(std::chrono::steady_clock::duration d) {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
-}
 
 TEST(SimFault, FailFirstAnswersRetCodeOneThenSucceeds) {
     nodeward::SimOptions options = Loopback();
@@ -61,10 +55,8 @@ TEST(SimFault, EmptyGarbageAndCloseModes) {
     sim.failNext(1, FailMode::Garbage);
     answer = Post(PushUrl(sim), kCurrent);
     EXPECT_EQ(answer.status, 200);
-    std::string reason;
-    EXPECT_FALSE(nodeward::CheckStrictBase64(answer.body, &reason)) << answer.body;
     std::string decoded;
-    EXPECT_FALSE(nodeward::DecodeBase64(answer.body, &decoded)) << "the library must fail to decode it";
+    EXPECT_FALSE(nodeward::DecodeBase64(answer.body, &decoded)) << answer.body;
 
     sim.failNext(1, FailMode::Close);
     answer = Post(PushUrl(sim), kCurrent);
@@ -120,41 +112,6 @@ TEST(SimFault, FailRatioIsRepeatableForASeed) {
     const auto accepted = std::count(first.begin(), first.end(), true);
     EXPECT_GT(accepted, 3);
     EXPECT_LT(accepted, 21);
-}
-
-TEST(SimFault, DelayedAnswerNeitherBlocksOtherRequestsNorStop) {
-    nodeward::SimOptions options = Loopback();
-    options.delayMs = 3000;
-    Sim sim(options);
-    ASSERT_TRUE(sim.start(nullptr));
-    const auto begin = std::chrono::steady_clock::now();
-    HttpResult slow;
-    std::thread sender([&] { slow = Post(PushUrl(sim), kCurrent); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-
-    // The control path answers while the push waits.
-    const std::string body = "[]";
-    const HttpResult control =
-        Post("http://127.0.0.1:" + std::to_string(sim.port()) + "/sim/callback?service=nobody", body);
-    EXPECT_EQ(control.status, 404);
-    EXPECT_LT(Millis(std::chrono::steady_clock::now() - begin), 1500);
-    EXPECT_FALSE(sim.waitForRequests(1, 0));  // recorded when answered
-
-    sim.stop();
-    sender.join();
-    EXPECT_LT(Millis(std::chrono::steady_clock::now() - begin), 2500);
-    EXPECT_NE(slow.code, CURLE_OK);  // stopped before answering
-}
-
-TEST(SimFault, DelayedAnswerArrivesAfterTheDelay) {
-    nodeward::SimOptions options = Loopback();
-    options.delayMs = 300;
-    Sim sim(options);
-    ASSERT_TRUE(sim.start(nullptr));
-    const auto begin = std::chrono::steady_clock::now();
-    const HttpResult answer = Post(PushUrl(sim), kCurrent);
-    EXPECT_GE(Millis(std::chrono::steady_clock::now() - begin), 300);
-    EXPECT_EQ(Decode(answer.body), "{\"retCode\":0}");
 }
 
 }  // namespace

@@ -21,10 +21,8 @@
 #include <vector>
 
 #include "AlarmManagerEx.h"
-#include "Base64.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
 #include "SdkTestSupport.h"
+#include "SimDocument.h"
 #include "rest_client.h"
 
 namespace {
@@ -58,12 +56,8 @@ std::size_t DeliveredCount() {
     return DeliveredChecks().size();
 }
 
-std::string Encode(const std::string& plain) {
-    std::vector<char> out(4 * ((plain.size() + 2) / 3) + 1, '\0');
-    std::string copy = plain;
-    zeb_alm_base64_encode(&copy[0], static_cast<int>(copy.size()), out.data(), nullptr);
-    return std::string(out.data());
-}
+// The agent's own encoder: the library's decoder is checked against another's output.
+std::string Encode(const std::string& plain) { return nodeward::EncodeBase64(plain); }
 
 std::string CheckDocument(const std::string& service, const std::string& alarmsJson) {
     return "{\"callBackInfo\":{\"serviceName\":\"" + service + "\"},\"callBackAlarms\":" + alarmsJson + "}";
@@ -99,23 +93,15 @@ Answer Post(int port, const std::string& path, const std::string& body, int meth
     return answer;
 }
 
-class AlarmCheck : public ::testing::Test {
+class AlarmCheck : public sdktest::AgentTest {
 protected:
-    void SetUp() override {
-        port_ = testsupport::FreeLoopbackPort();
-        portText_ = std::to_string(port_);
-        sdkPort_ = std::make_unique<testsupport::ScopedEnv>("TRANSPORT_SDK_PORT", portText_.c_str());
-        ASSERT_EQ(0, ZEBInitAlarmSDK());
-    }
+    void SetUp() override { ASSERT_EQ(0, ZEBInitAlarmSDK()); }
     std::string OrdersPath() const { return "/orders/app-7/alarmCheck/callBack"; }
 
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
+    int port_ = testsupport::FreeLoopbackPort();
+    std::string portText_ = std::to_string(port_);
     testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    std::unique_ptr<testsupport::ScopedEnv> sdkPort_;
-    int port_ = 0;
-    std::string portText_;
+    testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", portText_.c_str()};
 };
 
 TEST_F(AlarmCheck, AGoodCheckIsAnsweredAtOnceAndReachesTheCallbackCompactly) {
@@ -414,8 +400,7 @@ int StartIdleAttacker(int port, int count) {
 }
 
 TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const int attacker = StartIdleAttacker(port_, 1100);
     ASSERT_GE(attacker, 0);
@@ -426,7 +411,7 @@ TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     for (int i = 0; i < 20; ++i) {
         ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
     }
-    EXPECT_TRUE(agent->waitForAcceptedAlarms(20, 30000));
+    EXPECT_TRUE(agent_->waitForAcceptedAlarms(20, 30000));
     EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), 256);
     EXPECT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"valid\""))).status);
     EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));

@@ -10,10 +10,6 @@
 #include "AlarmManager.h"
 #include "AlarmSdk.h"
 #include "Generations.h"
-#include "LegacyFixtures.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
-#include "SdkTestSupport.h"
 
 namespace {
 
@@ -51,7 +47,7 @@ int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*
     return result;
 }
 
-class Legacy : public ::testing::Test {
+class Legacy : public sdktest::AgentTest {
 protected:
     // An existing file for InitAlarm's path check; the definitions are installed in memory.
     std::string DefinitionFile() {
@@ -63,9 +59,6 @@ protected:
         return path;
     }
 
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
     testsupport::TempDir dir_;
 };
 
@@ -73,8 +66,7 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", "10.0.0.1");
     testsupport::ScopedEnv server("SERVER_IP", "10.0.0.9");
     testsupport::ScopedEnv node("NODE_ID", "node-1");
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
     pauses_.hold();
@@ -84,12 +76,12 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
     ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
     pauses_.release();
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(3, 20000));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
 
     // The registration may leave before the alarms are queued: read every request.
     std::vector<cJSON*> documents;
     cJSON* list = cJSON_CreateArray();
-    for (const auto& request : agent->requests()) {
+    for (const auto& request : agent_->requests()) {
         cJSON* root = cJSON_Parse(request.json.c_str());
         ASSERT_NE(nullptr, root);
         documents.push_back(root);
@@ -143,12 +135,10 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
 }
 
 TEST_F(Legacy, TheShippedExampleDefinitionsLoadAndTheirAlarmsArriveWithBothLanguages) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(1, InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 0));
     ASSERT_EQ(1, SendLegacy("300002", 0, {{"interface", "eth1"}, {"reason", "1"}}, 2));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 20000));
-    const nodeward::ReceivedAlarm a = agent->acceptedAlarms().at(0);
+    const nodeward::ReceivedAlarm a = OnlyAlarm();
     EXPECT_EQ("EN:Network link down##ZH:网络链路中断##", a.alarmName);
     EXPECT_EQ("EN:Interface=eth1##ZH:接口=eth1##", a.location);
     EXPECT_EQ("EN:Reason=Peer shut down##ZH:原因=对端关闭##", a.appendInfo);
@@ -252,8 +242,7 @@ TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
 }
 
 TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     sdktest::GenerationDriver legacy(sdktest::Generation::Legacy);
     sdktest::GenerationDriver current(sdktest::Generation::Current);
     ASSERT_TRUE(legacy.init());
@@ -262,14 +251,32 @@ TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
         ASSERT_TRUE(legacy.send("L" + std::to_string(i)));
         ASSERT_TRUE(current.send("C" + std::to_string(i)));
     }
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(6, 20000));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(6, 20000));
     std::vector<std::string> legacySeqs;
     std::vector<std::string> currentSeqs;
-    for (const auto& a : agent->acceptedAlarms()) {
+    for (const auto& a : agent_->acceptedAlarms()) {
         (a.legacy ? legacySeqs : currentSeqs).push_back(sdktest::GenerationDriver::SeqOf(a));
     }
     EXPECT_EQ((std::vector<std::string>{"L0", "L1", "L2"}), legacySeqs);
     EXPECT_EQ((std::vector<std::string>{"C0", "C1", "C2"}), currentSeqs);
+}
+
+// The source named in the appended text: the alarm's own, else the manager's.
+TEST_F(Legacy, TheAlarmsOwnSourceWinsOverTheManagers) {
+    ASSERT_TRUE(StartAgent());
+    legacytest::InstallDefinitions({legacytest::Definition(9, "s", "A", "A", {{"n", "N", "N", "UINT", 1, 1, {}}})});
+    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 0));
+    AlarmManager::GetInstance()->SetAlarmSource("manager-source");
+    for (const char* own : {"own-source", ""}) {
+        Alarm alarm("9", ZEB_ALARM_GENERATE);
+        alarm.SetServiceInsName(own);
+        alarm.AppendParameter("n", "1");
+        AlarmManager::GetInstance()->SendAlarm(&alarm);
+    }
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 20000));
+    const auto alarms = agent_->acceptedAlarms();
+    EXPECT_EQ("EN:N=1,Alarm Source=own-source##ZH:N=1,告警源=own-source##", alarms[0].appendInfo);
+    EXPECT_EQ("EN:N=1,Alarm Source=manager-source##ZH:N=1,告警源=manager-source##", alarms[1].appendInfo);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "AlarmEx.h"
-#include "AlarmFixtures.h"
+#include "SdkTestSupport.h"
 #include "AlmJsonParser.h"
 #include "LogCapture.h"
 #include "runlog.h"
@@ -71,28 +71,6 @@ TEST(PushDocument, ExactCompactTextForOneAlarm) {
         Document({alarm.get()}));
 }
 
-TEST(PushDocument, KeyOrderOfEveryObject) {
-    std::unique_ptr<AlarmEx> alarm = FullAlarm();
-    alarm->appendParameter("cpu", "7");
-    const JsonTree root = Parse(Document({alarm.get()}));
-    ASSERT_NE(nullptr, root);
-    EXPECT_EQ((std::vector<std::string>{"business", "payload", "Receiver"}), Keys(root.get()));
-    EXPECT_EQ((std::vector<std::string>{"name"}), Keys(Get(root.get(), "business")));
-    EXPECT_EQ((std::vector<std::string>{"alarmList"}), Keys(Get(root.get(), "payload")));
-
-    const cJSON* list = Get(Get(root.get(), "payload"), "alarmList");
-    ASSERT_EQ(1, cJSON_GetArraySize(list));
-    const cJSON* object = cJSON_GetArrayItem(list, 0);
-    EXPECT_EQ(kAllKeys, Keys(object));
-    EXPECT_EQ((std::vector<std::string>{"serviceName", "registerName", "serviceIp"}),
-              Keys(Get(object, "callBackInfo")));
-    const cJSON* params = Get(object, "parameters");
-    ASSERT_EQ(3, cJSON_GetArraySize(params));
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ((std::vector<std::string>{"paramName", "paramValue"}), Keys(cJSON_GetArrayItem(params, i)));
-    }
-}
-
 TEST(PushDocument, EmptyListGivesEmptyAlarmList) {
     EXPECT_EQ("{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[]},\"Receiver\":\"SendAlarm\"}",
               Document({}));
@@ -147,27 +125,6 @@ TEST(AlarmObject, NoParametersStillCarriesCallBackInfo) {
     EXPECT_EQ("2", Printed(Get(object.get(), "alarmType")));
     EXPECT_EQ("-1", Printed(Get(object.get(), "rsetClear")));
     EXPECT_EQ("0", Printed(Get(object.get(), "occurTime")));
-}
-
-TEST(AlarmObject, ParametersInByteOrderWithTextsUnchanged) {
-    AlarmEx alarm("12", ZEB_ALARM_GENERATE);
-    const std::vector<std::pair<std::string, std::string>> appended{
-        {"usage", "95%"}, {"disk", "a\"b\\c"}, {"Zeta", "\xe4\xb8\xad\xe6\x96\x87"}, {"alpha", " x "}, {"_u", ""}};
-    for (const auto& p : appended) {
-        alarm.appendParameter(p.first.c_str(), p.second.c_str());
-    }
-    alarm.appendParameter("disk", "second value is ignored");
-    JsonTree object(AlmJsonParser::GenAlarmEx(&alarm), &cJSON_Delete);
-    const JsonTree reparsed = Parse(Printed(object.get()));
-    const cJSON* params = Get(reparsed.get(), "parameters");
-    ASSERT_EQ(5, cJSON_GetArraySize(params));
-    const std::vector<std::pair<std::string, std::string>> expected{
-        {"Zeta", "\xe4\xb8\xad\xe6\x96\x87"}, {"_u", ""}, {"alpha", " x "}, {"disk", "a\"b\\c"}, {"usage", "95%"}};
-    for (int i = 0; i < 5; ++i) {
-        const cJSON* p = cJSON_GetArrayItem(params, i);
-        EXPECT_EQ(expected[static_cast<std::size_t>(i)].first, Text(p, "paramName"));
-        EXPECT_EQ(expected[static_cast<std::size_t>(i)].second, Text(p, "paramValue"));
-    }
 }
 
 TEST(AlarmObject, NumbersPrintAsExactIntegers) {

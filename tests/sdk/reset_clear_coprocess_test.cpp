@@ -4,10 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "AlarmFixtures.h"
 #include "AlarmManagerEx.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
 #include "SdkTestSupport.h"
 
 using nodeward::ReceivedAlarm;
@@ -15,18 +12,14 @@ using nodeward::ReceivedAlarm;
 namespace {
 
 
-class ResetClear : public ::testing::Test {
+class ResetClear : public sdktest::AgentTest {
 protected:
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
     testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
     testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
 };
 
 TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::processRsetAction", 2));
@@ -36,8 +29,8 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
 
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent->acceptedAlarms();
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent_->acceptedAlarms();
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
     EXPECT_EQ("0", announcement.alarmId);
@@ -55,43 +48,34 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
 }
 
 TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 10000));
-    auto alarms = agent->acceptedAlarms();
-    ASSERT_EQ(1u, alarms.size());
-    EXPECT_EQ("1", alarms[0].alarmId);
-    EXPECT_EQ(1, alarms[0].rsetClear);
+    const ReceivedAlarm alarm = OnlyAlarm();
+    EXPECT_EQ("1", alarm.alarmId);
+    EXPECT_EQ(1, alarm.rsetClear);
 }
 
 TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
     ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent->acceptedAlarms();
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent_->acceptedAlarms();
     EXPECT_EQ("0", alarms[0].alarmId);
     EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
         << alarms[1].json;
 }
 
-class CoProcess : public ::testing::Test {
-protected:
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    testsupport::ScopedEnv noSdkIp_{"TRANSPORT_SDK_IP", nullptr};
-};
+using CoProcess = sdktest::AgentTest;
 
 TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    testsupport::ScopedEnv noSdkIp("TRANSPORT_SDK_IP", nullptr);
+    ASSERT_TRUE(StartAgent());
     AlarmManagerEx* first = ZEBInitAlarmSDK4CoProcess("app-a", "svc-a", "10.1.0.1", "10.1.0.5");
     AlarmManagerEx* second = ZEBInitAlarmSDK4CoProcess("app-b", "svc-b", "10.2.0.1", "10.2.0.5");
     ASSERT_NE(nullptr, first);
@@ -105,9 +89,9 @@ TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
                                              "77", ZEB_ALARM_GENERATE, {{"seq", std::to_string(i)}}));
         }
     }
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2 * kEach + 1, 20000));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2 * kEach + 1, 20000));
     int fromA = 0, fromB = 0, nextA = 0, nextB = 0;
-    for (const auto& request : agent->requests()) {
+    for (const auto& request : agent_->requests()) {
         ASSERT_FALSE(request.alarms.empty());
         const std::string app = request.alarms.front().appId;
         for (const ReceivedAlarm& a : request.alarms) {
@@ -133,6 +117,17 @@ TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
     }
     EXPECT_EQ(kEach, fromA);
     EXPECT_EQ(kEach, fromB);
+}
+
+// The address the service is served on replaces the one a co-process gave.
+TEST_F(CoProcess, TheTransportAddressOverridesTheServiceIpGiven) {
+    testsupport::ScopedEnv sdkIp("TRANSPORT_SDK_IP", "127.0.0.1");
+    ASSERT_TRUE(StartAgent());
+    AlarmManagerEx* handle = ZEBInitAlarmSDK4CoProcess("app-a", "svc-a", "10.1.0.1", "10.1.0.5");
+    ASSERT_NE(nullptr, handle);
+    ASSERT_EQ(0, sdktest::SendCAlarm([handle](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(handle, a); }, "77",
+                                     ZEB_ALARM_GENERATE, {}));
+    EXPECT_EQ("127.0.0.1", OnlyAlarm().serviceIp);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The legacy generation end to end: its C functions' checks, the manager's
 // refusals, and the legacy document as the agent receives it.
-#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -24,21 +23,10 @@ const std::vector<std::string> kLegacyAlarmKeys{
 const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
 
-std::vector<std::string> KeysOf(const cJSON* object) {
-    std::vector<std::string> keys;
-    for (const cJSON* item = object != nullptr ? object->child : nullptr; item != nullptr; item = item->next) {
-        keys.push_back(item->string);
-    }
-    return keys;
-}
-
 // Allocates, fills and sends one legacy alarm; SendAlarm's result.
 int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
                unsigned int slots) {
     AlarmObject* object = AllocAlarmObject(id, type, slots);
-    if (object == nullptr) {
-        return -1;
-    }
     for (const auto& p : params) {
         AppendParam(object, p.first, p.second);
     }
@@ -52,10 +40,7 @@ protected:
     // An existing file for InitAlarm's path check; the definitions are installed in memory.
     std::string DefinitionFile() {
         const std::string path = dir_.path() + "/alarms.xml";
-        std::FILE* f = std::fopen(path.c_str(), "w");
-        if (f != nullptr) {
-            std::fclose(f);
-        }
+        std::fclose(std::fopen(path.c_str(), "w"));
         return path;
     }
 
@@ -77,60 +62,35 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
     pauses_.release();
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
-
-    // The registration may leave before the alarms are queued: read every request.
-    std::vector<cJSON*> documents;
-    cJSON* list = cJSON_CreateArray();
     for (const auto& request : agent_->requests()) {
-        cJSON* root = cJSON_Parse(request.json.c_str());
-        ASSERT_NE(nullptr, root);
-        documents.push_back(root);
-        EXPECT_EQ((std::vector<std::string>{"service", "business", "payload"}), KeysOf(root));
-        char* service = cJSON_PrintUnformatted(cJSON_GetObjectItem(root, "service"));
-        EXPECT_STREQ(R"({"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,"time_stamp":0})",
-                     service);
-        cJSON_free(service);
-        const cJSON* alarms = cJSON_GetObjectItem(cJSON_GetObjectItem(root, "payload"), "alarmList");
-        for (const cJSON* a = alarms != nullptr ? alarms->child : nullptr; a != nullptr; a = a->next) {
-            cJSON_AddItemReferenceToArray(list, const_cast<cJSON*>(a));
-        }
+        EXPECT_EQ(0u, request.json.find("{\"service\":{\"name\":\"szServiceName\",\"appid\":\"app-7\","
+                                        "\"ipaddress\":\"10.0.0.1\",\"port\":7888,\"time_stamp\":0},"
+                                        "\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":["))
+            << request.json;
     }
-    ASSERT_EQ(3, cJSON_GetArraySize(list));
-
-    const cJSON* registration = cJSON_GetArrayItem(list, 0);
-    EXPECT_EQ(kRegistrationKeys, KeysOf(registration));
-    char* clearList = cJSON_PrintUnformatted(cJSON_GetObjectItem(registration, "restClearAlarmList"));
-    EXPECT_STREQ(R"([{"alarmId":"300012"},{"alarmId":"300020"}])", clearList);
-    cJSON_free(clearList);
-    EXPECT_STREQ("storage", cJSON_GetObjectItem(registration, "serviceName")->valuestring);
-    EXPECT_STREQ("10.0.0.9", cJSON_GetObjectItem(registration, "serviceIp")->valuestring);
-
+    const auto alarms = agent_->acceptedAlarms();
+    const nodeward::ReceivedAlarm& registration = alarms[0];
+    EXPECT_EQ(kRegistrationKeys, registration.keys);
+    EXPECT_EQ((std::vector<std::string>{"300012", "300020"}), registration.clearAlarmIds);
+    EXPECT_EQ("storage 10.0.0.9", registration.serviceName + " " + registration.serviceIp);
     for (int i = 1; i <= 2; ++i) {
-        const cJSON* alarm = cJSON_GetArrayItem(list, i);
-        auto number = [alarm](const char* key) { return cJSON_GetObjectItem(alarm, key)->valuedouble; };
-        auto text = [alarm](const char* key) { return std::string(cJSON_GetObjectItem(alarm, key)->valuestring); };
-        EXPECT_EQ(kLegacyAlarmKeys, KeysOf(alarm));
-        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", text("alarmName"));
-        EXPECT_EQ("orders-app", text("appName"));
-        EXPECT_EQ("storage", text("serviceName"));
-        EXPECT_EQ("10.0.0.1", text("nodeID"));
-        EXPECT_EQ("10.0.0.1", text("NodeIp"));
-        EXPECT_EQ("svc-1", text("serviceID"));
-        EXPECT_EQ("inst-1", text("serviceInstID"));
-        EXPECT_EQ(1, number("rsetClear"));
-        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", text("location"));
+        const nodeward::ReceivedAlarm& a = alarms[i];
+        EXPECT_EQ(kLegacyAlarmKeys, a.keys);
+        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", a.alarmName);
+        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", a.location);
         EXPECT_EQ("EN:Usage=95,State=normal,Alarm Source Location=10.0.0.1:node-1##"
                   "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
-                  text("appendInfo"));
+                  a.appendInfo);
+        for (const char* field : {"\"appName\":\"orders-app\"", "\"serviceName\":\"storage\"",
+                                  "\"nodeID\":\"10.0.0.1\",\"NodeIp\":\"10.0.0.1\",\"serviceID\":\"svc-1\","
+                                  "\"serviceInstID\":\"inst-1\",\"rsetClear\":1"}) {
+            EXPECT_NE(std::string::npos, a.json.find(field)) << field << " in " << a.json;
+        }
         const bool generated = i == 1;
-        EXPECT_EQ(generated ? 0 : 1, number("genClearAlarmType"));
-        EXPECT_EQ(generated ? 2 : 0, number("alarmClearType"));
-        EXPECT_GT(number(generated ? "alarmGenTime" : "alarmClearTime"), 1.7e12);
-        EXPECT_EQ(-1, number(generated ? "alarmClearTime" : "alarmGenTime"));
-    }
-    cJSON_Delete(list);
-    for (cJSON* root : documents) {
-        cJSON_Delete(root);
+        EXPECT_NE(std::string::npos, a.json.find(generated ? "\"genClearAlarmType\":0" : "\"genClearAlarmType\":1"));
+        EXPECT_NE(std::string::npos, a.json.find(generated ? "\"alarmClearType\":2" : "\"alarmClearType\":0"));
+        EXPECT_GT(generated ? a.genTime : a.clearTime, 1700000000000LL);
+        EXPECT_EQ(-1, generated ? a.clearTime : a.genTime);
     }
 }
 

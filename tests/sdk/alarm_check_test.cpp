@@ -131,6 +131,34 @@ TEST_F(AlarmCheck, AGoodCheckIsAnsweredAtOnceAndReachesTheCallbackCompactly) {
     }
 }
 
+// The agent's side of the same exchange: it calls back a service it heard
+// from, once on its first alarm when told to, on request, and by its control resource.
+TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
+    nodeward::SimOptions options;
+    options.callBackOnFirstAlarm = {{"orders", "[\"first\"]"}, {"billing", "[]"}};
+    ASSERT_TRUE(StartAgent(options));
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    std::string answer;
+    EXPECT_EQ(-1, agent_->callBack("orders", "[]", &answer));  // nothing heard from it yet
+    const std::string control = "/sim/callback?service=orders";
+    EXPECT_EQ(404, Post(agent_->port(), control, "[0]").status);
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));  // carries the service's name, address and port
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "y"));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    EXPECT_EQ(200, agent_->callBack("orders", "{\"a\": 1}", &answer));
+    EXPECT_EQ(std::string(kAnswer, 52) + '\0', answer);
+    EXPECT_EQ(-1, agent_->callBack("orders", "not json", &answer));
+    const Answer relayed = Post(agent_->port(), control, "[2]");
+    EXPECT_EQ(200, relayed.status);
+    EXPECT_EQ(std::string(kAnswer, 52) + '\0', relayed.body);
+    EXPECT_EQ(400, Post(agent_->port(), "/sim/callback", "[]").status);
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 3; }, 10000));
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    EXPECT_EQ("[\"first\"]|{\"a\":1}|[2]",
+              DeliveredChecks()[0].text + "|" + DeliveredChecks()[1].text + "|" + DeliveredChecks()[2].text);
+}
+
 TEST_F(AlarmCheck, UndecodableBodiesAreRefusedAndNeverQueued) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const std::string good = Encode(CheckDocument("orders", "1"));

@@ -307,20 +307,4 @@ TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
     EXPECT_EQ(1u, log_.count("create send alarm thread success!", 2));
 }
 
-TEST_F(Delivery, AFullQueueRefusesTheNewestAlarmAndKeepsTheFirst1024) {
-    AlarmManagerEx manager(0);  // never initialised: nothing drains its queue
-    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
-    for (int i = 0; i < 1024; ++i) {
-        ASSERT_EQ(0, manager.sendAlarm(&alarm));
-    }
-    EXPECT_EQ(-1, manager.sendAlarm(&alarm));
-    EXPECT_EQ(-1, manager.sendAlarm(nullptr));
-    std::list<AlarmEx*> batch;
-    for (std::size_t left = 1024; left > 0; left -= batch.size(), deleteAlarms(batch)) {
-        EXPECT_EQ(left, manager.queuedAlarmCount());
-        manager.getSendAlarmDatas(batch);
-        EXPECT_EQ(std::min<std::size_t>(left, 50), batch.size());
-    }
-}
-
 }  // namespace

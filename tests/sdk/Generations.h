@@ -46,6 +46,15 @@ public:
         return ok;
     }
 
+    // Sends seq "0" to "count - 1"; true when every call succeeded.
+    bool send(int count) {
+        bool ok = true;
+        for (int i = 0; i < count; ++i) {
+            ok = send(std::to_string(i)) && ok;
+        }
+        return ok;
+    }
+
     // The seq an arrived alarm carries.
     static std::string SeqOf(const nodeward::ReceivedAlarm& alarm) {
         if (!alarm.legacy) {

@@ -71,6 +71,16 @@ protected:
         setenv("NODEWARD_ENDPOINT", agent_->endpoint().c_str(), 1);
         return true;
     }
+    // Runs init with the send thread it starts parked in its first idle pause,
+    // then queue, then lets the thread go: everything queued leaves together.
+    template <typename Init, typename Queue>
+    void WhileParked(Init init, Queue queue) {
+        pauses_.hold();
+        ASSERT_TRUE(init());
+        ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+        queue();
+        pauses_.release();
+    }
     // The only alarm the agent accepted, once it arrived.
     nodeward::ReceivedAlarm OnlyAlarm() {
         EXPECT_TRUE(agent_->waitForAcceptedAlarms(1, 20000));

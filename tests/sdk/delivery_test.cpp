@@ -23,22 +23,12 @@ namespace {
 // The send cycle is shared by both generations; these cases run on each.
 class SharedDelivery : public sdktest::AgentTest, public ::testing::WithParamInterface<Generation> {
 protected:
-    // Initialises with the send thread parked in its idle pause, queues count alarms, lets it go.
-    void QueueWhileParked(int count) {
-        pauses_.hold();
-        ASSERT_TRUE(driver_.init());
-        ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-        for (int i = 0; i < count; ++i) {
-            ASSERT_TRUE(driver_.send(std::to_string(i)));
-        }
-        pauses_.release();
-    }
     GenerationDriver driver_{GetParam()};
 };
 
 TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrder) {
     ASSERT_TRUE(StartAgent());
-    QueueWhileParked(120);
+    WhileParked([this] { return driver_.init(); }, [this] { ASSERT_TRUE(driver_.send(120)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(120, 20000));
 
     const auto requests = agent_->requests();
@@ -99,13 +89,7 @@ TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds)
     options.failFirst = 2;
     options.failMode = std::get<1>(GetParam());
     ASSERT_TRUE(StartAgent(options));
-    pauses_.hold();  // the alarms are queued while the send thread is parked
-    ASSERT_TRUE(driver.init());
-    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_TRUE(driver.send(std::to_string(i)));
-    }
-    pauses_.release();
+    WhileParked([&] { return driver.init(); }, [&] { ASSERT_TRUE(driver.send(5)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(5, 20000));
 
     const auto requests = agent_->requests();

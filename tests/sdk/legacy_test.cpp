@@ -54,13 +54,11 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     ASSERT_TRUE(StartAgent());
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
-    pauses_.hold();
-    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1));
-    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     const std::vector<std::pair<const char*, const char*>> params{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
-    ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
-    ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
-    pauses_.release();
+    WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
+        ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
+        ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
+    });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
     for (const auto& request : agent_->requests()) {
         EXPECT_EQ(0u, request.json.find("{\"service\":{\"name\":\"szServiceName\",\"appid\":\"app-7\","

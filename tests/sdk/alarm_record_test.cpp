@@ -52,24 +52,6 @@ TEST(AlarmExParameters, FirstValueWinsAndNullIsEmpty) {
     EXPECT_EQ(expected, alarm.getParamMap());
 }
 
-// The manager stamps node, source and marker on its own copy: those are not copied.
-TEST(AlarmExCopy, QueueCopyLeavesManagerFieldsForTheManager) {
-    std::unique_ptr<AlarmEx> source = sdktest::FullAlarm("300012", ZEB_ALARM_CLEAR);
-    const AlarmEx copy(source.get());
-    source.reset();  // the copy outlives its source, as queued records do
-    EXPECT_EQ("300012 2 orders svc-1 inst-1 app-7 shop 8080 1700000000123 orders-label 2",
-              std::string(copy.getAlarmId()) + " " + std::to_string(copy.getAlarmType()) + " " +
-                  copy.getServiceName() + " " + copy.getServiceId() + " " + copy.getServiceInsId() + " " +
-                  copy.getAppId() + " " + copy.getAppName() + " " + std::to_string(copy.getServicePort()) + " " +
-                  std::to_string(copy.GetAlarmTime()) + " " + copy.getServiceLabel() + " " +
-                  std::to_string(copy.getParamMap().size()));
-    EXPECT_EQ("-1|||", std::to_string(copy.getRsetClear()) + "|" + copy.getNodeIp() + "|" + copy.getAlarmSource() +
-                           "|" + copy.GetServiceIp());
-    const AlarmEx fromNull(static_cast<AlarmEx*>(nullptr));
-    EXPECT_EQ("|-1|-1|0", std::string(fromNull.getAlarmId()) + "|" + std::to_string(fromNull.getAlarmType()) + "|" +
-                              std::to_string(fromNull.getRsetClear()) + "|" + std::to_string(fromNull.GetAlarmTime()));
-}
-
 int64_t WallMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::system_clock::now().time_since_epoch())

@@ -78,21 +78,13 @@ TEST(PushDocument, EmptyListGivesEmptyAlarmList) {
 
 TEST(PushDocument, ListOrderKeptAndNullRecordsLeftOut) {
     testsupport::LogCapture log;
-    std::vector<std::unique_ptr<AlarmEx>> owned;
-    std::list<AlarmEx*> alarms;
-    for (int i = 50; i >= 1; --i) {
-        owned.push_back(FullAlarm(std::to_string(i).c_str()));
-        alarms.push_back(owned.back().get());
-        if (i % 20 == 0) {
-            alarms.push_back(nullptr);
-        }
+    std::unique_ptr<AlarmEx> a = FullAlarm("3"), b = FullAlarm("1"), c = FullAlarm("2");
+    const JsonTree root = Parse(Document({a.get(), nullptr, b.get(), nullptr, c.get()}));
+    std::string ids;
+    for (const cJSON* item = Get(Get(root.get(), "payload"), "alarmList")->child; item != nullptr; item = item->next) {
+        ids += Text(item, "alarmId");
     }
-    const JsonTree root = Parse(Document(alarms));
-    const cJSON* list = Get(Get(root.get(), "payload"), "alarmList");
-    ASSERT_EQ(50, cJSON_GetArraySize(list));
-    for (int i = 0; i < 50; ++i) {
-        EXPECT_EQ(std::to_string(50 - i), Text(cJSON_GetArrayItem(list, i), "alarmId"));
-    }
+    EXPECT_EQ("312", ids);
     EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource))
         << log.dump();
 }
@@ -179,14 +171,8 @@ TEST(RetCode, AnswerTable) {
         SCOPED_TRACE(row.answer != nullptr ? row.answer : "(null)");
         testsupport::LogCapture log;
         EXPECT_EQ(row.result, AlmJsonParser::GetRetCodeEx(row.answer));
-        if (row.logged == nullptr) {
-            EXPECT_TRUE(log.lines().empty()) << log.dump();
-        } else {
-            ASSERT_EQ(1u, log.lines().size()) << log.dump();
-            EXPECT_EQ(row.logged, log.lines()[0].text);
-            EXPECT_EQ(RUNLOG_LEVEL_ERROR, log.lines()[0].level);
-            EXPECT_EQ(kSource, log.lines()[0].source);
-        }
+        EXPECT_EQ(row.logged != nullptr ? std::string(row.logged) + "\n" : "", log.texts());
+        EXPECT_EQ(log.lines().size(), log.count(row.logged != nullptr ? row.logged : "", 5, kSource));
     }
 }
 

@@ -56,6 +56,14 @@ struct SingletonEnv {
     testsupport::ScopedEnv appName{"APPNAME", "orders-app"};
 };
 
+// The node's address variables for one case, each set or (nullptr) unset.
+struct NodeEnv {
+    NodeEnv(const char* nodeId, const char* hostingServerIp, const char* serverIp, const char* podName)
+        : node{"NODE_ID", nodeId}, hosting{"HOSTING_SERVER_IP", hostingServerIp}, server{"SERVER_IP", serverIp},
+          pod{"PODNAME", podName} {}
+    testsupport::ScopedEnv node, hosting, server, pod;
+};
+
 // Pauses recorded, the run log captured, the singleton's identity set; the
 // agent starts on a free loopback port when a case asks for it.
 class AgentTest : public ::testing::Test {

@@ -159,10 +159,7 @@ class Location : public sdktest::AgentTest, public ::testing::WithParamInterface
 
 TEST_P(Location, ComesFromTheEnvironment) {
     const LocationCase& c = GetParam();
-    testsupport::ScopedEnv nodeId("NODE_ID", c.nodeId);
-    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", c.hostingServerIp);
-    testsupport::ScopedEnv server("SERVER_IP", c.serverIp);
-    testsupport::ScopedEnv pod("PODNAME", c.podName);
+    const sdktest::NodeEnv env(c.nodeId, c.hostingServerIp, c.serverIp, c.podName);
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, sdktest::SendSingleton("5", "1"));

@@ -12,6 +12,7 @@
 #include "AlmRukInterface.h"
 #include "LegacyFixtures.h"
 #include "LogCapture.h"
+#include "SdkTestSupport.h"
 #include "TestEnv.h"
 
 namespace {
@@ -86,10 +87,7 @@ class LegacyTexts : public ::testing::TestWithParam<TextCase> {};
 
 TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
     const TextCase& c = GetParam();
-    testsupport::ScopedEnv pod("PODNAME", c.podName);
-    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", c.hostingServerIp);
-    testsupport::ScopedEnv server("SERVER_IP", c.serverIp);
-    testsupport::ScopedEnv node("NODE_ID", c.nodeId);
+    const sdktest::NodeEnv env(c.nodeId, c.hostingServerIp, c.serverIp, c.podName);
     AlmRukInterface::InitAllIp();
     testsupport::LogCapture log;
 

@@ -47,8 +47,10 @@ EOF
 caught=0
 survived=()
 broken=()
-while IFS=$'\t' read -r file text replacement what; do
-  case "$file" in '' | '#'*) continue ;; esac
+while IFS= read -r line; do
+  case "$line" in '' | '#'*) continue ;; esac
+  # Split at tabs without merging them (a tab is whitespace to read).
+  IFS=$'\x1f' read -r file text replacement what <<< "${line//$'\t'/$'\x1f'}"
   [ -z "$filter" ] || [[ "$file $text $what" == *"$filter"* ]] || continue
   label="$file: $what"
   if ! apply "$work/src/$file" "$text" "$replacement" 2> "$work/apply.log"; then

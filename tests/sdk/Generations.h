@@ -3,15 +3,14 @@
 #ifndef GENERATIONS_H
 #define GENERATIONS_H
 
+#include <cstdio>
 #include <ostream>
 #include <string>
 
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
 #include "LegacyFixtures.h"
-#include "NodewardSim.h"
 #include "SdkTestSupport.h"
-#include "TestEnv.h"
 
 namespace sdktest {
 
@@ -21,59 +20,51 @@ inline std::ostream& operator<<(std::ostream& out, Generation g) {
     return out << (g == Generation::Current ? "Current" : "Legacy");
 }
 
-// The legacy alarm the driver sends: id 7, one location parameter "seq".
-inline stAlarmItems* SeqDefinition() {
-    return legacytest::Definition(7, "orders", "Sequence", "序号告警", {{"seq", "Seq", "序号", "STRING", 0, 0, {}}});
-}
-
 class GenerationDriver {
 public:
-    explicit GenerationDriver(Generation generation) : generation_(generation) {}
+    explicit GenerationDriver(Generation generation) : legacy_(generation == Generation::Legacy) {}
 
-    // Initialises the generation (the legacy one with SeqDefinition loaded).
+    // Initialises the generation; the legacy one with alarm 7 defined (one location parameter "seq").
     bool init() {
-        if (generation_ == Generation::Current) {
+        if (!legacy_) {
             return ZEBInitAlarmSDK() == 0;
         }
-        legacytest::InstallDefinitions({SeqDefinition()});
-        const std::string xml = dir_.path() + "/alarms.xml";
-        std::FILE* f = std::fopen(xml.c_str(), "w");
-        if (f == nullptr) {
-            return false;
-        }
-        std::fclose(f);
+        legacytest::InstallDefinitions({legacytest::Definition(7, "orders", "Sequence", "序号告警",
+                                                               {{"seq", "Seq", "序号", "STRING", 0, 0, {}}})});
+        const std::string xml = dir_.path() + "/alarms.xml";  // must exist; the definitions are in memory
+        std::fclose(std::fopen(xml.c_str(), "w"));
         return InitAlarm(xml.c_str(), "svc-1", "inst-1", 0) == 1;
     }
 
-    // Sends alarm 7 carrying seq; true when the call succeeded (the legacy
-    // SendAlarm reports success also for an alarm its manager refuses).
+    // Sends alarm 7 carrying seq; true when the call succeeded.
     bool send(const std::string& seq) {
-        if (generation_ == Generation::Current) {
-            return SendCAlarm([](_ZEBAlarm* a) { return ZEBSendAlarm(a); }, "7", ZEB_ALARM_GENERATE, {{"seq", seq}}) ==
-                   0;
+        if (!legacy_) {
+            return SendSingleton("7", seq) == 0;
         }
         AlarmObject* object = AllocAlarmObject("7", 0, 1);
-        if (object == nullptr || AppendParam(object, "seq", seq.c_str()) != 1) {
-            FreeAlarmObject(object);
-            return false;
-        }
-        const int result = SendAlarm(object);
+        const bool ok = AppendParam(object, "seq", seq.c_str()) == 1 && SendAlarm(object) == 1;
         FreeAlarmObject(object);
-        return result == 1;
+        return ok;
+    }
+
+    // Sends seq "0" to "count - 1"; true when every call succeeded.
+    bool send(int count) {
+        bool ok = true;
+        for (int i = 0; i < count; ++i) {
+            ok = send(std::to_string(i)) && ok;
+        }
+        return ok;
     }
 
     // The generation's manager's counters and flush.
     alarmsdk_stats stats() const {
         alarmsdk_stats s = {};
         s.size = sizeof(s);
-        const int result =
-            generation_ == Generation::Current ? alarmsdk_get_process_stats(&s) : alarmsdk_get_legacy_stats(&s);
-        EXPECT_EQ(0, result);
+        EXPECT_EQ(0, legacy_ ? alarmsdk_get_legacy_stats(&s) : alarmsdk_get_process_stats(&s));
         return s;
     }
     int flush(uint32_t timeoutMs) const {
-        return generation_ == Generation::Current ? alarmsdk_flush_process(timeoutMs)
-                                                  : alarmsdk_flush_legacy(timeoutMs);
+        return legacy_ ? alarmsdk_flush_legacy(timeoutMs) : alarmsdk_flush_process(timeoutMs);
     }
 
     // The seq an arrived alarm carries.
@@ -81,22 +72,18 @@ public:
         if (!alarm.legacy) {
             return Param(alarm, "seq");
         }
-        const std::string prefix = "EN:Seq=";
-        const std::size_t end = alarm.location.find("##");
-        return alarm.location.compare(0, prefix.size(), prefix) == 0 ? alarm.location.substr(prefix.size(), end - prefix.size())
-                                                                      : "";
+        const std::string prefix = "EN:Seq=";  // location "EN:Seq=<seq>##ZH:序号=<seq>##"
+        return alarm.location.compare(0, prefix.size(), prefix) == 0
+                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
+                   : "";
     }
 
-    const char* successText() const {
-        return generation_ == Generation::Current ? "send alarms success!" : "send alarmModels success!";
-    }
-    int successLevel() const { return generation_ == Generation::Current ? 5 : 2; }
-    const char* logSource() const {
-        return generation_ == Generation::Current ? "../src/AlarmManagerEx" : "../src/AlarmManager";
-    }
+    const char* successText() const { return legacy_ ? "send alarmModels success!" : "send alarms success!"; }
+    int successLevel() const { return legacy_ ? 2 : 5; }
+    const char* logSource() const { return legacy_ ? "../src/AlarmManager" : "../src/AlarmManagerEx"; }
 
 private:
-    Generation generation_;
+    bool legacy_;
     testsupport::TempDir dir_;
 };
 

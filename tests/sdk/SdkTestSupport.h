@@ -1,5 +1,6 @@
-// Shared pieces of the library's end-to-end tests: an agent on loopback that
-// the process's REST client reaches, and shortcuts for building C alarms.
+// Shared pieces of the library's tests: the fixture every end-to-end case
+// starts from (an agent on loopback that the process's REST client reaches),
+// shortcuts for sending C alarms, and a fully set record.
 #ifndef SDK_TEST_SUPPORT_H
 #define SDK_TEST_SUPPORT_H
 
@@ -11,59 +12,42 @@
 #include <utility>
 #include <vector>
 
+#include "AlarmEx.h"
 #include "AlarmSdk.h"
+#include "LogCapture.h"
 #include "NodewardSim.h"
+#include "PauseRecorder.h"
 #include "TestEnv.h"
 
 namespace sdktest {
 
-// Starts an agent on a free loopback port and points NODEWARD_ENDPOINT at it.
-inline std::unique_ptr<nodeward::Sim> StartAgent(nodeward::SimOptions options = nodeward::SimOptions()) {
-    if (options.endpoint == nodeward::SimOptions().endpoint) {
-        options.endpoint = "127.0.0.1:0";
-    }
-    auto sim = std::make_unique<nodeward::Sim>(options);
-    std::string error;
-    if (!sim->start(&error)) {
-        ADD_FAILURE() << "agent did not start: " << error;
-        return nullptr;
-    }
-    setenv("NODEWARD_ENDPOINT", sim->endpoint().c_str(), 1);
-    return sim;
-}
+using Params = std::vector<std::pair<std::string, std::string>>;
 
 // Sends one C alarm with the given parameters through send (ZEBSendAlarm or a
 // co-process variant) and frees it. Returns the send result.
 template <typename SendFn>
-int SendCAlarm(SendFn send, const char* alarmId, int type,
-               const std::vector<std::pair<std::string, std::string>>& params) {
+int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
     _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, type);
-    if (alarm == nullptr) {
-        return -2;
-    }
     for (const auto& p : params) {
-        if (ZEBAppendAlarmParam(alarm, p.first.c_str(), p.second.c_str()) != 0) {
-            ZEBFreeAlarm(alarm);
-            return -2;
-        }
+        ZEBAppendAlarmParam(alarm, p.first.c_str(), p.second.c_str());
     }
-    int result = send(alarm);
+    const int result = send(alarm);
     ZEBFreeAlarm(alarm);
     return result;
 }
 
 inline int SendSingleton(const char* alarmId, const std::string& seq) {
-    return SendCAlarm([](_ZEBAlarm* a) { return ZEBSendAlarm(a); }, alarmId, ZEB_ALARM_GENERATE, {{"seq", seq}});
+    return SendCAlarm(&ZEBSendAlarm, alarmId, ZEB_ALARM_GENERATE, {{"seq", seq}});
 }
 
-// The value of parameter name in alarm, or "" when absent.
+// The value of parameter name in alarm, or "<absent>".
 inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string& name) {
     for (const auto& p : alarm.parameters) {
         if (p.first == name) {
             return p.second;
         }
     }
-    return "";
+    return "<absent>";
 }
 
 // Identity for the process-wide manager.
@@ -71,6 +55,80 @@ struct SingletonEnv {
     testsupport::ScopedEnv appId{"APPID", "app-7"};
     testsupport::ScopedEnv appName{"APPNAME", "orders-app"};
 };
+
+// The node's address variables for one case, each set or (nullptr) unset.
+struct NodeEnv {
+    NodeEnv(const char* nodeId, const char* hostingServerIp, const char* serverIp, const char* podName)
+        : node{"NODE_ID", nodeId}, hosting{"HOSTING_SERVER_IP", hostingServerIp}, server{"SERVER_IP", serverIp},
+          pod{"PODNAME", podName} {}
+    testsupport::ScopedEnv node, hosting, server, pod;
+};
+
+// Pauses recorded, the run log captured, the singleton's identity set; the
+// agent starts on a free loopback port when a case asks for it.
+class AgentTest : public ::testing::Test {
+protected:
+    bool StartAgent(nodeward::SimOptions options = nodeward::SimOptions()) {
+        options.endpoint = "127.0.0.1:0";
+        agent_ = std::make_unique<nodeward::Sim>(options);
+        std::string error;
+        if (!agent_->start(&error)) {
+            ADD_FAILURE() << "agent did not start: " << error;
+            return false;
+        }
+        setenv("NODEWARD_ENDPOINT", agent_->endpoint().c_str(), 1);
+        return true;
+    }
+    // Runs init with the send thread it starts parked in its first idle pause,
+    // then queue, then lets the thread go: everything queued leaves together.
+    template <typename Init, typename Queue>
+    void WhileParked(Init init, Queue queue) {
+        pauses_.hold();
+        ASSERT_TRUE(init());
+        ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+        queue();
+        pauses_.release();
+    }
+    // The only alarm the agent accepted, once it arrived.
+    nodeward::ReceivedAlarm OnlyAlarm() {
+        EXPECT_TRUE(agent_->waitForAcceptedAlarms(1, 20000));
+        const auto alarms = agent_->acceptedAlarms();
+        EXPECT_EQ(1u, alarms.size());
+        return alarms.empty() ? nodeward::ReceivedAlarm() : alarms[0];
+    }
+
+    testsupport::PauseRecorder pauses_;
+    testsupport::LogCapture log_;
+    SingletonEnv env_;
+    std::unique_ptr<nodeward::Sim> agent_;
+};
+
+// The keys of a full alarm object, and of a reset-clear announcement (id "0"), in document order.
+inline const std::vector<std::string> kAllAlarmKeys{
+    "alarmId",     "appId",        "occurTime", "serviceName", "serviceIp",     "servicePort", "serviceLabel",
+    "alarmType",   "serviceId",    "serviceInstId", "rsetClear", "nodeIp",     "callBackInfo", "parameters"};
+inline const std::vector<std::string> kAnnouncementKeys{"alarmId",   "appId",       "occurTime",   "serviceName",
+                                                        "serviceIp", "servicePort", "serviceLabel"};
+
+// A record with every field set; parameters appended out of name order.
+inline std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012", EU_GEN_CLEAR_TYPE type = ZEB_ALARM_GENERATE) {
+    std::unique_ptr<AlarmEx> alarm(new AlarmEx(id, type));
+    alarm->appendParameter("usage", "95");
+    alarm->appendParameter("disk", "sda");
+    alarm->setServiceName("orders");
+    alarm->setServiceId("svc-1");
+    alarm->setServiceInsId("inst-1");
+    alarm->setRsetClear(1);
+    alarm->setAppId("app-7");
+    alarm->setAppName("shop");
+    alarm->setNodeIp("10.0.0.1");
+    alarm->setAlarmSource("source-a");
+    alarm->SetServiceIp("10.0.0.5");
+    alarm->setServicePort(8080);
+    alarm->ResetAlarmTime(1700000000123L);
+    alarm->setServiceLabel("orders-label");
+    return alarm;
+}
 
 }  // namespace sdktest
 

@@ -21,10 +21,8 @@
 #include <vector>
 
 #include "AlarmManagerEx.h"
-#include "Base64.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
 #include "SdkTestSupport.h"
+#include "SimDocument.h"
 #include "rest_client.h"
 
 namespace {
@@ -58,12 +56,8 @@ std::size_t DeliveredCount() {
     return DeliveredChecks().size();
 }
 
-std::string Encode(const std::string& plain) {
-    std::vector<char> out(4 * ((plain.size() + 2) / 3) + 1, '\0');
-    std::string copy = plain;
-    zeb_alm_base64_encode(&copy[0], static_cast<int>(copy.size()), out.data(), nullptr);
-    return std::string(out.data());
-}
+// The agent's own encoder: the library's decoder is checked against another's output.
+std::string Encode(const std::string& plain) { return nodeward::EncodeBase64(plain); }
 
 std::string CheckDocument(const std::string& service, const std::string& alarmsJson) {
     return "{\"callBackInfo\":{\"serviceName\":\"" + service + "\"},\"callBackAlarms\":" + alarmsJson + "}";
@@ -99,23 +93,15 @@ Answer Post(int port, const std::string& path, const std::string& body, int meth
     return answer;
 }
 
-class AlarmCheck : public ::testing::Test {
+class AlarmCheck : public sdktest::AgentTest {
 protected:
-    void SetUp() override {
-        port_ = testsupport::FreeLoopbackPort();
-        portText_ = std::to_string(port_);
-        sdkPort_ = std::make_unique<testsupport::ScopedEnv>("TRANSPORT_SDK_PORT", portText_.c_str());
-        ASSERT_EQ(0, ZEBInitAlarmSDK());
-    }
+    void SetUp() override { ASSERT_EQ(0, ZEBInitAlarmSDK()); }
     std::string OrdersPath() const { return "/orders/app-7/alarmCheck/callBack"; }
 
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
+    int port_ = testsupport::FreeLoopbackPort();
+    std::string portText_ = std::to_string(port_);
     testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    std::unique_ptr<testsupport::ScopedEnv> sdkPort_;
-    int port_ = 0;
-    std::string portText_;
+    testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", portText_.c_str()};
 };
 
 TEST_F(AlarmCheck, AGoodCheckIsAnsweredAtOnceAndReachesTheCallbackCompactly) {
@@ -145,24 +131,32 @@ TEST_F(AlarmCheck, AGoodCheckIsAnsweredAtOnceAndReachesTheCallbackCompactly) {
     }
 }
 
-TEST_F(AlarmCheck, ChecksForSeveralManagersRunInArrivalOrder) {
-    AlarmManagerEx* billing = ZEBInitAlarmSDK4CoProcess("app-b", "billing", "10.0.0.1", "127.0.0.1");
-    ASSERT_NE(nullptr, billing);
+// The agent's side of the same exchange: it calls back a service it heard
+// from, once on its first alarm when told to, on request, and by its control resource.
+TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
+    nodeward::SimOptions options;
+    options.callBackOnFirstAlarm = {{"orders", "[\"first\"]"}, {"billing", "[]"}};
+    ASSERT_TRUE(StartAgent(options));
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun4CoProcess(billing, &BillingCallback));
-    constexpr int kRounds = 20;
-    for (int i = 0; i < kRounds; ++i) {
-        bool toOrders = i % 3 != 0;
-        std::string path = toOrders ? OrdersPath() : "/billing/app-b/alarmCheck/callBack";
-        Answer answer = Post(port_, path, Encode(CheckDocument(toOrders ? "orders" : "billing", std::to_string(i))));
-        ASSERT_EQ(200, answer.status);
-    }
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == kRounds; }, 10000));
+    std::string answer;
+    EXPECT_EQ(-1, agent_->callBack("orders", "[]", &answer));  // nothing heard from it yet
+    const std::string control = "/sim/callback?service=orders";
+    EXPECT_EQ(404, Post(agent_->port(), control, "[0]").status);
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));  // carries the service's name, address and port
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "y"));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    EXPECT_EQ(200, agent_->callBack("orders", "{\"a\": 1}", &answer));
+    EXPECT_EQ(std::string(kAnswer, 52) + '\0', answer);
+    EXPECT_EQ(-1, agent_->callBack("orders", "not json", &answer));
+    const Answer relayed = Post(agent_->port(), control, "[2]");
+    EXPECT_EQ(200, relayed.status);
+    EXPECT_EQ(std::string(kAnswer, 52) + '\0', relayed.body);
+    EXPECT_EQ(400, Post(agent_->port(), "/sim/callback", "[]").status);
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 3; }, 10000));
     std::lock_guard<std::mutex> lock(DeliveredMutex());
-    for (int i = 0; i < kRounds; ++i) {
-        EXPECT_EQ(std::to_string(i), DeliveredChecks()[i].text);
-        EXPECT_EQ(i % 3 != 0 ? "orders" : "billing", DeliveredChecks()[i].who);
-    }
+    EXPECT_EQ("[\"first\"]|{\"a\":1}|[2]",
+              DeliveredChecks()[0].text + "|" + DeliveredChecks()[1].text + "|" + DeliveredChecks()[2].text);
 }
 
 TEST_F(AlarmCheck, EachQueuedCheckWakesTheIdleCheckThread) {
@@ -174,57 +168,58 @@ TEST_F(AlarmCheck, EachQueuedCheckWakesTheIdleCheckThread) {
     }
 }
 
-TEST_F(AlarmCheck, UndecodableBodiesAreRefusedAndNeverQueued) {
+// Every check is answered at once: one that cannot be decoded with 500, one
+// that cannot be delivered with success, then dropped with its reason.
+TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReason) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const std::string good = Encode(CheckDocument("orders", "1"));
-    const std::vector<std::string> bad = {good.substr(0, good.size() - 1), "ab-d" + good, std::string("\0AAA", 4)};
-    for (const std::string& body : bad) {
-        Answer answer = Post(port_, OrdersPath(), body);
-        EXPECT_EQ(500, answer.status) << body;
+    const std::string noAlarms = "{\"callBackInfo\":{\"serviceName\":\"orders\"}}";
+    const std::pair<std::string, std::string> rows[] = {
+        {good.substr(0, good.size() - 1), "decode request body error"},
+        {"ab-d" + good, "decode request body error"},
+        {std::string("\0AAA", 4), "AlarmCheck response body is NULL"},
+        {Encode(CheckDocument("nobody", "[]")), "There is no service nobody"},
+        {Encode(noAlarms), "Get empty call back info, callBackInfo is " + noAlarms},
+        {Encode("this is not json"), "The response body convert to json failed."},
+        {Encode("{\"callBackAlarms\":[]}"), "In AlarmManagerEx::GetCallBackInstance, pJsonCallBackInfo is null!"},
+        {Encode("{\"callBackInfo\":{\"serviceName\":7},\"callBackAlarms\":[]}"),
+         "In AlarmManagerEx::GetCallBackInstance, pJsonServiceName is null!"},
+        {Encode(CheckDocument("orders", "\"last\"")), "AlarmManagerEx::ProcessAlarmCheckInterface,func in."},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Answer answer = Post(port_, OrdersPath(), rows[i].first);
+        EXPECT_EQ(i < 3 ? 500 : 200, answer.status) << rows[i].first;
+        EXPECT_EQ(i < 3 ? 0u : 53u, answer.body.size());
     }
-    EXPECT_EQ(2u, log_.count("decode request body error", 5));
-    EXPECT_TRUE(log_.contains("AlarmCheck response body is NULL", 5));
+    // The last check is the only deliverable one; once it is in, the rest were handled.
+    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
+    EXPECT_EQ("\"last\"", DeliveredChecks()[0].text);
+    for (const auto& row : rows) {
+        EXPECT_TRUE(log_.contains(row.second)) << row.second;
+    }
+    EXPECT_EQ(3u, log_.count("Can not find the AlarmManager Instance point.", 5));
+    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetAlarmCheckInfo, pJsonCheckInfo is null!", 5));
     EXPECT_EQ(0u, AlarmManagerEx::pendingAlarmCheckCount());
 
     // The handler's own checks, called as the transport calls it.
     stru_REST_RESPONSE response{};
     stru_REST_REQUEST request{};
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, nullptr));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, response is null!", 5));
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(nullptr, &response));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, request is null!", 5));
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, &response));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::ProcessAlarmCheckInterface, request->body is null!", 5));
     char empty[1] = {0};
-    request.body = empty;
+    stru_REST_REQUEST emptyBody{};
+    emptyBody.body = empty;
+    log_.clear();
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, nullptr));
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(nullptr, &response));
     EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, &response));
-    EXPECT_TRUE(log_.contains("AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.", 5));
+    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&emptyBody, &response));
     EXPECT_EQ(-1, AlarmManagerEx::GenCallBackResponse(nullptr));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GenCallBackResponse, response is null!", 5));
-    EXPECT_EQ(0u, DeliveredCount());
-}
-
-TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredThenDroppedWithTheirReason) {
-    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    const std::string noAlarms = "{\"callBackInfo\":{\"serviceName\":\"orders\"}}";
-    const std::vector<std::string> documents = {
-        CheckDocument("nobody", "[]"), noAlarms, "this is not json", "{\"callBackAlarms\":[]}",
-        "{\"callBackInfo\":{\"serviceName\":7},\"callBackAlarms\":[]}", CheckDocument("orders", "\"last\"")};
-    for (const std::string& doc : documents) {
-        Answer answer = Post(port_, OrdersPath(), Encode(doc));
-        EXPECT_EQ(200, answer.status) << doc;
-        EXPECT_EQ(53u, answer.body.size());
-    }
-    // The last check is the only deliverable one; once it is in, the rest were handled.
-    ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));
-    EXPECT_EQ("\"last\"", DeliveredChecks()[0].text);
-    EXPECT_TRUE(log_.contains("There is no service nobody", 5));
-    EXPECT_EQ(3u, log_.count("Can not find the AlarmManager Instance point.", 5));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetAlarmCheckInfo, pJsonCheckInfo is null!", 5));
-    EXPECT_TRUE(log_.contains("Get empty call back info, callBackInfo is " + noAlarms, 5));
-    EXPECT_TRUE(log_.contains("The response body convert to json failed.", 5));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetCallBackInstance, pJsonCallBackInfo is null!", 5));
-    EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetCallBackInstance, pJsonServiceName is null!", 5));
+    const std::string in = "AlarmManagerEx::ProcessAlarmCheckInterface,func in.\n";
+    EXPECT_EQ(in + "In AlarmManagerEx::ProcessAlarmCheckInterface, response is null!\n" + in +
+                  "In AlarmManagerEx::ProcessAlarmCheckInterface, request is null!\n" + in +
+                  "In AlarmManagerEx::ProcessAlarmCheckInterface, request->body is null!\n" + in +
+                  "AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.\n"
+                  "In AlarmManagerEx::GenCallBackResponse, response is null!\n",
+              log_.texts());
 }
 
 TEST_F(AlarmCheck, RegistrationRules) {
@@ -258,40 +253,6 @@ TEST(AlarmCheckRegistration, FiveFailedAttemptsReturnTheLastResultAndLeaveNoCall
                             5, "../src/AlarmManagerEx"));
     EXPECT_EQ(nullptr, manager->getAlarmCheckCallBack());
     EXPECT_EQ("orders", manager->getServiceName());
-}
-
-TEST_F(AlarmCheck, AFloodFromSeveralClientsLosesNoQueuedCheck) {
-    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    constexpr int kClients = 4;
-    constexpr int kEach = 500;
-    std::atomic<int> answered{0};
-    std::vector<std::thread> clients;
-    for (int c = 0; c < kClients; ++c) {
-        clients.emplace_back([this, c, &answered] {
-            for (int i = 0; i < kEach; ++i) {
-                std::string doc = CheckDocument("orders", "\"" + std::to_string(c) + ":" + std::to_string(i) + "\"");
-                const int status = Post(port_, OrdersPath(), Encode(doc)).status;
-                answered += status == 200 ? 1 : 0;
-                EXPECT_TRUE(status == 200 || status == 500) << status;  // 500: the queue was full
-            }
-        });
-    }
-    for (auto& t : clients) {
-        t.join();
-    }
-    // Every check that was answered "success" reaches the callback, each
-    // client's in the order it sent them.
-    ASSERT_TRUE(testsupport::WaitUntil([&] { return DeliveredCount() == std::size_t(answered.load()); }, 60000))
-        << DeliveredCount();
-    std::vector<int> last(kClients, -1);
-    std::lock_guard<std::mutex> lock(DeliveredMutex());
-    for (const auto& d : DeliveredChecks()) {
-        std::string text = d.text.substr(1, d.text.size() - 2);
-        int c = std::stoi(text.substr(0, text.find(':')));
-        const int i = std::stoi(text.substr(text.find(':') + 1));
-        EXPECT_LT(last[c], i);
-        last[c] = i;
-    }
 }
 
 TEST_F(AlarmCheck, OnlyPostReachesTheHandler) {
@@ -360,8 +321,10 @@ INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
                                            std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
 // Registrations racing on several threads start one alarm-check thread, so
-// every callback runs on it, one at a time.
-TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
+// every callback runs on it, one at a time, in arrival order, each check with
+// the callback of the service it names.
+TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerInOrder) {
+    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     std::vector<AlarmManagerEx*> managers;
     for (int i = 0; i < 8; ++i) {
         managers.push_back(ZEBInitAlarmSDK4CoProcess("app-7", ("svc" + std::to_string(i)).c_str(), "n", "127.0.0.1"));
@@ -373,7 +336,7 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
         threads.emplace_back([m, &go, &registered] {
             while (!go.load()) {
             }
-            registered += ZEBRegisterAlarmCheckCallBackFun4CoProcess(m, &OrdersCallback) == 0 ? 1 : 0;
+            registered += ZEBRegisterAlarmCheckCallBackFun4CoProcess(m, &BillingCallback) == 0 ? 1 : 0;
         });
     }
     go = true;
@@ -383,12 +346,17 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThread) {
     EXPECT_EQ(8, registered.load());
     EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));
     for (int i = 0; i < 16; ++i) {
-        const std::string svc = "svc" + std::to_string(i % 8);
-        Post(port_, "/" + svc + "/app-7/alarmCheck/callBack", Encode(CheckDocument(svc, std::to_string(i))));
+        const std::string svc = i % 3 == 0 ? "orders" : "svc" + std::to_string(i % 8);
+        const std::string path = "/" + svc + "/app-7/alarmCheck/callBack";
+        ASSERT_EQ(200, Post(port_, path, Encode(CheckDocument(svc, std::to_string(i)))).status);
     }
     ASSERT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 16; }, 30000));
-    for (const auto& d : DeliveredChecks()) {
-        EXPECT_TRUE(pthread_equal(d.thread, AlarmManagerEx::m_nAlarmCheckTid));
+    std::lock_guard<std::mutex> lock(DeliveredMutex());
+    for (int i = 0; i < 16; ++i) {
+        const Delivered& d = DeliveredChecks()[i];
+        EXPECT_EQ(std::to_string(i), d.text);
+        EXPECT_EQ(i % 3 == 0 ? "orders" : "billing", d.who);
+        EXPECT_TRUE(pthread_equal(d.thread, AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
     }
 }
 
@@ -423,8 +391,7 @@ int StartIdleAttacker(int port, int count) {
 }
 
 TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const int attacker = StartIdleAttacker(port_, 1100);
     ASSERT_GE(attacker, 0);
@@ -435,7 +402,7 @@ TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     for (int i = 0; i < 20; ++i) {
         ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
     }
-    EXPECT_TRUE(agent->waitForAcceptedAlarms(20, 30000));
+    EXPECT_TRUE(agent_->waitForAcceptedAlarms(20, 30000));
     EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), 256);
     EXPECT_EQ(200, Post(port_, OrdersPath(), Encode(CheckDocument("orders", "\"valid\""))).status);
     EXPECT_TRUE(testsupport::WaitUntil([] { return DeliveredCount() == 1; }, 10000));

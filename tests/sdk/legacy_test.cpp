@@ -1,6 +1,5 @@
 // The legacy generation end to end: its C functions' checks, the manager's
 // refusals, and the legacy document as the agent receives it.
-#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -10,10 +9,6 @@
 #include "AlarmManager.h"
 #include "AlarmSdk.h"
 #include "Generations.h"
-#include "LegacyFixtures.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
-#include "SdkTestSupport.h"
 
 namespace {
 
@@ -28,21 +23,10 @@ const std::vector<std::string> kLegacyAlarmKeys{
 const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
 
-std::vector<std::string> KeysOf(const cJSON* object) {
-    std::vector<std::string> keys;
-    for (const cJSON* item = object != nullptr ? object->child : nullptr; item != nullptr; item = item->next) {
-        keys.push_back(item->string);
-    }
-    return keys;
-}
-
 // Allocates, fills and sends one legacy alarm; SendAlarm's result.
 int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
                unsigned int slots) {
     AlarmObject* object = AllocAlarmObject(id, type, slots);
-    if (object == nullptr) {
-        return -1;
-    }
     for (const auto& p : params) {
         AppendParam(object, p.first, p.second);
     }
@@ -51,21 +35,15 @@ int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*
     return result;
 }
 
-class Legacy : public ::testing::Test {
+class Legacy : public sdktest::AgentTest {
 protected:
     // An existing file for InitAlarm's path check; the definitions are installed in memory.
     std::string DefinitionFile() {
         const std::string path = dir_.path() + "/alarms.xml";
-        std::FILE* f = std::fopen(path.c_str(), "w");
-        if (f != nullptr) {
-            std::fclose(f);
-        }
+        std::fclose(std::fopen(path.c_str(), "w"));
         return path;
     }
 
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
     testsupport::TempDir dir_;
 };
 
@@ -73,82 +51,52 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", "10.0.0.1");
     testsupport::ScopedEnv server("SERVER_IP", "10.0.0.9");
     testsupport::ScopedEnv node("NODE_ID", "node-1");
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
-    pauses_.hold();
-    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1));
-    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
     const std::vector<std::pair<const char*, const char*>> params{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
-    ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
-    ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
-    pauses_.release();
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(3, 20000));
-
-    // The registration may leave before the alarms are queued: read every request.
-    std::vector<cJSON*> documents;
-    cJSON* list = cJSON_CreateArray();
-    for (const auto& request : agent->requests()) {
-        cJSON* root = cJSON_Parse(request.json.c_str());
-        ASSERT_NE(nullptr, root);
-        documents.push_back(root);
-        EXPECT_EQ((std::vector<std::string>{"service", "business", "payload"}), KeysOf(root));
-        char* service = cJSON_PrintUnformatted(cJSON_GetObjectItem(root, "service"));
-        EXPECT_STREQ(R"({"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,"time_stamp":0})",
-                     service);
-        cJSON_free(service);
-        const cJSON* alarms = cJSON_GetObjectItem(cJSON_GetObjectItem(root, "payload"), "alarmList");
-        for (const cJSON* a = alarms != nullptr ? alarms->child : nullptr; a != nullptr; a = a->next) {
-            cJSON_AddItemReferenceToArray(list, const_cast<cJSON*>(a));
-        }
+    WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
+        ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
+        ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
+    });
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
+    for (const auto& request : agent_->requests()) {
+        EXPECT_EQ(0u, request.json.find("{\"service\":{\"name\":\"szServiceName\",\"appid\":\"app-7\","
+                                        "\"ipaddress\":\"10.0.0.1\",\"port\":7888,\"time_stamp\":0},"
+                                        "\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":["))
+            << request.json;
     }
-    ASSERT_EQ(3, cJSON_GetArraySize(list));
-
-    const cJSON* registration = cJSON_GetArrayItem(list, 0);
-    EXPECT_EQ(kRegistrationKeys, KeysOf(registration));
-    char* clearList = cJSON_PrintUnformatted(cJSON_GetObjectItem(registration, "restClearAlarmList"));
-    EXPECT_STREQ(R"([{"alarmId":"300012"},{"alarmId":"300020"}])", clearList);
-    cJSON_free(clearList);
-    EXPECT_STREQ("storage", cJSON_GetObjectItem(registration, "serviceName")->valuestring);
-    EXPECT_STREQ("10.0.0.9", cJSON_GetObjectItem(registration, "serviceIp")->valuestring);
-
+    const auto alarms = agent_->acceptedAlarms();
+    const nodeward::ReceivedAlarm& registration = alarms[0];
+    EXPECT_EQ(kRegistrationKeys, registration.keys);
+    EXPECT_EQ((std::vector<std::string>{"300012", "300020"}), registration.clearAlarmIds);
+    EXPECT_EQ("storage 10.0.0.9", registration.serviceName + " " + registration.serviceIp);
     for (int i = 1; i <= 2; ++i) {
-        const cJSON* alarm = cJSON_GetArrayItem(list, i);
-        auto number = [alarm](const char* key) { return cJSON_GetObjectItem(alarm, key)->valuedouble; };
-        auto text = [alarm](const char* key) { return std::string(cJSON_GetObjectItem(alarm, key)->valuestring); };
-        EXPECT_EQ(kLegacyAlarmKeys, KeysOf(alarm));
-        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", text("alarmName"));
-        EXPECT_EQ("orders-app", text("appName"));
-        EXPECT_EQ("storage", text("serviceName"));
-        EXPECT_EQ("10.0.0.1", text("nodeID"));
-        EXPECT_EQ("10.0.0.1", text("NodeIp"));
-        EXPECT_EQ("svc-1", text("serviceID"));
-        EXPECT_EQ("inst-1", text("serviceInstID"));
-        EXPECT_EQ(1, number("rsetClear"));
-        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", text("location"));
+        const nodeward::ReceivedAlarm& a = alarms[i];
+        EXPECT_EQ(kLegacyAlarmKeys, a.keys);
+        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", a.alarmName);
+        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", a.location);
         EXPECT_EQ("EN:Usage=95,State=normal,Alarm Source Location=10.0.0.1:node-1##"
                   "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
-                  text("appendInfo"));
+                  a.appendInfo);
+        for (const char* field : {"\"appName\":\"orders-app\"", "\"serviceName\":\"storage\"",
+                                  "\"nodeID\":\"10.0.0.1\",\"NodeIp\":\"10.0.0.1\",\"serviceID\":\"svc-1\","
+                                  "\"serviceInstID\":\"inst-1\",\"rsetClear\":1"}) {
+            EXPECT_NE(std::string::npos, a.json.find(field)) << field << " in " << a.json;
+        }
         const bool generated = i == 1;
-        EXPECT_EQ(generated ? 0 : 1, number("genClearAlarmType"));
-        EXPECT_EQ(generated ? 2 : 0, number("alarmClearType"));
-        EXPECT_GT(number(generated ? "alarmGenTime" : "alarmClearTime"), 1.7e12);
-        EXPECT_EQ(-1, number(generated ? "alarmClearTime" : "alarmGenTime"));
-    }
-    cJSON_Delete(list);
-    for (cJSON* root : documents) {
-        cJSON_Delete(root);
+        EXPECT_NE(std::string::npos, a.json.find(generated ? "\"genClearAlarmType\":0" : "\"genClearAlarmType\":1"));
+        EXPECT_NE(std::string::npos, a.json.find(generated ? "\"alarmClearType\":2" : "\"alarmClearType\":0"));
+        EXPECT_GT(generated ? a.genTime : a.clearTime, 1700000000000LL);
+        EXPECT_EQ(-1, generated ? a.clearTime : a.genTime);
     }
 }
 
 TEST_F(Legacy, TheShippedExampleDefinitionsLoadAndTheirAlarmsArriveWithBothLanguages) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(1, InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 0));
     ASSERT_EQ(1, SendLegacy("300002", 0, {{"interface", "eth1"}, {"reason", "1"}}, 2));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 20000));
-    const nodeward::ReceivedAlarm a = agent->acceptedAlarms().at(0);
+    const nodeward::ReceivedAlarm a = OnlyAlarm();
     EXPECT_EQ("EN:Network link down##ZH:网络链路中断##", a.alarmName);
     EXPECT_EQ("EN:Interface=eth1##ZH:接口=eth1##", a.location);
     EXPECT_EQ("EN:Reason=Peer shut down##ZH:原因=对端关闭##", a.appendInfo);
@@ -252,8 +200,7 @@ TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
 }
 
 TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     sdktest::GenerationDriver legacy(sdktest::Generation::Legacy);
     sdktest::GenerationDriver current(sdktest::Generation::Current);
     ASSERT_TRUE(legacy.init());
@@ -262,14 +209,32 @@ TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
         ASSERT_TRUE(legacy.send("L" + std::to_string(i)));
         ASSERT_TRUE(current.send("C" + std::to_string(i)));
     }
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(6, 20000));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(6, 20000));
     std::vector<std::string> legacySeqs;
     std::vector<std::string> currentSeqs;
-    for (const auto& a : agent->acceptedAlarms()) {
+    for (const auto& a : agent_->acceptedAlarms()) {
         (a.legacy ? legacySeqs : currentSeqs).push_back(sdktest::GenerationDriver::SeqOf(a));
     }
     EXPECT_EQ((std::vector<std::string>{"L0", "L1", "L2"}), legacySeqs);
     EXPECT_EQ((std::vector<std::string>{"C0", "C1", "C2"}), currentSeqs);
+}
+
+// The source named in the appended text: the alarm's own, else the manager's.
+TEST_F(Legacy, TheAlarmsOwnSourceWinsOverTheManagers) {
+    ASSERT_TRUE(StartAgent());
+    legacytest::InstallDefinitions({legacytest::Definition(9, "s", "A", "A", {{"n", "N", "N", "UINT", 1, 1, {}}})});
+    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 0));
+    AlarmManager::GetInstance()->SetAlarmSource("manager-source");
+    for (const char* own : {"own-source", ""}) {
+        Alarm alarm("9", ZEB_ALARM_GENERATE);
+        alarm.SetServiceInsName(own);
+        alarm.AppendParameter("n", "1");
+        AlarmManager::GetInstance()->SendAlarm(&alarm);
+    }
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 20000));
+    const auto alarms = agent_->acceptedAlarms();
+    EXPECT_EQ("EN:N=1,Alarm Source=own-source##ZH:N=1,告警源=own-source##", alarms[0].appendInfo);
+    EXPECT_EQ("EN:N=1,Alarm Source=manager-source##ZH:N=1,告警源=manager-source##", alarms[1].appendInfo);
 }
 
 }  // namespace

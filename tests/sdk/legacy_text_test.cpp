@@ -12,6 +12,7 @@
 #include "AlmRukInterface.h"
 #include "LegacyFixtures.h"
 #include "LogCapture.h"
+#include "SdkTestSupport.h"
 #include "TestEnv.h"
 
 namespace {
@@ -35,6 +36,11 @@ struct TextCase {
 const ParamSpec kUsage{"usage", "Usage", "UsageCh", "UINT", 1, 1, {}};
 const ParamSpec kDisk{"disk", "Disk", "磁盘", "STRING", 0, 0, {}};
 const ParamSpec kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}};
+
+// Five location texts of 120 characters: more than the 1024 bytes of the text.
+const std::string kLong(120, 'v');
+const std::string kLongText = "p0=" + kLong + ",p1=" + kLong + ",p2=" + kLong + ",p3=" + kLong + ",p4=" + kLong;
+ParamSpec Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}; }
 
 const TextCase kTextCases[] = {
     {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
@@ -68,6 +74,11 @@ const TextCase kTextCases[] = {
     {"CountMismatchAddsNoParameters", {kDisk, kUsage}, {{"usage", "3"}}, "svc-a", nullptr, nullptr, nullptr,
      nullptr, "EN:##ZH:##", "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
      "[ALM_InitAlarmCruxInfo] paralen(1) is not equal config(2)!"},
+    // An overlong location is cut, and reported with the append-information text.
+    {"AnOverlongLocationIsCut", {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
+     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}}, "", nullptr,
+     nullptr, nullptr, nullptr, ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
+     "EN:Usage=9##ZH:UsageCh=9##", "LocationInfo Len > 1024,Ch is---" + kLongText + ",En is---Usage=9"},
 };
 
 void PrintTo(const TextCase& c, std::ostream* os) { *os << c.name; }
@@ -76,10 +87,7 @@ class LegacyTexts : public ::testing::TestWithParam<TextCase> {};
 
 TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
     const TextCase& c = GetParam();
-    testsupport::ScopedEnv pod("PODNAME", c.podName);
-    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", c.hostingServerIp);
-    testsupport::ScopedEnv server("SERVER_IP", c.serverIp);
-    testsupport::ScopedEnv node("NODE_ID", c.nodeId);
+    const sdktest::NodeEnv env(c.nodeId, c.hostingServerIp, c.serverIp, c.podName);
     AlmRukInterface::InitAllIp();
     testsupport::LogCapture log;
 
@@ -106,39 +114,5 @@ TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, LegacyTexts, ::testing::ValuesIn(kTextCases),
                          [](const ::testing::TestParamInfo<TextCase>& info) { return info.param.name; });
-
-TEST(LegacyTextLimits, AnOverlongLocationIsCutAndReportedWithTheAppendInformationText) {
-    testsupport::LogCapture log;
-    std::vector<ParamSpec> defs;
-    std::vector<std::string> names;
-    for (int i = 0; i < 5; ++i) {
-        names.push_back("p" + std::to_string(i));
-    }
-    for (const std::string& n : names) {
-        defs.push_back({n.c_str(), n.c_str(), n.c_str(), "STRING", 0, 0, {}});
-    }
-    defs.push_back(kUsage);
-    stAlarmItems* item = legacytest::Definition(1, "s", "A", "A", defs);
-    Alarm alarm("1", ZEB_ALARM_GENERATE);
-    const std::string value(120, 'v');
-    std::string english;
-    for (const std::string& n : names) {
-        alarm.AppendParameter(n.c_str(), value.c_str());
-        english += n + "=" + value + ",";
-    }
-    english.pop_back();
-    alarm.AppendParameter("usage", "9");
-    ALM_Json_Para_def* location = new ALM_Json_Para_def();
-    ALM_Json_Para_def* appendInfo = new ALM_Json_Para_def();
-    ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
-
-    const std::string full = "EN:" + english + "##ZH:" + english + "##";
-    ASSERT_GT(full.size(), 1022u);
-    EXPECT_EQ(full.substr(0, 1022), location->Json_para_Value);
-    EXPECT_TRUE(log.contains("LocationInfo Len > 1024,Ch is---" + english + ",En is---Usage=9", 5)) << log.dump();
-    EXPECT_EQ("EN:Usage=9##ZH:UsageCh=9##", std::string(appendInfo->Json_para_Value));
-    deleteALM_Json_ParaPtr(location);
-    deleteALM_Json_ParaPtr(appendInfo);
-}
 
 }  // namespace

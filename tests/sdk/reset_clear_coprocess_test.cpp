@@ -1,32 +1,25 @@
 // Reset-clear announcements and co-process managers, seen from the agent.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
-#include "AlarmFixtures.h"
 #include "AlarmManagerEx.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
 #include "SdkTestSupport.h"
 
 using nodeward::ReceivedAlarm;
 
 namespace {
 
-
-class ResetClear : public ::testing::Test {
+class ResetClear : public sdktest::AgentTest {
 protected:
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
     testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
     testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
 };
 
 TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::processRsetAction", 2));
@@ -36,8 +29,8 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
 
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent->acceptedAlarms();
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent_->acceptedAlarms();
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
     EXPECT_EQ("0", announcement.alarmId);
@@ -55,48 +48,39 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
 }
 
 TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(1, 10000));
-    auto alarms = agent->acceptedAlarms();
-    ASSERT_EQ(1u, alarms.size());
-    EXPECT_EQ("1", alarms[0].alarmId);
-    EXPECT_EQ(1, alarms[0].rsetClear);
+    const ReceivedAlarm alarm = OnlyAlarm();
+    EXPECT_EQ("1", alarm.alarmId);
+    EXPECT_EQ(1, alarm.rsetClear);
 }
 
 TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
     ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent->acceptedAlarms();
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    auto alarms = agent_->acceptedAlarms();
     EXPECT_EQ("0", alarms[0].alarmId);
     EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
         << alarms[1].json;
 }
 
-class CoProcess : public ::testing::Test {
-protected:
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    testsupport::ScopedEnv noSdkIp_{"TRANSPORT_SDK_IP", nullptr};
-};
+// Run without and with a transport address: the address the service is served
+// on replaces the one each co-process gave.
+class CoProcess : public sdktest::AgentTest, public ::testing::WithParamInterface<const char*> {};
 
-TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {
+    testsupport::ScopedEnv sdkIp("TRANSPORT_SDK_IP", GetParam());
+    ASSERT_TRUE(StartAgent());
     AlarmManagerEx* first = ZEBInitAlarmSDK4CoProcess("app-a", "svc-a", "10.1.0.1", "10.1.0.5");
     AlarmManagerEx* second = ZEBInitAlarmSDK4CoProcess("app-b", "svc-b", "10.2.0.1", "10.2.0.5");
-    ASSERT_NE(nullptr, first);
-    ASSERT_NE(nullptr, second);
-    ASSERT_NE(first, second);
+    ASSERT_TRUE(first != nullptr && second != nullptr && first != second);
     EXPECT_EQ(0, ZEBRegisterInfo4CoProcess(first, "label-a"));
     constexpr int kEach = 60;
     for (int i = 0; i < kEach; ++i) {
@@ -105,34 +89,27 @@ TEST_F(CoProcess, HandlesKeepTheirAlarmsApart) {
                                              "77", ZEB_ALARM_GENERATE, {{"seq", std::to_string(i)}}));
         }
     }
-    ASSERT_TRUE(agent->waitForAcceptedAlarms(2 * kEach + 1, 20000));
-    int fromA = 0, fromB = 0, nextA = 0, nextB = 0;
-    for (const auto& request : agent->requests()) {
-        ASSERT_FALSE(request.alarms.empty());
-        const std::string app = request.alarms.front().appId;
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2 * kEach + 1, 20000));  // and app-a's announcement
+    // Per co-process: its alarms in order, each "service ip rsetClear seq".
+    std::map<std::string, std::string> seen;
+    std::map<std::string, std::string> expected;
+    const std::string ip = GetParam() != nullptr ? GetParam() : "";
+    for (int i = 0; i < kEach; ++i) {
+        expected["app-a"] += " svc-a " + (ip.empty() ? "10.1.0.5" : ip) + " 1 " + std::to_string(i);
+        expected["app-b"] += " svc-b " + (ip.empty() ? "10.2.0.5" : ip) + " 0 " + std::to_string(i);
+    }
+    for (const auto& request : agent_->requests()) {
         for (const ReceivedAlarm& a : request.alarms) {
-            ASSERT_EQ(app, a.appId) << "one batch mixes two co-processes";
-            if (a.alarmId == "0") {
-                EXPECT_EQ("app-a", a.appId);
-                continue;
-            }
-            if (app == "app-a") {
-                EXPECT_EQ("svc-a", a.serviceName);
-                EXPECT_EQ("10.1.0.5", a.serviceIp);
-                EXPECT_EQ(1, a.rsetClear);
-                EXPECT_EQ(std::to_string(nextA++), sdktest::Param(a, "seq"));
-                ++fromA;
-            } else {
-                EXPECT_EQ("app-b", app);
-                EXPECT_EQ("svc-b", a.serviceName);
-                EXPECT_EQ(0, a.rsetClear);
-                EXPECT_EQ(std::to_string(nextB++), sdktest::Param(a, "seq"));
-                ++fromB;
+            ASSERT_EQ(request.alarms.front().appId, a.appId) << "one batch mixes two co-processes";
+            if (a.alarmId != "0") {
+                seen[a.appId] += " " + a.serviceName + " " + a.serviceIp + " " + std::to_string(a.rsetClear) + " " +
+                                 sdktest::Param(a, "seq");
             }
         }
     }
-    EXPECT_EQ(kEach, fromA);
-    EXPECT_EQ(kEach, fromB);
+    EXPECT_EQ(expected, seen);
 }
+
+INSTANTIATE_TEST_SUITE_P(TransportAddress, CoProcess, ::testing::Values(nullptr, "127.0.0.1"));
 
 }  // namespace

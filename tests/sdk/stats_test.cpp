@@ -7,8 +7,6 @@
 #include "AlarmManagerEx.h"
 #include "AlarmSdkStats.h"
 #include "Generations.h"
-#include "LogCapture.h"
-#include "PauseRecorder.h"
 #include "SdkTestSupport.h"
 
 using sdktest::Generation;
@@ -22,26 +20,17 @@ alarmsdk_stats HandleStats(AlarmManagerEx* manager) {
     return s;
 }
 
-class DeliveryStats : public ::testing::TestWithParam<Generation> {
+class DeliveryStats : public sdktest::AgentTest, public ::testing::WithParamInterface<Generation> {
 protected:
-    testsupport::PauseRecorder pauses_;
-    testsupport::LogCapture log_;
-    sdktest::SingletonEnv env_;
     sdktest::GenerationDriver driver_{GetParam()};
 };
 
 TEST_P(DeliveryStats, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatWasCounted) {
-    auto agent = sdktest::StartAgent();
-    ASSERT_TRUE(agent);
+    ASSERT_TRUE(StartAgent());
+    nodeward::Sim* agent = agent_.get();
     agent->failNext(1000000, nodeward::FailMode::RetCode);
-    // Park the send thread in its idle pause, so the three leave as one batch.
-    pauses_.hold();
-    ASSERT_TRUE(driver_.init());
-    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(driver_.send(std::to_string(i)));
-    }
-    pauses_.release();
+    // The three leave as one batch.
+    WhileParked([this] { return driver_.init(); }, [this] { ASSERT_TRUE(driver_.send(3)); });
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, driver_.flush(20));
     ASSERT_TRUE(testsupport::WaitUntil([this] { return driver_.stats().retried >= 2; }, 10000));
     alarmsdk_stats s = driver_.stats();

@@ -58,4 +58,12 @@ std::string LogCapture::dump() const {
     return out;
 }
 
+std::string LogCapture::texts() const {
+    std::string out;
+    for (const LogLine& l : lines()) {
+        out += l.text + "\n";
+    }
+    return out;
+}
+
 }  // namespace testsupport

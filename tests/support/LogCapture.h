@@ -33,8 +33,10 @@ public:
     // Waits up to timeoutMs for a message with this text.
     bool waitFor(const std::string& text, int timeoutMs) const;
     void clear();
-    // All texts, one per line, for failure messages.
+    // Every line as "level source:line text", one per line, for failure messages.
     std::string dump() const;
+    // Just the texts, each followed by a line break.
+    std::string texts() const;
 
 private:
     static void OnMessage(void* self, int level, const char* source, int line, const char* text);

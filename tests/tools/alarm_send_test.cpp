@@ -2,20 +2,32 @@
 // stand-in that accepts, refuses or is not there, one per exit code.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "../sdk/SdkTestSupport.h"
 #include "AlarmSendArgs.h"
+#include "NodewardSim.h"
 #include "ProgramRun.h"
+#include "TestEnv.h"
 
 using alarmsend::ParseSendArgs;
 using alarmsend::SendOptions;
 
 namespace {
+
+// The value of parameter name in alarm, or "" when absent.
+std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string& name) {
+    for (const auto& p : alarm.parameters) {
+        if (p.first == name) {
+            return p.second;
+        }
+    }
+    return "";
+}
 
 TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     SendOptions o;
@@ -105,8 +117,8 @@ const SendRun kRuns[] = {
          EXPECT_EQ(1, a.alarmType);
          EXPECT_EQ("app-7", a.appId);
          EXPECT_EQ("orders", a.serviceName);
-         EXPECT_EQ("sda", sdktest::Param(a, "disk"));
-         EXPECT_EQ("95", sdktest::Param(a, "usage"));
+         EXPECT_EQ("sda", Param(a, "disk"));
+         EXPECT_EQ("95", Param(a, "usage"));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
                                        "last_delivery_ms=1"))
              << result.out;
@@ -137,7 +149,8 @@ const SendRun kRuns[] = {
 
 class AlarmSendProgram : public ::testing::TestWithParam<SendRun> {
 protected:
-    sdktest::SingletonEnv env_;
+    testsupport::ScopedEnv appId_{"APPID", "app-7"};
+    testsupport::ScopedEnv appName_{"APPNAME", "orders-app"};
     testsupport::ScopedEnv log_{"RUNLOG_FILE", nullptr};
     testsupport::TempDir dir_;
 };
@@ -150,8 +163,11 @@ TEST_P(AlarmSendProgram, ExitsWithItsCodeAndOneLine) {
         const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
         nobody = std::make_unique<testsupport::ScopedEnv>("NODEWARD_ENDPOINT", endpoint.c_str());
     } else {
-        agent = sdktest::StartAgent();
-        ASSERT_TRUE(agent);
+        nodeward::SimOptions options;
+        options.endpoint = "127.0.0.1:0";
+        agent = std::make_unique<nodeward::Sim>(options);
+        ASSERT_TRUE(agent->start(nullptr));
+        setenv("NODEWARD_ENDPOINT", agent->endpoint().c_str(), 1);
         if (run.agent == Agent::Refusing) {
             agent->failNext(1000000, nodeward::FailMode::RetCode);
         }

@@ -7,6 +7,7 @@
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <strings.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -42,7 +43,13 @@ struct Exchange {
     Route route = Route::Answered;
     std::string body;
     bool tooLarge = false;
+    std::vector<std::pair<std::string, std::string>> headers;
 };
+
+MHD_Result KeepHeader(void* cls, MHD_ValueKind /*kind*/, const char* name, const char* value) {
+    static_cast<Exchange*>(cls)->headers.emplace_back(name, value != nullptr ? value : "");
+    return MHD_YES;
+}
 
 struct ServiceAddress {
     std::string ip;
@@ -109,6 +116,7 @@ struct Sim::Impl {
     std::mt19937 rng;
     std::set<std::string> firstAlarmCallBacksDone;
     std::deque<std::pair<std::string, std::string>> pendingCallBacks;
+    int openExchanges = 0;  // requests begun and not yet completed (their answer not yet sent)
 
     std::thread worker;
 
@@ -212,6 +220,11 @@ MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const cha
         // First call: headers only. Refusals are answered now, before any body is read.
         exchange = new Exchange();
         *context = exchange;
+        {
+            std::lock_guard<std::mutex> lock(self->mu);
+            ++self->openExchanges;
+        }
+        MHD_get_connection_values(connection, MHD_HEADER_KIND, &KeepHeader, exchange);
         const std::string path = url;
         const bool post = std::strcmp(method, MHD_HTTP_METHOD_POST) == 0;
         if (path != kPushPath && path != kCallBackPath) {
@@ -261,10 +274,19 @@ MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const cha
     return self->answerPush(connection, exchange);
 }
 
-void Sim::Impl::OnCompleted(void* /*cls*/, MHD_Connection* /*connection*/, void** context,
+void Sim::Impl::OnCompleted(void* cls, MHD_Connection* /*connection*/, void** context,
                             MHD_RequestTerminationCode /*code*/) {
+    if (*context == nullptr) {
+        return;
+    }
     delete static_cast<Exchange*>(*context);
     *context = nullptr;
+    auto* self = static_cast<Impl*>(cls);
+    {
+        std::lock_guard<std::mutex> lock(self->mu);
+        --self->openExchanges;
+    }
+    self->changed.notify_all();
 }
 
 std::optional<FailMode> Sim::Impl::decideFailure() {
@@ -343,6 +365,7 @@ MHD_Result Sim::Impl::answerPush(MHD_Connection* connection, Exchange* exchange)
             if (!exchange->tooLarge) {
                 record.body = std::move(exchange->body);
             }
+            record.headers = std::move(exchange->headers);
             record.json = std::move(doc.decoded);
             record.legacy = doc.legacy;
             record.accepted = accepted;
@@ -535,8 +558,19 @@ void Sim::stop() {
     }
     impl_->changed.notify_all();
     if (impl_->daemon != nullptr) {
-        MHD_stop_daemon(impl_->daemon);  // joins the connection threads and closes the socket
+        // No new connections, then a moment for the requests already recorded
+        // to get their answers out: a caller that stops as soon as it saw a
+        // request must not cut that request's answer off.
+        const MHD_socket listening = MHD_quiesce_daemon(impl_->daemon);
+        {
+            std::unique_lock<std::mutex> lock(impl_->mu);
+            impl_->changed.wait_for(lock, std::chrono::seconds(2), [this] { return impl_->openExchanges == 0; });
+        }
+        MHD_stop_daemon(impl_->daemon);  // joins the connection threads
         impl_->daemon = nullptr;
+        if (listening != MHD_INVALID_SOCKET) {
+            close(listening);
+        }
     }
     if (impl_->worker.joinable()) {
         impl_->worker.join();
@@ -598,6 +632,15 @@ bool Sim::waitForRequests(std::size_t n, int timeoutMs) const {
 SimCounts Sim::counts() const {
     std::lock_guard<std::mutex> lock(impl_->mu);
     return impl_->counts;
+}
+
+std::string ReceivedRequest::header(const std::string& name) const {
+    for (const auto& [key, value] : headers) {
+        if (strcasecmp(key.c_str(), name.c_str()) == 0) {
+            return value;
+        }
+    }
+    return std::string();
 }
 
 void Sim::failNext(int n, FailMode mode) {

@@ -87,6 +87,9 @@ struct ReceivedRequest {
     bool accepted = false;   // answered with a success document (whatever options.status is:
                              // the services decide by the document, not the status)
     std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
+    std::vector<std::pair<std::string, std::string>> headers;  // request headers, as they arrived
+    // The value of the first header called name (in any case), "" when there is none.
+    std::string header(const std::string& name) const;
 };
 
 // What has arrived, in numbers; kept whether or not requests are recorded.

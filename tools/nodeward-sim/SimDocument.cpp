@@ -9,8 +9,6 @@
 #include <memory>
 #include <vector>
 
-#include "Base64.h"
-
 namespace nodeward {
 
 namespace {
@@ -30,19 +28,21 @@ std::string PrintCompact(const cJSON* item) {
     return out;
 }
 
-// The standard alphabet as a table: a body is checked a character at a time.
-struct AlphabetTable {
-    bool member[256];
-    constexpr AlphabetTable() : member() {
-        for (int c = 0; c < 256; ++c) {
-            member[c] = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
-                        c == '/';
-        }
-    }
-};
-constexpr AlphabetTable kAlphabet;
+const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-bool IsAlphabet(unsigned char c) { return kAlphabet.member[c]; }
+// The 6-bit value of an alphabet character, -1 for anything else.
+int SextetOf(unsigned char c) {
+    if (c >= 'A' && c <= 'Z') {
+        return c - 'A';
+    }
+    if (c >= 'a' && c <= 'z') {
+        return c - 'a' + 26;
+    }
+    if (c >= '0' && c <= '9') {
+        return c - '0' + 52;
+    }
+    return c == '+' ? 62 : (c == '/' ? 63 : -1);
+}
 
 const cJSON* Member(const cJSON* object, const char* key) {
     return cJSON_GetObjectItemCaseSensitive(object, key);
@@ -145,68 +145,71 @@ std::string EncodeJson(cJSON* root) {
 }  // namespace
 
 std::string EncodeBase64(const std::string& plain) {
-    std::vector<char> in(plain.begin(), plain.end());
-    in.push_back('\0');
-    std::vector<char> out((plain.size() + 2) / 3 * 4 + 1, '\0');
-    unsigned int written = 0;
-    zeb_alm_base64_encode(in.data(), static_cast<int>(plain.size()), out.data(), &written);
-    return std::string(out.data(), written);
-}
-
-bool DecodeBase64(const std::string& text, std::string* plain) {
-    // The decoder runs to the first zero byte: c_str() supplies it, and the
-    // decoder only reads its input.
-    std::string out(text.size(), '\0');
-    int written = 0;
-    if (zeb_alm_base64_decode(const_cast<char*>(text.c_str()), static_cast<int>(text.size()), &out[0], &written) !=
-        0) {
-        return false;
+    std::string out;
+    out.reserve((plain.size() + 2) / 3 * 4);
+    for (std::size_t i = 0; i < plain.size(); i += 3) {
+        const std::size_t n = plain.size() - i < 3 ? plain.size() - i : 3;
+        uint32_t group = 0;
+        for (std::size_t k = 0; k < 3; ++k) {
+            group = (group << 8) | (k < n ? static_cast<unsigned char>(plain[i + k]) : 0u);
+        }
+        for (std::size_t k = 0; k < 4; ++k) {
+            out += k <= n ? kAlphabet[(group >> (18 - 6 * k)) & 63] : '=';
+        }
     }
-    out.resize(static_cast<std::size_t>(written));
-    *plain = std::move(out);
-    return true;
+    return out;
 }
 
-bool CheckStrictBase64(const std::string& text, std::string* reason) {
+bool DecodeBase64(const std::string& text, std::string* plain, std::string* reason) {
+    std::string ignored;
+    std::string& why = reason != nullptr ? *reason : ignored;
     if (text.empty()) {
-        *reason = "body is empty";
+        why = "body is empty";
         return false;
     }
     if (text.size() % 4 != 0) {
-        *reason = "body length " + std::to_string(text.size()) + " is not a multiple of 4";
+        why = "body length " + std::to_string(text.size()) + " is not a multiple of 4";
         return false;
     }
     const std::size_t n = text.size();
+    const std::size_t pad = text[n - 1] != '=' ? 0 : (text[n - 2] == '=' ? 2 : 1);
+    std::string out;
+    out.reserve(n / 4 * 3);
+    uint32_t group = 0;
     for (std::size_t i = 0; i < n; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
-        if (IsAlphabet(c)) {
-            continue;
-        }
-        if (c == '=') {
-            const bool last = i == n - 1;
-            const bool secondLast = i == n - 2 && text[n - 1] == '=';
-            if (last || secondLast) {
-                continue;
-            }
-            *reason = "padding '=' before the end at offset " + std::to_string(i);
+        int value = SextetOf(c);
+        if (value < 0 && c == '=' && i >= n - pad) {
+            value = 0;
+        } else if (value < 0) {
+            char code[8];
+            std::snprintf(code, sizeof(code), "0x%02x", c);
+            why = c == '=' ? "padding '=' before the end at offset " + std::to_string(i)
+                           : std::string("byte ") + code + " at offset " + std::to_string(i) + " is not base64";
             return false;
         }
-        char code[8];
-        std::snprintf(code, sizeof(code), "0x%02x", c);
-        *reason = std::string("byte ") + code + " at offset " + std::to_string(i) + " is not base64";
-        return false;
+        group = (group << 6) | static_cast<uint32_t>(value);
+        if (i % 4 == 3) {
+            const std::size_t bytes = i == n - 1 ? 3 - pad : 3;
+            // Bits the padding leaves over must be zero: one text per byte sequence.
+            if ((group & ((1u << (8 * (3 - bytes))) - 1)) != 0) {
+                why = "nonzero bits under the padding at offset " + std::to_string(i);
+                return false;
+            }
+            for (std::size_t k = 0; k < bytes; ++k) {
+                out += static_cast<char>((group >> (16 - 8 * k)) & 0xFF);
+            }
+            group = 0;
+        }
     }
+    *plain = std::move(out);
     return true;
 }
 
 PushDocument ReadPushBody(const std::string& body, PushReading reading) {
     PushDocument doc;
-    if (!CheckStrictBase64(body, &doc.reason)) {
-        return doc;
-    }
     std::string decoded;
-    if (!DecodeBase64(body, &decoded)) {
-        doc.reason = "base64 decoding failed";
+    if (!DecodeBase64(body, &decoded, &doc.reason)) {
         return doc;
     }
     doc.decoded = std::move(decoded);

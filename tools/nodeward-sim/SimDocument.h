@@ -11,16 +11,13 @@
 
 namespace nodeward {
 
-// Base64 through the library's codec. Encode never fails; Decode is the
-// library's lenient decoder (whitespace skipped) and false when it refuses.
+// Base64 of the agent's own, written apart from the library's codec so that a
+// fault both of the library's halves share still shows at the agent.
+// Encode never fails. Decode is strict: standard alphabet only, length a
+// multiple of 4, '=' only as the last one or two characters, unused bits of
+// the last group zero, no whitespace; false with a reason for people.
 std::string EncodeBase64(const std::string& plain);
-bool DecodeBase64(const std::string& text, std::string* plain);
-
-// The agent's own reading of a body: standard alphabet only, length a multiple
-// of 4, '=' only as the last one or two characters, no whitespace. The
-// library's decoder is more forgiving, so this check catches what it would let
-// through. false with a reason for people.
-bool CheckStrictBase64(const std::string& text, std::string* reason);
+bool DecodeBase64(const std::string& text, std::string* plain, std::string* reason = nullptr);
 
 struct PushDocument {
     bool ok = false;           // decoded, parsed and of a known generation

@@ -61,7 +61,6 @@ std::string Printed(const cJSON* item) {
 }
 
 using sdktest::FullAlarm;
-const std::vector<std::string>& kSevenKeys = sdktest::kAnnouncementKeys;
 const std::vector<std::string>& kAllKeys = sdktest::kAllAlarmKeys;
 
 TEST(PushDocument, ExactCompactTextForOneAlarm) {

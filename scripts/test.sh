@@ -34,9 +34,15 @@ run_suite() {
   mkdir -p build
   local started=$SECONDS
   echo "=== $name: configure and build"
-  cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; return 1; }
-  cmake --build "$dir" -j"$jobs" || return 1
+  # A build that fails counts as one failure, and the summary says so.
+  local broken=""
+  cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; broken="configure"; }
+  [ -n "$broken" ] || cmake --build "$dir" -j"$jobs" || broken="build"
+  if [ -n "$broken" ]; then
+    total_failed=$((total_failed + 1))
+    summary="$summary  $name: $broken FAILED, $((SECONDS - started)) s"$'\n'
+    return 1
+  fi
   echo "=== $name: tests"
   local log="$dir/ctest.log"
   local rc=0

@@ -27,6 +27,13 @@ total_passed=0
 total_failed=0
 summary=""
 
+# A suite that does not configure or build counts as one failure, and the
+# summary says so.
+note_broken() {
+  total_failed=$((total_failed + 1))
+  summary="$summary  $1: $2 FAILED, $((SECONDS - $3)) s"$'\n'
+}
+
 run_suite() {
   local name=$1
   shift
@@ -34,13 +41,11 @@ run_suite() {
   mkdir -p build
   local started=$SECONDS
   echo "=== $name: configure and build"
-  # A build that fails counts as one failure, and the summary says so.
   local broken=""
   cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; broken="configure"; }
   [ -n "$broken" ] || cmake --build "$dir" -j"$jobs" || broken="build"
   if [ -n "$broken" ]; then
-    total_failed=$((total_failed + 1))
-    summary="$summary  $name: $broken FAILED, $((SECONDS - started)) s"$'\n'
+    note_broken "$name" "$broken" "$started"
     return 1
   fi
   echo "=== $name: tests"
@@ -87,8 +92,8 @@ run_fuzz() {
   echo "=== fuzz: configure and build"
   cmake -S . -B "$dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DALARMSDK_FUZZ=ON -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; return 1; }
-  cmake --build "$dir" -j"$jobs" --target alarmsdk_fuzzers || return 1
+    { cat "$dir.configure.log"; note_broken fuzz configure "$started"; return 1; }
+  cmake --build "$dir" -j"$jobs" --target alarmsdk_fuzzers || { note_broken fuzz build "$started"; return 1; }
   local target rc=0 failed=0 ran=0 line
   while read -r target; do
     [ -n "$target" ] || continue

@@ -163,6 +163,20 @@ cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*, D
     return pJsonPayload;
 }
 
+// The object of one alarm; NULL, after the builder's line, for a null record
+// or when no object can be had.
+cJSON* NewAlarmObject(const void* record, const char* nullRecordFormat, const char* function) {
+    if (record == nullptr) {
+        ALM_LOG_ERROR(nullRecordFormat, function);
+        return nullptr;
+    }
+    cJSON* object = cJSON_CreateObject();
+    if (object == nullptr) {
+        ALM_LOG_ERROR("In %s, pAlarmJson is null!", function);
+    }
+    return object;
+}
+
 }  // namespace
 
 int64_t AlmJsonParser::m_lTimeStamp = 0;
@@ -201,13 +215,8 @@ cJSON* AlmJsonParser::BuildPayloadEx(const std::list<AlarmEx*>& alarms, Document
 cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) { return BuildAlarmEx(pAlarm, nullptr); }
 
 cJSON* AlmJsonParser::BuildAlarmEx(AlarmEx* pAlarm, DocumentScratch* scratch) {
-    if (pAlarm == nullptr) {
-        ALM_LOG_ERROR("In %s, pAlarm is null!", "AlmJsonParser::GenAlarmEx");
-        return nullptr;
-    }
-    cJSON* pAlarmJson = cJSON_CreateObject();
+    cJSON* pAlarmJson = NewAlarmObject(pAlarm, "In %s, pAlarm is null!", "AlmJsonParser::GenAlarmEx");
     if (pAlarmJson == nullptr) {
-        ALM_LOG_ERROR("In %s, pAlarmJson is null!", "AlmJsonParser::GenAlarmEx");
         return nullptr;
     }
 
@@ -350,13 +359,8 @@ cJSON* AlmJsonParser::BuildServiceNode(const char* name, DocumentScratch* scratc
 cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) { return BuildAlarmModel(alarmModel, nullptr); }
 
 cJSON* AlmJsonParser::BuildAlarmModel(_AlarmModel* alarmModel, DocumentScratch* scratch) {
-    if (alarmModel == nullptr) {
-        ALM_LOG_ERROR("In %s, alarmModel is null!", "AlmJsonParser::GenAlarmModel");
-        return nullptr;
-    }
-    cJSON* pAlarmJson = cJSON_CreateObject();
+    cJSON* pAlarmJson = NewAlarmObject(alarmModel, "In %s, alarmModel is null!", "AlmJsonParser::GenAlarmModel");
     if (pAlarmJson == nullptr) {
-        ALM_LOG_ERROR("In %s, pAlarmJson is null!", "AlmJsonParser::GenAlarmModel");
         return nullptr;
     }
     const _AlarmModel& model = *alarmModel;

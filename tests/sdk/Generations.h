@@ -5,9 +5,7 @@
 
 #include <cstdio>
 #include <ostream>
-#include <string>
 
-#include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
 #include "LegacyFixtures.h"
 #include "SdkTestSupport.h"
@@ -31,12 +29,10 @@ public:
         }
         legacytest::InstallDefinitions({legacytest::Definition(7, "orders", "Sequence", "序号告警",
                                                                {{"seq", "Seq", "序号", "STRING", 0, 0, {}}})});
-        const std::string xml = dir_.path() + "/alarms.xml";  // must exist; the definitions are in memory
-        std::fclose(std::fopen(xml.c_str(), "w"));
-        return InitAlarm(xml.c_str(), "svc-1", "inst-1", 0) == 1;
+        return InitAlarm(ExistingFile(dir_).c_str(), "svc-1", "inst-1", 0) == 1;
     }
 
-    // Sends alarm 7 carrying seq; true when the call succeeded.
+    // Sends alarm 7 carrying seq, or seq "0" to "count - 1"; true when every call succeeded.
     bool send(const std::string& seq) {
         if (!legacy_) {
             return SendSingleton("7", seq) == 0;
@@ -46,8 +42,6 @@ public:
         FreeAlarmObject(object);
         return ok;
     }
-
-    // Sends seq "0" to "count - 1"; true when every call succeeded.
     bool send(int count) {
         bool ok = true;
         for (int i = 0; i < count; ++i) {
@@ -67,15 +61,21 @@ public:
         return legacy_ ? alarmsdk_flush_legacy(timeoutMs) : alarmsdk_flush_process(timeoutMs);
     }
 
-    // The seq an arrived alarm carries.
+    // The seq an arrived alarm carries (legacy: location "EN:Seq=<seq>##ZH:序号=<seq>##").
     static std::string SeqOf(const nodeward::ReceivedAlarm& alarm) {
+        const std::string prefix = "EN:Seq=";
         if (!alarm.legacy) {
             return Param(alarm, "seq");
         }
-        const std::string prefix = "EN:Seq=";  // location "EN:Seq=<seq>##ZH:序号=<seq>##"
-        return alarm.location.compare(0, prefix.size(), prefix) == 0
+        return alarm.location.rfind(prefix, 0) == 0
                    ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
                    : "";
+    }
+    // An existing, empty alarms.xml in dir, for InitAlarm's path check when the definitions are in memory.
+    static std::string ExistingFile(const testsupport::TempDir& dir) {
+        const std::string xml = dir.path() + "/alarms.xml";
+        std::fclose(std::fopen(xml.c_str(), "w"));
+        return xml;
     }
 
     const char* successText() const { return legacy_ ? "send alarmModels success!" : "send alarms success!"; }

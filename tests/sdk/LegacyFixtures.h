@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "AlarmConfig.h"
@@ -20,29 +19,25 @@ struct EnumSpec {
 };
 
 struct ParamSpec {
-    const char* name;
-    const char* en;
-    const char* ch;
-    const char* type;
+    const char *name, *en, *ch, *type;
     int64_t len;
     int64_t cls;  // 0 location, 1 append information
     std::vector<EnumSpec> enums;
 };
 
-// Keeps every definition reachable: like the loader's, they live until the process ends.
-inline stAlarmItems* Keep(stAlarmItems* item) {
-    static std::vector<stAlarmItems*>* kept = new std::vector<stAlarmItems*>();
-    kept->push_back(item);
-    return item;
+template <std::size_t N>
+void Set(char (&field)[N], const char* text) {
+    std::snprintf(field, N, "%s", text);
 }
 
-// A definition like the loader's (zero-filled).
+// A definition like the loader's: zero-filled, and reachable until the process ends.
 inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
                                 const std::vector<ParamSpec>& params) {
-    stAlarmItems* item = Keep(static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems))));
+    static auto* kept = new std::vector<stAlarmItems*>();
+    stAlarmItems* item = kept->emplace_back(static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems))));
     item->alarmId = id;
     std::snprintf(item->alarmName, sizeof(item->alarmName), "EN:%s##ZH:%s##", en, ch);
-    std::snprintf(item->serviceType, sizeof(item->serviceType), "%s", serviceType);
+    Set(item->serviceType, serviceType);
     item->alarmType = 1;
     item->alarmLevel = 2;
     item->eventType = 3;
@@ -50,27 +45,28 @@ inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char*
     item->paramNum = static_cast<int64_t>(params.size());
     item->params = static_cast<stParaDef*>(std::calloc(params.size() + 1, sizeof(stParaDef)));
     for (std::size_t i = 0; i < params.size(); ++i) {
+        const ParamSpec& spec = params[i];
         stParaDef& p = item->params[i];
-        std::snprintf(p.paramName, sizeof(p.paramName), "%s", params[i].name);
-        std::snprintf(p.paramEnName, sizeof(p.paramEnName), "%s", params[i].en);
-        std::snprintf(p.paramChName, sizeof(p.paramChName), "%s", params[i].ch);
-        std::snprintf(p.paramType, sizeof(p.paramType), "%s", params[i].type);
-        p.paramLen = params[i].len;
-        p.paramClass = params[i].cls;
-        p.enumNum = static_cast<int64_t>(params[i].enums.size());
-        if (!params[i].enums.empty()) {
-            p.enumValues = static_cast<stEnumBitDef*>(std::calloc(params[i].enums.size(), sizeof(stEnumBitDef)));
-            for (std::size_t e = 0; e < params[i].enums.size(); ++e) {
-                p.enumValues[e].value = params[i].enums[e].value;
-                std::snprintf(p.enumValues[e].enName, sizeof(p.enumValues[e].enName), "%s", params[i].enums[e].en);
-                std::snprintf(p.enumValues[e].chName, sizeof(p.enumValues[e].chName), "%s", params[i].enums[e].ch);
-            }
+        Set(p.paramName, spec.name);
+        Set(p.paramEnName, spec.en);
+        Set(p.paramChName, spec.ch);
+        Set(p.paramType, spec.type);
+        p.paramLen = spec.len;
+        p.paramClass = spec.cls;
+        p.enumNum = static_cast<int64_t>(spec.enums.size());
+        if (!spec.enums.empty()) {
+            p.enumValues = static_cast<stEnumBitDef*>(std::calloc(spec.enums.size(), sizeof(stEnumBitDef)));
+        }
+        for (std::size_t e = 0; e < spec.enums.size(); ++e) {
+            p.enumValues[e].value = spec.enums[e].value;
+            Set(p.enumValues[e].enName, spec.enums[e].en);
+            Set(p.enumValues[e].chName, spec.enums[e].ch);
         }
     }
     return item;
 }
 
-// Two definitions: 300012 (disk usage: location disk, append usage and state) and 300020 (no parameters).
+// 300012, disk usage: location disk, append usage and state.
 inline stAlarmItems* DiskDefinition() {
     return Definition(300012, "storage", "Disk usage high", "磁盘使用率高",
                       {{"disk", "Disk", "磁盘", "STRING", 0, 0, {}},

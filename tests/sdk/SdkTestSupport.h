@@ -6,25 +6,30 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <list>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "AlarmEx.h"
+#include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "LogCapture.h"
 #include "NodewardSim.h"
 #include "PauseRecorder.h"
+#include "SimDocument.h"
 #include "TestEnv.h"
 
 namespace sdktest {
 
 using Params = std::vector<std::pair<std::string, std::string>>;
 
-// Sends one C alarm with the given parameters through send (ZEBSendAlarm or a
-// co-process variant) and frees it. Returns the send result.
+// Sends one C alarm through send (ZEBSendAlarm or a co-process variant), frees it, returns the send result.
 template <typename SendFn>
 int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
     _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, type);
@@ -40,6 +45,11 @@ inline int SendSingleton(const char* alarmId, const std::string& seq) {
     return SendCAlarm(&ZEBSendAlarm, alarmId, ZEB_ALARM_GENERATE, {{"seq", seq}});
 }
 
+inline int SendVia(AlarmManagerEx* manager, const char* alarmId, const std::string& seq) {
+    return SendCAlarm([manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); }, alarmId,
+                      ZEB_ALARM_GENERATE, {{"seq", seq}});
+}
+
 // The value of parameter name in alarm, or "<absent>".
 inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string& name) {
     for (const auto& p : alarm.parameters) {
@@ -49,12 +59,6 @@ inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string
     }
     return "<absent>";
 }
-
-// Identity for the process-wide manager.
-struct SingletonEnv {
-    testsupport::ScopedEnv appId{"APPID", "app-7"};
-    testsupport::ScopedEnv appName{"APPNAME", "orders-app"};
-};
 
 // The node's address variables for one case, each set or (nullptr) unset.
 struct NodeEnv {
@@ -99,7 +103,7 @@ protected:
 
     testsupport::PauseRecorder pauses_;
     testsupport::LogCapture log_;
-    SingletonEnv env_;
+    testsupport::ScopedEnv appId_{"APPID", "app-7"}, appName_{"APPNAME", "orders-app"};
     std::unique_ptr<nodeward::Sim> agent_;
 };
 
@@ -107,12 +111,11 @@ protected:
 inline const std::vector<std::string> kAllAlarmKeys{
     "alarmId",     "appId",        "occurTime", "serviceName", "serviceIp",     "servicePort", "serviceLabel",
     "alarmType",   "serviceId",    "serviceInstId", "rsetClear", "nodeIp",     "callBackInfo", "parameters"};
-inline const std::vector<std::string> kAnnouncementKeys{"alarmId",   "appId",       "occurTime",   "serviceName",
-                                                        "serviceIp", "servicePort", "serviceLabel"};
+inline const std::vector<std::string> kAnnouncementKeys(kAllAlarmKeys.begin(), kAllAlarmKeys.begin() + 7);
 
 // A record with every field set; parameters appended out of name order.
 inline std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012", EU_GEN_CLEAR_TYPE type = ZEB_ALARM_GENERATE) {
-    std::unique_ptr<AlarmEx> alarm(new AlarmEx(id, type));
+    auto alarm = std::make_unique<AlarmEx>(id, type);
     alarm->appendParameter("usage", "95");
     alarm->appendParameter("disk", "sda");
     alarm->setServiceName("orders");

@@ -1,17 +1,9 @@
 // Alarms travel from the C interface to a real agent over loopback: batching,
 // order, the resend rule, and what the manager adds to every alarm.
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <set>
-#include <string>
-#include <thread>
 #include <tuple>
-#include <vector>
 
-#include "AlarmManagerEx.h"
 #include "Generations.h"
-#include "SdkTestSupport.h"
 
 using nodeward::FailMode;
 using nodeward::ReceivedAlarm;
@@ -30,16 +22,13 @@ TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrder) {
     ASSERT_TRUE(StartAgent());
     WhileParked([this] { return driver_.init(); }, [this] { ASSERT_TRUE(driver_.send(120)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(120, 20000));
-
-    const auto requests = agent_->requests();
-    ASSERT_EQ(3u, requests.size());
-    EXPECT_EQ((std::vector<std::size_t>{50, 50, 20}),
-              (std::vector<std::size_t>{requests[0].alarms.size(), requests[1].alarms.size(),
-                                        requests[2].alarms.size()}));
-    for (const auto& request : requests) {
+    std::vector<std::size_t> sizes;
+    for (const auto& request : agent_->requests()) {
+        sizes.push_back(request.alarms.size());
         EXPECT_EQ("application/json", request.header("Content-Type"));
         EXPECT_EQ(std::to_string(request.body.size()), request.header("Content-Length"));
     }
+    EXPECT_EQ((std::vector<std::size_t>{50, 50, 20}), sizes);
     const auto alarms = agent_->acceptedAlarms();
     for (int i = 0; i < 120; ++i) {
         EXPECT_EQ(std::to_string(i), GenerationDriver::SeqOf(alarms[i])) << "queue order lost at " << i;
@@ -53,8 +42,7 @@ TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrder) {
 TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     ASSERT_TRUE(StartAgent());
     ASSERT_TRUE(driver_.init());
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 200;
+    constexpr int kThreads = 4, kPerThread = 200;
     std::atomic<int> failures{0};
     std::vector<std::thread> senders;
     for (int t = 0; t < kThreads; ++t) {
@@ -75,8 +63,7 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     for (const auto& a : agent_->acceptedAlarms()) {
         const std::string seq = GenerationDriver::SeqOf(a);
         ASSERT_TRUE(seen.insert(seq).second) << "duplicate " << seq;
-        const int t = std::stoi(seq.substr(0, seq.find(':')));
-        EXPECT_EQ(next[t]++, std::stoi(seq.substr(seq.find(':') + 1)));
+        EXPECT_EQ(next[std::stoi(seq)]++, std::stoi(seq.substr(seq.find(':') + 1)));
     }
 }
 
@@ -84,30 +71,25 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
 // minute-long tick only a full batch can end it within the test; with a short
 // one a lone alarm leaves at the next tick.
 class IdleWake : public sdktest::AgentTest,
-                 public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {
-protected:
-    GenerationDriver driver_{std::get<0>(GetParam())};
-};
+                 public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {};
 
 TEST_P(IdleWake, TheIdleWaitEndsAtAFullBatchOrAtTheNextTick) {
-    const int alarms = std::get<2>(GetParam());
+    const auto [generation, tick, alarms] = GetParam();
+    GenerationDriver driver(generation);
     ASSERT_TRUE(StartAgent());
-    pauses_.wakeOnWork(std::get<1>(GetParam()));
-    ASSERT_TRUE(driver_.init());
+    pauses_.wakeOnWork(tick);
+    ASSERT_TRUE(driver.init());
     ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-    ASSERT_TRUE(driver_.send(alarms));
+    ASSERT_TRUE(driver.send(alarms));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(alarms, 20000));
     const auto requests = agent_->requests();
     ASSERT_EQ(1u, requests.size()) << "the batch left before it was complete";
     EXPECT_EQ(static_cast<std::size_t>(alarms), requests[0].alarms.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(60000L), ::testing::Values(50)));
-INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(20L), ::testing::Values(1)));
+const auto kBoth = ::testing::Values(Generation::Current, Generation::Legacy);
+INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake, ::testing::Combine(kBoth, ::testing::Values(60000L), ::testing::Values(50)));
+INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake, ::testing::Combine(kBoth, ::testing::Values(20L), ::testing::Values(1)));
 
 class SharedDeliveryRetry : public sdktest::AgentTest,
                             public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {};
@@ -120,7 +102,6 @@ TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds)
     ASSERT_TRUE(StartAgent(options));
     WhileParked([&] { return driver.init(); }, [&] { ASSERT_TRUE(driver.send(5)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(5, 20000));
-
     const auto requests = agent_->requests();
     ASSERT_EQ(3u, requests.size());
     EXPECT_FALSE(requests[0].accepted || requests[1].accepted);
@@ -135,12 +116,10 @@ TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds)
               log_.count("encode response body error", 5, driver.logSource()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Generations, SharedDelivery, ::testing::Values(Generation::Current, Generation::Legacy),
-                         ::testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Generations, SharedDelivery, kBoth, ::testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(Modes, SharedDeliveryRetry,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(FailMode::RetCode, FailMode::Empty, FailMode::Garbage,
-                                                              FailMode::Close)));
+                         ::testing::Combine(kBoth, ::testing::Values(FailMode::RetCode, FailMode::Empty,
+                                                                     FailMode::Garbage, FailMode::Close)));
 
 using Delivery = sdktest::AgentTest;
 
@@ -158,12 +137,9 @@ TEST_F(Delivery, CurrentDocumentsCarryEveryKeyInTheirEnvelope) {
     const auto alarms = agent_->acceptedAlarms();
     for (const ReceivedAlarm& a : alarms) {
         EXPECT_EQ(sdktest::kAllAlarmKeys, a.keys);
-        EXPECT_EQ("42", a.alarmId);
-        EXPECT_EQ(2, a.alarmType);  // clear on the wire
-        EXPECT_EQ("app-7", a.appId);
+        EXPECT_EQ("42 2 app-7 0 sda", a.alarmId + " " + std::to_string(a.alarmType) + " " + a.appId + " " +
+                                          std::to_string(a.rsetClear) + " " + sdktest::Param(a, "disk"));
         EXPECT_EQ("", a.serviceName) << "the manager's name (none yet) replaces the caller's";
-        EXPECT_EQ(0, a.rsetClear);
-        EXPECT_EQ("sda", sdktest::Param(a, "disk"));
     }
     EXPECT_GT(alarms[0].occurTime, 1700000000123LL);  // stamped in milliseconds
     EXPECT_EQ(1700000000123LL, alarms[1].occurTime);  // the caller's time is kept
@@ -175,10 +151,7 @@ TEST_F(Delivery, CurrentDocumentsCarryEveryKeyInTheirEnvelope) {
 // Where the node address and the alarm-source parameters come from.
 struct LocationCase {
     const char* name;
-    const char* nodeId;
-    const char* hostingServerIp;
-    const char* serverIp;
-    const char* podName;
+    const char *nodeId, *hostingServerIp, *serverIp, *podName;
     const char* nodeIp;          // the alarm's "nodeIp"
     const char* sourceLocation;  // its "AlarmSourceLocation" parameter
     const char* source;          // its "AlarmSource" parameter
@@ -210,50 +183,42 @@ INSTANTIATE_TEST_SUITE_P(
                      "10.0.0.9", "<absent>"}),
     [](const ::testing::TestParamInfo<LocationCase>& info) { return std::string(info.param.name); });
 
-// The alarm source: the record's own, else the manager's, else PODNAME.
-TEST(AlarmSource, RecordThenManagerThenPodName) {
-    const struct {
-        const char* record;
-        const char* manager;
-        const char* podName;
-        const char* expected;
-    } cases[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
-    for (const auto& c : cases) {
-        testsupport::ScopedEnv pod("PODNAME", c.podName);
-        AlarmManagerEx manager(0);  // never started: its queue is read here
-        manager.setAlarmSource(c.manager);
-        AlarmEx alarm("1", ZEB_ALARM_GENERATE);
-        alarm.setAlarmSource(c.record);
-        ASSERT_EQ(0, manager.sendAlarm(&alarm));
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        ASSERT_EQ(1u, batch.size());
-        const auto params = batch.front()->getParamMap();
-        EXPECT_EQ(c.expected, params.count("AlarmSource") != 0 ? params.at("AlarmSource") : "") << c.expected;
-        deleteAlarms(batch);
-    }
+// What a manager that was never started queues for a bare alarm with this
+// source (its queue is read here): "<AlarmSource parameter>|<service id> <instance id>".
+std::string Queued(AlarmManagerEx& manager, const char* source) {
+    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
+    alarm.setAlarmSource(source);
+    EXPECT_EQ(0, manager.sendAlarm(&alarm));
+    std::list<AlarmEx*> batch;
+    manager.getSendAlarmDatas(batch);
+    EXPECT_EQ(1u, batch.size());
+    auto params = batch.front()->getParamMap();
+    const std::string queued = params["AlarmSource"] + "|" + batch.front()->getServiceId() + " " +
+                               batch.front()->getServiceInsId();
+    deleteAlarms(batch);
+    return queued;
 }
 
+// The alarm source: the record's own, else the manager's, else PODNAME.
 // Service id and instance id go out only once the service IP and name are known.
-TEST(ServiceIdentity, NeedsServiceIpAndName) {
+TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName) {
     const struct {
-        const char* serviceIp;
-        const char* name;
-        bool identified;
-    } cases[] = {{"127.0.0.1", "orders", true}, {"", "orders", false}, {"127.0.0.1", "", false}};
-    for (const auto& c : cases) {
-        AlarmManagerEx manager(0);  // never started: its queue is read here
+        const char *record, *manager, *podName, *expected;
+    } sources[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
+    for (const auto& c : sources) {
+        testsupport::ScopedEnv pod("PODNAME", c.podName);
+        AlarmManagerEx manager(0);
+        manager.setAlarmSource(c.manager);
+        EXPECT_EQ(std::string(c.expected) + "| ", Queued(manager, c.record));
+    }
+    const struct {
+        const char *serviceIp, *name, *expected;
+    } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
+    for (const auto& c : identities) {
+        AlarmManagerEx manager(0);
         manager.setServiceIp(c.serviceIp);
         ASSERT_EQ(0, manager.addServiceInfo(c.name, "svc-1", "inst-1", 0));
-        AlarmEx alarm("1", ZEB_ALARM_GENERATE);
-        ASSERT_EQ(0, manager.sendAlarm(&alarm));
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        ASSERT_EQ(1u, batch.size());
-        EXPECT_EQ(c.identified ? "svc-1 inst-1" : " ", batch.front()->getServiceId() + " " +
-                                                          batch.front()->getServiceInsId())
-            << c.serviceIp << "/" << c.name;
-        deleteAlarms(batch);
+        EXPECT_EQ(c.expected, Queued(manager, "")) << c.serviceIp << "/" << c.name;
     }
 }
 
@@ -269,35 +234,6 @@ TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
     EXPECT_TRUE(log_.contains("Nodeward response retCode is 500 ", 5));
 }
 
-TEST_F(Delivery, WithTheAgentDownTheBoundRefusesTheRestAndEveryAcceptedAlarmArrivesOnceInOrder) {
-    const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv target("NODEWARD_ENDPOINT", endpoint.c_str());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
-    std::vector<int> accepted;
-    for (int i = 0; i < 1100; ++i) {
-        if (sdktest::SendSingleton("5", std::to_string(i)) == 0) {
-            accepted.push_back(i);
-        }
-    }
-    // The queue holds 1024; the send thread may hold one batch of 50 besides.
-    EXPECT_GE(accepted.size(), 1024u);
-    EXPECT_LE(accepted.size(), 1024u + 50u);
-    EXPECT_EQ(1100 - accepted.size(),
-              log_.count("the alarm queue is full, this alarm has been removed !", 5, "../src/AlarmManagerEx"));
-    ASSERT_TRUE(log_.waitFor("Nodeward pResponse is NULL.", 10000));
-
-    nodeward::SimOptions options;
-    options.endpoint = endpoint;
-    nodeward::Sim agent(options);
-    ASSERT_TRUE(agent.start(nullptr));
-    ASSERT_TRUE(agent.waitForAcceptedAlarms(accepted.size(), 60000));
-    const auto alarms = agent.acceptedAlarms();
-    ASSERT_EQ(accepted.size(), alarms.size());
-    for (std::size_t i = 0; i < alarms.size(); ++i) {
-        ASSERT_EQ(std::to_string(accepted[i]), sdktest::Param(alarms[i], "seq")) << "at " << i;
-    }
-}
-
 TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
     testsupport::ScopedEnv noAppId("APPID", nullptr);
     EXPECT_EQ(-1, ZEBInitAlarmSDK());
@@ -305,8 +241,7 @@ TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
     EXPECT_EQ(-1, ZEBInitAlarmSDK());
     EXPECT_EQ(2u, log_.count("TransportSdkInit success in AlarmSdk", 2));
     {
-        testsupport::ScopedEnv appId("APPID", "a1");
-        testsupport::ScopedEnv noAppName("APPNAME", nullptr);
+        testsupport::ScopedEnv appId("APPID", "a1"), noAppName("APPNAME", nullptr);
         EXPECT_EQ(-1, ZEBInitAlarmSDK());
         EXPECT_TRUE(log_.contains("APPNAME EV is NULL", 5));
         EXPECT_TRUE(log_.contains("Get AppId a1", 2));

@@ -1,96 +1,57 @@
-#include <gtest/gtest.h>
-
+// The push documents: exact texts, the agent's answer, allocation failures,
+// and both generations against the frozen earlier builders.
 #include <cjson/cJSON.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <list>
-#include <memory>
 #include <random>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "AlarmAdapter.h"
-#include "AlarmEx.h"
-#include "SdkTestSupport.h"
 #include "AlmJsonParser.h"
 #include "FrozenPushDocument.h"
-#include "LogCapture.h"
-#include "TestEnv.h"
-#include "runlog.h"
+#include "SdkTestSupport.h"
 
 namespace {
 
 const char kSource[] = "../src/AlmJsonParser";
-
 using JsonTree = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
-
-// Builds the document and hands back its text, released the documented way.
-std::string Document(const std::list<AlarmEx*>& alarms) {
-    char* text = AlmJsonParser::GenRestDataJsonEx(alarms);
-    EXPECT_NE(nullptr, text);
-    std::string copy = text != nullptr ? text : "";
-    cJSON_free(text);
-    return copy;
-}
+using sdktest::FullAlarm;
 
 JsonTree Parse(const std::string& text) { return JsonTree(cJSON_Parse(text.c_str()), &cJSON_Delete); }
 
-std::vector<std::string> Keys(const cJSON* object) {
-    std::vector<std::string> keys;
-    for (const cJSON* child = object != nullptr ? object->child : nullptr; child != nullptr; child = child->next) {
-        keys.push_back(child->string != nullptr ? child->string : "<none>");
-    }
-    return keys;
+// A document's text, released the documented way.
+template <typename Record>
+std::string Printed(char* (*build)(const std::list<Record*>&), const std::list<Record*>& records) {
+    char* text = build(records);
+    std::string copy = text != nullptr ? text : "<null>";
+    cJSON_free(text);
+    return copy;
 }
-
-// Exact-case lookup: the tests must not inherit cJSON's case folding.
-const cJSON* Get(const cJSON* object, const char* key) { return cJSON_GetObjectItemCaseSensitive(object, key); }
-
-std::string Text(const cJSON* object, const char* key) {
-    const cJSON* item = Get(object, key);
-    return cJSON_IsString(item) ? item->valuestring : "<not a string>";
-}
-
-std::string Printed(const cJSON* item) {
-    char* text = cJSON_PrintUnformatted(item);
-    std::string copy = text != nullptr ? text : "";
+std::string Document(const std::list<AlarmEx*>& alarms) { return Printed(&AlmJsonParser::GenRestDataJsonEx, alarms); }
+// One alarm object's text.
+std::string Object(AlarmEx* alarm) {
+    JsonTree object(AlmJsonParser::GenAlarmEx(alarm), &cJSON_Delete);
+    char* text = cJSON_PrintUnformatted(object.get());
+    std::string copy = text != nullptr ? text : "<null>";
     cJSON_free(text);
     return copy;
 }
 
-using sdktest::FullAlarm;
-const std::vector<std::string>& kAllKeys = sdktest::kAllAlarmKeys;
-
-TEST(PushDocument, ExactCompactTextForOneAlarm) {
-    std::unique_ptr<AlarmEx> alarm = FullAlarm();
-    EXPECT_EQ(
-        "{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[{\"alarmId\":\"300012\",\"appId\":\"app-7\","
-        "\"occurTime\":1700000000123,\"serviceName\":\"orders\",\"serviceIp\":\"10.0.0.5\",\"servicePort\":8080,"
-        "\"serviceLabel\":\"orders-label\",\"alarmType\":1,\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\","
-        "\"rsetClear\":1,\"nodeIp\":\"10.0.0.1\",\"callBackInfo\":{\"serviceName\":\"orders\",\"registerName\":"
-        "\"orders\",\"serviceIp\":\"10.0.0.5\"},\"parameters\":[{\"paramName\":\"disk\",\"paramValue\":\"sda\"},"
-        "{\"paramName\":\"usage\",\"paramValue\":\"95\"}]}]},\"Receiver\":\"SendAlarm\"}",
-        Document({alarm.get()}));
-}
-
-TEST(PushDocument, EmptyListGivesEmptyAlarmList) {
-    EXPECT_EQ("{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[]},\"Receiver\":\"SendAlarm\"}",
-              Document({}));
-}
-
-TEST(PushDocument, ListOrderKeptAndNullRecordsLeftOut) {
+TEST(PushDocument, ExactCompactTextInListOrderWithoutNullRecords) {
     testsupport::LogCapture log;
-    std::unique_ptr<AlarmEx> a = FullAlarm("3"), b = FullAlarm("1"), c = FullAlarm("2");
-    const JsonTree root = Parse(Document({a.get(), nullptr, b.get(), nullptr, c.get()}));
-    std::string ids;
-    for (const cJSON* item = Get(Get(root.get(), "payload"), "alarmList")->child; item != nullptr; item = item->next) {
-        ids += Text(item, "alarmId");
-    }
-    EXPECT_EQ("312", ids);
-    EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource))
-        << log.dump();
+    const std::string head = R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)";
+    const std::string tail = R"(]},"Receiver":"SendAlarm"})";
+    std::unique_ptr<AlarmEx> a = FullAlarm("3"), b = FullAlarm("1"), c = FullAlarm();
+    EXPECT_EQ(head + tail, Document({}));
+    EXPECT_EQ(head + Object(a.get()) + "," + Object(b.get()) + tail, Document({a.get(), nullptr, b.get(), nullptr}));
+    EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource)) << log.dump();
+    EXPECT_EQ(nullptr, AlmJsonParser::GenAlarmEx(nullptr));
+    EXPECT_EQ(head +
+                  R"({"alarmId":"300012","appId":"app-7","occurTime":1700000000123,"serviceName":"orders",)"
+                  R"("serviceIp":"10.0.0.5","servicePort":8080,"serviceLabel":"orders-label","alarmType":1,)"
+                  R"("serviceId":"svc-1","serviceInstId":"inst-1","rsetClear":1,"nodeIp":"10.0.0.1","callBackInfo":)"
+                  R"({"serviceName":"orders","registerName":"orders","serviceIp":"10.0.0.5"},"parameters":)"
+                  R"([{"paramName":"disk","paramValue":"sda"},{"paramName":"usage","paramValue":"95"}]})" + tail,
+              Document({c.get()}));
 }
 
 // An announcement (id "0") carries only the first seven keys; numbers print as exact integers.
@@ -117,36 +78,28 @@ TEST(AlarmObject, PrintsExactly) {
                     R"("servicePort":0,"serviceLabel":""})"},
     };
     for (const auto& [alarm, text] : rows) {
-        JsonTree object(AlmJsonParser::GenAlarmEx(alarm), &cJSON_Delete);
-        EXPECT_EQ(text, Printed(object.get()));
+        EXPECT_EQ(text, Object(alarm));
     }
     // Only the exact one-character id is special.
     for (const char* id : {"00", "10", ""}) {
-        std::unique_ptr<AlarmEx> other = FullAlarm(id);
-        JsonTree full(AlmJsonParser::GenAlarmEx(other.get()), &cJSON_Delete);
-        EXPECT_EQ(kAllKeys, Keys(full.get())) << id;
+        std::vector<std::string> keys;
+        const JsonTree full = Parse(Object(FullAlarm(id).get()));
+        for (const cJSON* child = full->child; child != nullptr; child = child->next) {
+            keys.push_back(child->string);
+        }
+        EXPECT_EQ(sdktest::kAllAlarmKeys, keys) << id;
     }
-}
-
-TEST(AlarmObject, NullRecordIsLoggedAndGivesNull) {
-    testsupport::LogCapture log;
-    EXPECT_EQ(nullptr, AlmJsonParser::GenAlarmEx(nullptr));
-    ASSERT_EQ(1u, log.lines().size());
-    EXPECT_EQ("In AlmJsonParser::GenAlarmEx, pAlarm is null!", log.lines()[0].text);
-    EXPECT_EQ(RUNLOG_LEVEL_ERROR, log.lines()[0].level);
-    EXPECT_EQ(kSource, log.lines()[0].source);
 }
 
 TEST(RetCode, AnswerTable) {
     const char kRootNull[] = "In AlmJsonParser::GetOprType, pJsonRoot is null!";
     const char kMissing[] = "AlmJsonParser::GetOprType, jsonRetCode is NULL.";
     const char kFailed[] = "AlmJsonParser::GetOprType, strRetCode is NULL.";
-    struct Row {
+    const struct {
         const char* answer;
         const char* result;
         const char* logged;  // nullptr: nothing logged
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"{\"retCode\":0}", "OK", nullptr},
         {"{\"retCode\":7}", "Failed", kFailed},
         {"{\"retCode\":-1}", "Failed", kFailed},
@@ -171,7 +124,7 @@ TEST(RetCode, AnswerTable) {
         {"{\"retCode\":", "", kRootNull},
         {nullptr, "", kRootNull},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.answer != nullptr ? row.answer : "(null)");
         testsupport::LogCapture log;
         EXPECT_EQ(row.result, AlmJsonParser::GetRetCodeEx(row.answer));
@@ -198,8 +151,7 @@ void TrackedFree(void* p) {
 }
 
 TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
-    std::unique_ptr<AlarmEx> first = FullAlarm("1");
-    std::unique_ptr<AlarmEx> second = FullAlarm("0");
+    std::unique_ptr<AlarmEx> first = FullAlarm("1"), second = FullAlarm("0");
     const std::list<AlarmEx*> alarms{first.get(), second.get()};
     const std::string complete = Document(alarms);
     cJSON_Hooks hooks{&FailingMalloc, &TrackedFree};
@@ -207,7 +159,6 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
     cJSON_free(AlmJsonParser::GenRestDataJsonEx(alarms));
     const long allocations = g_calls;
     ASSERT_GT(allocations, 20);
-
     std::set<std::string> seen;
     for (long failAt = 0; failAt < allocations; ++failAt) {
         SCOPED_TRACE(failAt);
@@ -257,7 +208,7 @@ public:
     int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
 
     std::string text(bool zeroBytes) {
-        static const std::string kPieces[] = {"a", "Z", "9", "-", "\"", "\\", "/", "\n", "\t", "\x01", "\x1f",
+        static const char* const kPieces[] = {"a", "Z", "9", "-", "\"", "\\", "/", "\n", "\t", "\x01", "\x1f",
                                               "\x7f", "\xc3\xa9", "\xe4\xb8\xad", "\xff", " ", "%d", "{}"};
         std::string out;
         for (int n = pick(0, 24); n > 0; --n) {
@@ -273,14 +224,10 @@ public:
         static const int64_t kEdges[] = {0, 1, -1, 999999999999999LL, -999999999999999LL, 1000000000000000LL,
                                          -1000000000000000LL, 9007199254740993LL, INT64_MAX, INT64_MIN,
                                          1700000000123LL, 65535};
-        switch (pick(0, 3)) {
-            case 0:
-                return kEdges[pick(0, 11)];
-            case 1:
-                return pick(-1000, 1000);
-            default:
-                return static_cast<int64_t>(std::uniform_int_distribution<uint64_t>()(rng_)) >> pick(0, 62);
-        }
+        const int kind = pick(0, 3);
+        return kind == 0   ? kEdges[pick(0, 11)]
+               : kind == 1 ? pick(-1000, 1000)
+                           : static_cast<int64_t>(std::uniform_int_distribution<uint64_t>()(rng_)) >> pick(0, 62);
     }
 
     std::unique_ptr<AlarmEx> alarm() {
@@ -339,14 +286,6 @@ std::string WithoutOccurTime(std::string text) {
     return text;
 }
 
-template <typename Record>
-std::string Printed(char* (*build)(const std::list<Record*>&), const std::list<Record*>& records) {
-    char* text = build(records);
-    std::string copy = text != nullptr ? text : "<null>";
-    cJSON_free(text);
-    return copy;
-}
-
 TEST(PushDocumentDifferential, BothGenerationsPrintWhatTheFrozenBuildersPrint) {
     testsupport::ScopedEnv appId("APPID", "app-\"7\"");
     RandomRecords random(1313u);
@@ -362,7 +301,7 @@ TEST(PushDocumentDifferential, BothGenerationsPrintWhatTheFrozenBuildersPrint) {
             modelList.push_back(models.back().get());
         }
         SCOPED_TRACE(round);
-        ASSERT_EQ(Printed(&frozen::GenRestDataJsonEx, alarmList), Printed(&AlmJsonParser::GenRestDataJsonEx, alarmList));
+        ASSERT_EQ(Printed(&frozen::GenRestDataJsonEx, alarmList), Document(alarmList));
         ASSERT_EQ(WithoutOccurTime(Printed(&frozen::GenRestDataJson, modelList)),
                   WithoutOccurTime(Printed(&AlmJsonParser::GenRestDataJson, modelList)));
     }

@@ -5,9 +5,9 @@
 #ifndef TEST_PAUSE_RECORDER_H
 #define TEST_PAUSE_RECORDER_H
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -40,11 +40,7 @@ public:
     // How many pauses of exactly this many seconds were requested so far.
     std::size_t count(unsigned int seconds) const {
         std::lock_guard<std::mutex> lock(mutex());
-        std::size_t n = 0;
-        for (unsigned int s : history()) {
-            n += (s == seconds) ? 1 : 0;
-        }
-        return n;
+        return std::count(history().begin(), history().end(), seconds);
     }
     // While held, every pause lasts until release() (at most 30 s), so a test
     // can park a library thread in its idle pause.
@@ -54,11 +50,6 @@ public:
     // queue as production does, with a tick of tickMillis instead of each
     // second: only a full pass of work (or the tick) ends them.
     void wakeOnWork(long tickMillis) { wakeTickMillis_.store(tickMillis); }
-
-    std::vector<unsigned int> all() const {
-        std::lock_guard<std::mutex> lock(mutex());
-        return history();
-    }
 
 private:
     static void Note(unsigned int seconds) {
@@ -75,8 +66,7 @@ private:
     static void RecordIdle(unsigned int seconds, alarmsdk::IdleWaitable& work) {
         const long tick = wakeTickMillis_.load();
         if (tick <= 0) {
-            Record(seconds);
-            return;
+            return Record(seconds);
         }
         Note(seconds);
         work.waitIdle(std::chrono::milliseconds(tick * seconds));

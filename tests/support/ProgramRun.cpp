@@ -5,8 +5,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -22,9 +20,8 @@ std::string ProgramPath(const std::string& name) {
 }
 
 std::string ReadFile(const std::string& path) {
-    std::ifstream in(path);
     std::stringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path).rdbuf();
     return text.str();
 }
 
@@ -35,18 +32,17 @@ pid_t Spawn(const std::vector<std::string>& args, const std::string& out, const 
     posix_spawn_file_actions_addopen(&actions, 0, in.empty() ? "/dev/null" : in.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    // A cross-built program runs through the same emulator as the tests.
+    // A cross-built program runs through the same emulator as the tests (words separated by commas).
     std::vector<std::string> words;
     const char* emulator = std::getenv("ALARMSDK_TEST_EMULATOR");
-    for (std::string rest = emulator != nullptr ? emulator : ""; !rest.empty();) {
-        const std::size_t comma = rest.find(',');
-        words.push_back(rest.substr(0, comma));
-        rest = comma == std::string::npos ? "" : rest.substr(comma + 1);
+    std::stringstream list(emulator != nullptr ? emulator : "");
+    for (std::string word; std::getline(list, word, ',');) {
+        words.push_back(word);
     }
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (const auto& word : words) {
-        argv.push_back(const_cast<char*>(word.c_str()));
+    for (auto& word : words) {
+        argv.push_back(&word[0]);
     }
     argv.push_back(nullptr);
     pid_t pid = -1;
@@ -59,8 +55,7 @@ pid_t Spawn(const std::vector<std::string>& args, const std::string& out, const 
 
 int WaitExit(pid_t pid, int timeoutMs) {
     int status = 0;
-    const bool ended = WaitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs);
-    if (!ended) {
+    if (!WaitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs)) {
         kill(pid, SIGKILL);
         waitpid(pid, &status, 0);
         return -1;
@@ -72,9 +67,7 @@ ProgramResult RunProgram(const std::vector<std::string>& args, int timeoutMs, co
     TempDir dir;
     ProgramResult result;
     const pid_t pid = Spawn(args, dir.path() + "/out", dir.path() + "/err", in);
-    if (pid > 0) {
-        result.exitCode = WaitExit(pid, timeoutMs);
-    }
+    result.exitCode = pid > 0 ? WaitExit(pid, timeoutMs) : -1;
     result.out = ReadFile(dir.path() + "/out");
     result.err = ReadFile(dir.path() + "/err");
     return result;

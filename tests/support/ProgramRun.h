@@ -11,17 +11,12 @@
 
 namespace testsupport {
 
-// The program of tools/<name>, built as <build>/tools/<name>/<name> beside the
-// test executables in <build>/tests.
+// tools/<name>, built as <build>/tools/<name>/<name> beside the test executables in <build>/tests.
 std::string ProgramPath(const std::string& name);
-
 std::string ReadFile(const std::string& path);
-
-// Starts args with stdout and stderr going to the files out and err, and
-// stdin from the file in ("" for /dev/null). -1 when it cannot be started.
+// Starts args with stdout and stderr to the files out and err, stdin from in ("": /dev/null); -1 on failure.
 pid_t Spawn(const std::vector<std::string>& args, const std::string& out, const std::string& err,
             const std::string& in = "");
-
 // Exit status, or -1 when it did not end in time (it is then killed).
 int WaitExit(pid_t pid, int timeoutMs);
 
@@ -30,7 +25,6 @@ struct ProgramResult {
     std::string out;
     std::string err;
 };
-
 // Runs args to the end (at most timeoutMs) with stdin from the file in.
 ProgramResult RunProgram(const std::vector<std::string>& args, int timeoutMs, const std::string& in = "");
 

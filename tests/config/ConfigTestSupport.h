@@ -3,14 +3,14 @@
 #ifndef CONFIG_TEST_SUPPORT_H
 #define CONFIG_TEST_SUPPORT_H
 
-#include <filesystem>
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "AlarmConfig.h"
 #include "LogCapture.h"
-#include "TestEnv.h"
 
 namespace configtest {
 

@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
-
+// The definition loader: the example file, positional pairing, limits,
+// retries after a failed load, hostile files.
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
-
-#include <string>
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "ConfigTestSupport.h"

@@ -1,7 +1,5 @@
-#include <gtest/gtest.h>
-
+// Where the language files are found, and the look-ups over the loaded definitions.
 #include <list>
-#include <string>
 #include <thread>
 
 #include "ConfigTestSupport.h"

@@ -1,7 +1,5 @@
-#include <gtest/gtest.h>
-
+// The language files' properties reader.
 #include <map>
-#include <string>
 
 #include "ConfigTestSupport.h"
 

@@ -1,24 +1,18 @@
+// The run-log: line form and UTC stamps, where lines go, literal formats,
+// and logging while the process exits.
 #include "runlog.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
-#include <atomic>
+#include <cctype>
 #include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <string>
-#include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "LogCapture.h"
-#include "TestEnv.h"
 
 namespace {
 
@@ -36,28 +30,16 @@ std::vector<std::string> ReadLines(const std::string& path) {
 }
 
 // Checks "<UTC time with ms> " at the start of a line, close to now, and
-// returns the rest of the line after it. (No std::regex: g++ 12 warns inside
-// it under the sanitizers.)
+// returns the rest of the line after it.
 std::string AfterTimestamp(const std::string& line) {
-    static const char kShape[] = "dddd-dd-ddTdd:dd:dd.dddZ ";
-    constexpr std::size_t kLength = sizeof kShape - 1;
-    bool shaped = line.size() >= kLength;
-    for (std::size_t i = 0; shaped && i < kLength; ++i) {
-        shaped = kShape[i] == 'd' ? line[i] >= '0' && line[i] <= '9' : line[i] == kShape[i];
-    }
-    if (!shaped) {
-        ADD_FAILURE() << "no timestamp: " << line;
-        return line;
-    }
     std::tm t{};
-    t.tm_year = std::stoi(line.substr(0, 4)) - 1900;
-    t.tm_mon = std::stoi(line.substr(5, 2)) - 1;
-    t.tm_mday = std::stoi(line.substr(8, 2));
-    t.tm_hour = std::stoi(line.substr(11, 2));
-    t.tm_min = std::stoi(line.substr(14, 2));
-    t.tm_sec = std::stoi(line.substr(17, 2));
+    const char* rest = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S.", &t);
+    const bool shaped = rest != nullptr && line.size() >= 25 && rest == line.c_str() + 20 &&
+                        std::isdigit(rest[0]) && std::isdigit(rest[1]) && std::isdigit(rest[2]) &&
+                        std::string(rest + 3, 2) == "Z ";
+    EXPECT_TRUE(shaped) << "no timestamp: " << line;
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
-    return line.substr(kLength);
+    return shaped ? line.substr(25) : line;
 }
 
 // Runs body with stderr sent to a file and returns what was written there.

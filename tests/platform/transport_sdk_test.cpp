@@ -1,24 +1,16 @@
 // The transport SDK as the library's alarm-check resource uses it: exact
 // paths, the method mask, the body limit, the answer as the handler made it,
 // and connections that never finish.
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
+#include "RestCall.h"
 #include "TestEnv.h"
 #include "transport_sdk.h"
 
@@ -32,16 +24,16 @@ std::string LastSeen() {
     std::lock_guard<std::mutex> lock(g_seenMutex);
     return std::exchange(g_seen, "<none>");
 }
+void See(const std::string& seen) {
+    std::lock_guard<std::mutex> lock(g_seenMutex);
+    g_seen = seen;
+}
 
 // Records "url|body|X-Custom|client ip" and echoes the body back with a counted trailing zero byte.
 int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
-    {
-        std::lock_guard<std::mutex> lock(g_seenMutex);
-        g_seen = std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") +
-                 "|" + req->ip;
-    }
+    See(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" + req->ip);
     if (rsp->status != 0 || rsp->body != nullptr || allocRspBody(&rsp->body, req->bodyLen + 1) != 0) {
         return -1;
     }
@@ -52,8 +44,7 @@ int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
 
 // Records the body's length and answers without a body (bodies above the client's answer cap).
 int Takes(stru_REST_REQUEST* req, stru_REST_RESPONSE*) {
-    std::lock_guard<std::mutex> lock(g_seenMutex);
-    g_seen = std::to_string(req->bodyLen);
+    See(std::to_string(req->bodyLen));
     return 0;
 }
 
@@ -67,33 +58,15 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
 
 class TransportSdk : public ::testing::Test {
 protected:
-    // Sends to the SDK; the status, or -1 when the request failed.
-    int Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST,
-             std::string* answer = nullptr) {
-        std::string url = "http://127.0.0.1:" + portText_ + path;
-        std::string copy = body;
-        stru_REST_REQUEST req{};
-        req.url = &url[0];
-        req.body = copy.empty() ? nullptr : &copy[0];
-        req.bodyLen = copy.size();
-        req.header = zeb_restHeadContentCreate();
-        zeb_restHeadContentAdd(req.header, "X-Custom", "c1");
-        stru_REST_RESPONSE* rsp = nullptr;
-        const int rc = sendRequest(nullptr, type, &req, &rsp);
-        zeb_restHeadContentDestory(req.header);
-        const int status = rc == 0 ? rsp->status : -1;
-        if (rc == 0 && answer != nullptr) {
-            const char* contentType = zeb_restHeadContentFind(rsp->header, "Content-Type");
-            *answer = std::string(rsp->body, rsp->bodyLen) + "|" + (contentType != nullptr ? contentType : "");
-        }
-        freeRestResponse(&rsp);
-        return status;
+    // Sends to the SDK with an X-Custom header.
+    testsupport::RestAnswer Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST) {
+        return testsupport::RestCall("http://127.0.0.1:" + portText_ + path, body, type, nullptr, {{"X-Custom", "c1"}});
     }
 
     int port_ = testsupport::FreeLoopbackPort();
     std::string portText_ = std::to_string(port_);
-    testsupport::ScopedEnv ip_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    testsupport::ScopedEnv portEnv_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    testsupport::ScopedEnv ip_{"TRANSPORT_SDK_IP", "127.0.0.1"}, portEnv_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    sockaddr_in address_{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
 };
 
 TEST(TransportSdkConfig, ReportsConfiguredAddressWithoutServer) {
@@ -117,8 +90,7 @@ TEST_F(TransportSdk, InitRetriesAfterFailureThenStaysUp) {
     stru_REST_RESOURCE echo{0, Echo};
     EXPECT_NE(0, RegisterUrl("/echo", &echo));  // not running yet
     const int blocker = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
-    ASSERT_EQ(0, bind(blocker, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, bind(blocker, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
     ASSERT_EQ(0, listen(blocker, 1));
     EXPECT_NE(0, TransportSdkInit());  // port in use
     close(blocker);
@@ -134,52 +106,48 @@ TEST_F(TransportSdk, InitRetriesAfterFailureThenStaysUp) {
     testsupport::ScopedEnv unset("TRANSPORT_SDK_PORT", nullptr);
     EXPECT_EQ(0, TransportSdkInit());  // remembers the success
     EXPECT_EQ(0, RegisterUrl("/echo", &echo));
-    EXPECT_EQ(200, Call("/echo", "hi"));
+    EXPECT_EQ(200, Call("/echo", "hi").status);
 }
 
 TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswer) {
     ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE echo{0, Echo};
-    stru_REST_RESOURCE fails{0, Fails};
-    stru_REST_RESOURCE noHandler{0, nullptr};
-    for (auto [path, resource] : {std::make_pair<const char*, stru_REST_RESOURCE*>(nullptr, &echo),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("/echo", nullptr),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("echo", &echo),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("/echo", &noHandler)}) {
-        EXPECT_NE(0, RegisterUrl(path, resource));
-    }
+    stru_REST_RESOURCE echo{0, Echo}, fails{0, Fails}, noHandler{0, nullptr};
+    EXPECT_NE(0, RegisterUrl(nullptr, &echo));
+    EXPECT_NE(0, RegisterUrl("/echo", nullptr));
+    EXPECT_NE(0, RegisterUrl("echo", &echo));
+    EXPECT_NE(0, RegisterUrl("/echo", &noHandler));
     ASSERT_EQ(0, RegisterUrl("/echo", &echo));
     ASSERT_EQ(0, RegisterUrl("/fails", &fails));
-    std::string answer;
     const std::string body("a\0b=c", 5);
-    EXPECT_EQ(200, Call("/echo?x=1&y=%2F", body, REST_REQUEST_POST, &answer));
+    testsupport::RestAnswer answer = Call("/echo?x=1&y=%2F", body);
+    EXPECT_EQ(200, answer.status);
     EXPECT_EQ("/echo?x=1&y=%2F|" + body + "|c1|127.0.0.1", LastSeen());
-    EXPECT_EQ(body + std::string(1, '\0') + "|text/plain", answer);  // bodyLen as counted, trailing zero included
-    EXPECT_EQ(200, Call("/echo", "", REST_REQUEST_PUT, &answer));
-    EXPECT_EQ(std::string(1, '\0') + "|text/plain", answer);
-    EXPECT_EQ(500, Call("/fails", "x", REST_REQUEST_POST, &answer));
-    EXPECT_EQ("|", answer);
+    EXPECT_EQ(body + '\0' + "|text/plain", answer.body + "|" + answer.contentType);  // the trailing zero as counted
+    answer = Call("/echo", "", REST_REQUEST_PUT);
+    EXPECT_EQ(std::string(1, '\0') + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +
+                                                          std::to_string(answer.status));
+    answer = Call("/fails", "x");
+    EXPECT_EQ("500||", std::to_string(answer.status) + "|" + answer.body + "|" + answer.contentType);
     for (const char* path : {"/echo/more", "/"}) {
-        EXPECT_EQ(404, Call(path, "x")) << path;
+        EXPECT_EQ(404, Call(path, "x").status) << path;
     }
     ASSERT_EQ(0, RegisterUrl("/echo", &fails));  // replaces
-    EXPECT_EQ(500, Call("/echo", "x"));
+    EXPECT_EQ(500, Call("/echo", "x").status);
 }
 
 TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
     ASSERT_EQ(0, TransportSdkInit());
     stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Takes};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
-    EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET));
-    EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT));
+    EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET).status);
+    EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT).status);
     EXPECT_EQ("<none>", LastSeen());
-
     const std::string limit(TRANSPORT_SDK_MAX_BODY, 'z');
-    EXPECT_EQ(200, Call("/post", limit));
+    EXPECT_EQ(200, Call("/post", limit).status);
     EXPECT_EQ(std::to_string(TRANSPORT_SDK_MAX_BODY), LastSeen());
-    EXPECT_EQ(413, Call("/post", limit + "z"));
+    EXPECT_EQ(413, Call("/post", limit + "z").status);
     EXPECT_EQ("<none>", LastSeen());  // the handler never ran
-    EXPECT_EQ(200, Call("/post", "after"));  // the refused upload left no debris on the connection
+    EXPECT_EQ(200, Call("/post", "after").status);  // the refused upload left no debris on the connection
 
     // Chunked upload: no length announced, the limit is found while reading.
     CURL* curl = curl_easy_init();
@@ -211,8 +179,7 @@ TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
     transportSdkSetTimeouts(1, 2);
     ASSERT_EQ(0, TransportSdkInit());
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
-    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
     // One byte of an endless header every 200 ms: never idle, never complete.
     (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
     bool closed = false;

@@ -1,12 +1,9 @@
 // The C entry points: argument checks in argument order with their exact log
-// texts and length limits, and the C alarm object's own rules.
-#include <gtest/gtest.h>
+// texts and length limits, the C alarm object's own rules, and the record.
+#include <chrono>
+#include <map>
 
-#include <cstring>
-#include <functional>
-#include <string>
-
-#include "AlarmManagerEx.h"
+#include "AlarmBuildAlarmConfInfo.h"
 #include "SdkTestSupport.h"
 
 namespace {
@@ -171,14 +168,60 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
 TEST_F(CApi, ManagerSettersIgnoreNullWithTheirOwnMessages) {
     AlarmManagerEx manager(0);
     manager.setServiceName("svc");
-    manager.setServiceName(nullptr);
-    manager.setAppId(nullptr);
-    manager.setNodeIp(nullptr);
-    manager.setServiceIp(nullptr);
+    for (auto set : {&AlarmManagerEx::setServiceName, &AlarmManagerEx::setAppId, &AlarmManagerEx::setNodeIp,
+                     &AlarmManagerEx::setServiceIp}) {
+        (manager.*set)(nullptr);
+    }
     EXPECT_EQ("svc", manager.getServiceName());
     EXPECT_EQ("AlarmManagerEx::setServiceName pStrServiceName is NULL\nAlarmManagerEx::setAppId pStrAppId is NULL\n"
               "AlarmManagerEx::setNodeIp pStrNodeIp is NULL\nAlarmManagerEx::setServiceId pStrServiceIp is NULL\n",
               log_.texts());
+}
+
+// The record: a bounded id (ten or more characters do not fit: left empty,
+// never cut or kept), the wire type and unset markers, parameters.
+TEST(AlarmRecord, IdTypeAndParameters) {
+    AlarmEx alarm("42", ZEB_ALARM_GENERATE);
+    for (const char* id : {"123456789", "1234567890", "12345678901234567890", "", "7"}) {
+        const std::string expected = std::strlen(id) < 10 ? id : "";
+        EXPECT_EQ(expected, AlarmEx(id, ZEB_ALARM_GENERATE).getAlarmId());
+        alarm.setAlarmId(id);
+        EXPECT_EQ(expected, alarm.getAlarmId());
+    }
+    alarm.setAlarmId(alarm.getAlarmId());  // onto itself
+    EXPECT_STREQ("7", alarm.getAlarmId());
+    EXPECT_STREQ("", AlarmEx(nullptr, ZEB_ALARM_GENERATE).getAlarmId());
+    const auto type = [](int value) { return AlarmEx("1", static_cast<EU_GEN_CLEAR_TYPE>(value)).getAlarmType(); };
+    EXPECT_EQ((std::vector<int>{1, 2, 0, 0, -1}), (std::vector<int>{type(ZEB_ALARM_GENERATE), type(ZEB_ALARM_CLEAR),
+                                                                    type(7), type(-1), AlarmEx().getAlarmType()}));
+    const AlarmEx plain;
+    const char zeros[ZEB_ALARM_ID_SIZE] = {};
+    EXPECT_EQ(0, std::memcmp(zeros, plain.getAlarmId(), ZEB_ALARM_ID_SIZE));
+    EXPECT_EQ(-1, plain.getRsetClear());
+    // The first value of a name wins; null is empty.
+    alarm.appendParameter("p1", "a");
+    alarm.appendParameter("p1", "b");
+    alarm.appendParameter("p2", nullptr);
+    alarm.appendParameter(nullptr, "x");
+    alarm.appendParameter(nullptr, "y");
+    EXPECT_EQ((std::map<std::string, std::string>{{"", "x"}, {"p1", "a"}, {"p2", ""}}), alarm.getParamMap());
+}
+
+int64_t WallMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+// Whole milliseconds of the wall clock, truncated, not rounded: sampled across
+// several millisecond boundaries, never ahead of the truncated wall clock.
+TEST(AlarmClock, WholeMillisecondsOfTheWallClock) {
+    const int64_t start = WallMs();
+    for (int i = 0; i < 2000000 && WallMs() < start + 10; ++i) {
+        const int64_t before = WallMs();
+        const uint64_t now = ALM_GetCurrMs();
+        ASSERT_LE(static_cast<uint64_t>(before), now);
+        ASSERT_LE(now, static_cast<uint64_t>(WallMs()));
+    }
 }
 
 }  // namespace

@@ -1,13 +1,6 @@
 // The legacy generation end to end: its C functions' checks, the manager's
 // refusals, and the legacy document as the agent receives it.
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "AlarmManager.h"
-#include "AlarmSdk.h"
 #include "Generations.h"
 
 namespace {
@@ -22,6 +15,7 @@ const std::vector<std::string> kLegacyAlarmKeys{
     "rsetClear",    "location",      "appendInfo"};
 const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
+const std::vector<std::pair<const char*, const char*>> kDiskParams{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
 
 // Allocates, fills and sends one legacy alarm; SendAlarm's result.
 int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
@@ -37,27 +31,18 @@ int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*
 
 class Legacy : public sdktest::AgentTest {
 protected:
-    // An existing file for InitAlarm's path check; the definitions are installed in memory.
-    std::string DefinitionFile() {
-        const std::string path = dir_.path() + "/alarms.xml";
-        std::fclose(std::fopen(path.c_str(), "w"));
-        return path;
-    }
-
+    std::string DefinitionFile() { return sdktest::GenerationDriver::ExistingFile(dir_); }
     testsupport::TempDir dir_;
 };
 
 TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeFields) {
-    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", "10.0.0.1");
-    testsupport::ScopedEnv server("SERVER_IP", "10.0.0.9");
-    testsupport::ScopedEnv node("NODE_ID", "node-1");
+    const sdktest::NodeEnv env("node-1", "10.0.0.1", "10.0.0.9", nullptr);
     ASSERT_TRUE(StartAgent());
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
-    const std::vector<std::pair<const char*, const char*>> params{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
     WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
-        ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
-        ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
+        ASSERT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
+        ASSERT_EQ(1, SendLegacy("300012", 1, kDiskParams, 3));
     });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
     for (const auto& request : agent_->requests()) {
@@ -103,15 +88,10 @@ TEST_F(Legacy, TheShippedExampleDefinitionsLoadAndTheirAlarmsArriveWithBothLangu
     EXPECT_EQ("network", a.serviceName);
 }
 
-TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
+TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
-    ASSERT_NE(nullptr, full);
     ASSERT_EQ(1, AppendParam(full, "a", "b"));
-    struct Row {
-        std::function<bool()> call;  // true when the call was refused as it should be
-        const char* error;
-    };
-    const Row rows[] = {
+    const std::pair<std::function<bool()>, const char*> rows[] = {  // true when refused as it should be
         {[] { return InitAlarm(nullptr, "s", "i", 0) == 0; }, "The xmlFile is null"},
         {[] { return InitAlarm("", "s", "i", 0) == 0; }, "The xmlFile is empty"},
         {[] { return InitAlarm("/x.xml", nullptr, "i", 0) == 0; }, "The serviceId is null"},
@@ -125,25 +105,22 @@ TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
         {[] { return AppendParam(nullptr, "a", "b") == 0; }, "AppendParam() pAlarmObject,paramName,paramValue is NULL"},
         {[full] { return AppendParam(full, "c", "d") == 0; }, "This pair of param is num 1d, and the max num is 1d"},
     };
-    for (const Row& row : rows) {
+    for (const auto& [call, error] : rows) {
         log_.clear();
-        EXPECT_TRUE(row.call()) << row.error;
-        EXPECT_TRUE(log_.contains(row.error, 5, kImpl)) << row.error << "\n" << log_.dump();
+        EXPECT_TRUE(call()) << error;
+        EXPECT_TRUE(log_.contains(error, 5, kImpl)) << error << "\n" << log_.dump();
     }
     EXPECT_EQ(0, SendAlarm(nullptr));
     FreeAlarmObject(full);
     FreeAlarmObject(nullptr);
-}
-
-TEST_F(Legacy, ObjectsHoldNineCharacterIdsAndCutLongTexts) {
+    // Nine-character ids fit; long values are cut.
     AlarmObject* object = AllocAlarmObject("123456789", 1, 2);
     ASSERT_NE(nullptr, object);
     EXPECT_TRUE(log_.contains("the len of alarm memory is 534d, len of AlarmObject is 22d, len of AlarmParam is 256d",
                               2, kImpl));
     EXPECT_STREQ("123456789", object->alarmId);
     EXPECT_EQ(1, +object->genClearType);  // packed: read by value
-    const std::string longValue(200, 'v');
-    ASSERT_EQ(1, AppendParam(object, "name", longValue.c_str()));
+    ASSERT_EQ(1, AppendParam(object, "name", std::string(200, 'v').c_str()));
     EXPECT_EQ(std::string(127, 'v'), object->params[0].paramValue);
     EXPECT_EQ(1u, +object->paramCount);
     FreeAlarmObject(object);
@@ -151,9 +128,8 @@ TEST_F(Legacy, ObjectsHoldNineCharacterIdsAndCutLongTexts) {
 
 TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillSucceeds) {
     // Before any definition is loaded, no alarm can be found.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("Get alarm 300012 failed, there is not this alarm!", 5, kManager));
-
     legacytest::InstallDefinitions({legacytest::DiskDefinition()});
     log_.clear();
     // Fewer parameters than announced: one empty pair joins the map, which still misses one.
@@ -166,13 +142,12 @@ TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillS
     EXPECT_EQ(1, SendLegacy("404", 0, {{"a", "b"}}, 1));
     EXPECT_TRUE(log_.contains("Get alarm 404 failed, there is not this alarm!", 5, kManager));
     EXPECT_EQ(0u, AlarmManager::GetInstance()->queuedModelCount());
-
     // The bound: 1024 models, the next is refused; the registration ignores the bound.
     for (int i = 0; i < 1024; ++i) {
-        ASSERT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+        ASSERT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
     }
     EXPECT_EQ(1024u, AlarmManager::GetInstance()->queuedModelCount());
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("the alarm queue is full, this alarm has been removed !", 5, kManager));
     EXPECT_EQ(0, AlarmManager::GetInstance()->RegisterRsetClear());
     EXPECT_EQ(1025u, AlarmManager::GetInstance()->queuedModelCount());
@@ -201,22 +176,17 @@ TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
 
 TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
     ASSERT_TRUE(StartAgent());
-    sdktest::GenerationDriver legacy(sdktest::Generation::Legacy);
-    sdktest::GenerationDriver current(sdktest::Generation::Current);
-    ASSERT_TRUE(legacy.init());
-    ASSERT_TRUE(current.init());
+    sdktest::GenerationDriver legacy(sdktest::Generation::Legacy), current(sdktest::Generation::Current);
+    ASSERT_TRUE(legacy.init() && current.init());
     for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(legacy.send("L" + std::to_string(i)));
-        ASSERT_TRUE(current.send("C" + std::to_string(i)));
+        ASSERT_TRUE(legacy.send("L" + std::to_string(i)) && current.send("C" + std::to_string(i)));
     }
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(6, 20000));
-    std::vector<std::string> legacySeqs;
-    std::vector<std::string> currentSeqs;
+    std::string seqs[2];
     for (const auto& a : agent_->acceptedAlarms()) {
-        (a.legacy ? legacySeqs : currentSeqs).push_back(sdktest::GenerationDriver::SeqOf(a));
+        seqs[a.legacy] += sdktest::GenerationDriver::SeqOf(a);
     }
-    EXPECT_EQ((std::vector<std::string>{"L0", "L1", "L2"}), legacySeqs);
-    EXPECT_EQ((std::vector<std::string>{"C0", "C1", "C2"}), currentSeqs);
+    EXPECT_EQ("C0C1C2 L0L1L2", seqs[0] + " " + seqs[1]);
 }
 
 // The source named in the appended text: the alarm's own, else the manager's.

@@ -1,19 +1,11 @@
 // The bilingual location and append-information texts of a legacy alarm:
 // parameter classes and types, the alarm source and its location with their
 // fallbacks, and the 1024-byte limit.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "AlarmAdapter.h"
 #include "AlarmManager.h"
 #include "AlmRukInterface.h"
 #include "LegacyFixtures.h"
-#include "LogCapture.h"
 #include "SdkTestSupport.h"
-#include "TestEnv.h"
 
 namespace {
 
@@ -24,12 +16,8 @@ struct TextCase {
     std::vector<ParamSpec> definition;
     std::vector<std::pair<std::string, std::string>> params;
     const char* serviceName;  // the alarm's service instance name
-    const char* podName;
-    const char* hostingServerIp;
-    const char* serverIp;
-    const char* nodeId;
-    std::string location;
-    std::string appendInfo;
+    const char *podName, *hostingServerIp, *serverIp, *nodeId;
+    std::string location, appendInfo;
     std::string error;  // an error line the case must log ("" for none)
 };
 
@@ -100,7 +88,6 @@ TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
     ALM_Json_Para_def* location = new ALM_Json_Para_def();
     ALM_Json_Para_def* appendInfo = new ALM_Json_Para_def();
     ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
-
     EXPECT_STREQ("location", location->Json_para_Name);
     EXPECT_STREQ("appendInfo", appendInfo->Json_para_Name);
     EXPECT_EQ(c.location, location->Json_para_Value);

@@ -1,11 +1,6 @@
 // Reset-clear announcements and co-process managers, seen from the agent.
-#include <gtest/gtest.h>
-
 #include <map>
-#include <string>
-#include <vector>
 
-#include "AlarmManagerEx.h"
 #include "SdkTestSupport.h"
 
 using nodeward::ReceivedAlarm;
@@ -14,13 +9,14 @@ namespace {
 
 class ResetClear : public sdktest::AgentTest {
 protected:
-    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
+    void SetUp() override {
+        ASSERT_TRUE(StartAgent());
+        ASSERT_EQ(0, ZEBInitAlarmSDK());
+    }
+    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"}, sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
 };
 
 TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) {
-    ASSERT_TRUE(StartAgent());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::processRsetAction", 2));
     // Later calls store the new name and label but announce nothing.
@@ -28,44 +24,33 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
-
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent_->acceptedAlarms();
+    const auto alarms = agent_->acceptedAlarms();
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
-    EXPECT_EQ("0", announcement.alarmId);
     EXPECT_EQ(sdktest::kAnnouncementKeys, announcement.keys);
-    EXPECT_EQ("orders", announcement.serviceName);
-    EXPECT_EQ("127.0.0.1", announcement.serviceIp);
-    EXPECT_EQ(8123, announcement.servicePort);
-    EXPECT_EQ("app-7", announcement.appId);
+    EXPECT_EQ("0 orders 127.0.0.1:8123 app-7", announcement.alarmId + " " + announcement.serviceName + " " +
+                                                   announcement.serviceIp + ":" +
+                                                   std::to_string(announcement.servicePort) + " " + announcement.appId);
     EXPECT_NE(std::string::npos, announcement.json.find("\"serviceLabel\":\"orders-label\""));
-
-    const ReceivedAlarm& later = alarms[1];
-    EXPECT_EQ(1, later.rsetClear);
-    EXPECT_EQ("orders2", later.serviceName);
-    EXPECT_NE(std::string::npos, later.json.find("\"serviceLabel\":\"label2\""));
+    EXPECT_EQ("1 orders2", std::to_string(alarms[1].rsetClear) + " " + alarms[1].serviceName);
+    EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceLabel\":\"label2\""));
 }
 
 TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
-    ASSERT_TRUE(StartAgent());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
     const ReceivedAlarm alarm = OnlyAlarm();
-    EXPECT_EQ("1", alarm.alarmId);
-    EXPECT_EQ(1, alarm.rsetClear);
+    EXPECT_EQ("1 1", alarm.alarmId + " " + std::to_string(alarm.rsetClear));
 }
 
 TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
-    ASSERT_TRUE(StartAgent());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
     EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
     ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
-    auto alarms = agent_->acceptedAlarms();
+    const auto alarms = agent_->acceptedAlarms();
     EXPECT_EQ("0", alarms[0].alarmId);
     EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
         << alarms[1].json;
@@ -84,15 +69,12 @@ TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {
     EXPECT_EQ(0, ZEBRegisterInfo4CoProcess(first, "label-a"));
     constexpr int kEach = 60;
     for (int i = 0; i < kEach; ++i) {
-        for (AlarmManagerEx* handle : {first, second}) {
-            ASSERT_EQ(0, sdktest::SendCAlarm([handle](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(handle, a); },
-                                             "77", ZEB_ALARM_GENERATE, {{"seq", std::to_string(i)}}));
-        }
+        ASSERT_EQ(0, sdktest::SendVia(first, "77", std::to_string(i)));
+        ASSERT_EQ(0, sdktest::SendVia(second, "77", std::to_string(i)));
     }
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2 * kEach + 1, 20000));  // and app-a's announcement
     // Per co-process: its alarms in order, each "service ip rsetClear seq".
-    std::map<std::string, std::string> seen;
-    std::map<std::string, std::string> expected;
+    std::map<std::string, std::string> seen, expected;
     const std::string ip = GetParam() != nullptr ? GetParam() : "";
     for (int i = 0; i < kEach; ++i) {
         expected["app-a"] += " svc-a " + (ip.empty() ? "10.1.0.5" : ip) + " 1 " + std::to_string(i);

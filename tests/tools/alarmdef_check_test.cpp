@@ -1,12 +1,5 @@
 // alarmdef-check: one broken fixture per kind of finding, at its line; the
 // shipped examples pass; hostile files end quickly; the program's exit codes.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "../config/ConfigTestSupport.h"
 #include "DefinitionCheck.h"
 #include "ProgramRun.h"
@@ -61,8 +54,7 @@ struct Case {
     int line;
     Severity severity;
     const char* text;  // part of the message
-    std::string from2 = "";  // a second edit of the target, when one is not enough
-    std::string to2 = "";
+    std::string from2 = "", to2 = "";  // a second edit of the target, when one is not enough
 };
 
 const std::string kToggle = "    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>\n";
@@ -136,22 +128,14 @@ protected:
 
 void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
 
+// text with from replaced once by to ("" appends to).
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
-    if (from.empty()) {
-        return text + to;
-    }
-    const std::size_t at = text.find(from);
+    const std::size_t at = from.empty() ? text.size() : text.find(from);
     EXPECT_NE(std::string::npos, at) << from;
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
-
 std::string Edited(const std::string& text, const Case& c) {
-    const std::string once = Replaced(text, c.from, c.to);
-    return c.from2.empty() ? once : Replaced(once, c.from2, c.to2);
-}
-
-std::string Listed(const std::vector<Finding>& findings) {
-    return alarmdef::FormatText(findings);
+    return Replaced(Replaced(text, c.from, c.to), c.from2, c.to2);
 }
 
 TEST_P(FindingKinds, AreReportedAtTheirLine) {
@@ -164,7 +148,7 @@ TEST_P(FindingKinds, AreReportedAtTheirLine) {
         found = found || (f.file == path(c.reported) && f.line == c.line && f.severity == c.severity &&
                           f.message.find(c.text) != std::string::npos);
     }
-    EXPECT_TRUE(found) << Listed(findings);
+    EXPECT_TRUE(found) << alarmdef::FormatText(findings);
 }
 
 INSTANTIATE_TEST_SUITE_P(Definitions, FindingKinds, ::testing::ValuesIn(kCases),
@@ -174,8 +158,8 @@ TEST(DefinitionCheck, TheFixtureAndTheShippedExamplesAreClean) {
     testsupport::ScopedEnv quiet("RUNLOG_FILE", "/dev/null");
     configtest::ConfigDir dir;
     dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(dir.xml())));
-    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml")));
+    EXPECT_EQ("", alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml())));
+    EXPECT_EQ("", alarmdef::FormatText(alarmdef::CheckDefinitionFile(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml")));
 }
 
 // Each ends with errors, quickly and in little memory (the test's time limit
@@ -200,18 +184,18 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
     for (const auto& file : files) {
         dir.Write(file.first, kLanguage, kLanguage);
         const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
-        EXPECT_NE(std::string::npos, Listed(findings).find(file.second)) << Listed(findings);
+        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second)) << alarmdef::FormatText(findings);
         EXPECT_EQ(2, alarmdef::ExitCodeOf(findings));
     }
     // 100 MB, sparse: refused by its size before a byte is read.
     dir.Write(kXml, kLanguage, kLanguage);
     std::filesystem::resize_file(dir.xml(), 100u << 20);
     EXPECT_NE(std::string::npos,
-              Listed(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
+              alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
     alarmdef::CheckLimits few;
     few.outline.maxElements = 10;
     dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_NE(std::string::npos, Listed(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
+    EXPECT_NE(std::string::npos, alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
 }
 
 TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {

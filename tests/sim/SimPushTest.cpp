@@ -1,15 +1,20 @@
-// Push requests as a service sends them: the agent's own strict base64,
-// recording, answers and refusals.
-#include <gtest/gtest.h>
+// The agent stand-in as services and scripts meet it: its own strict base64,
+// recording, answers and refusals, each failure mode, and the program.
+#include <algorithm>
+#include <filesystem>
 
+#include "ProgramRun.h"
 #include "SimTestHelpers.h"
 
 using namespace simtest;
+using nodeward::FailMode;
 using nodeward::Sim;
 
 namespace {
 
 const std::string kAlarm = CurrentAlarm("300012", 1);
+const std::string kCurrent = Encode(CurrentDocument(kAlarm));
+const std::string kLegacy = Encode(LegacyDocument(LegacyAlarm("1001", 0)));
 
 TEST(SimBase64, EncodesByTheStandardAndDecodesOnlyCanonicalText) {
     const std::pair<std::string, std::string> vectors[] = {
@@ -32,8 +37,7 @@ TEST(SimBase64, EncodesByTheStandardAndDecodesOnlyCanonicalText) {
         {"Zm9=", "nonzero bits under the padding at offset 3"},
     };
     for (const auto& [text, reason] : refused) {
-        std::string plain;
-        std::string why;
+        std::string plain, why;
         EXPECT_FALSE(nodeward::DecodeBase64(text, &plain, &why)) << text;
         EXPECT_EQ(reason, why);
     }
@@ -46,16 +50,14 @@ TEST(SimPush, CountingOnlyKeepsTheNumbersAndNoRecord) {
     Sim sim(options);
     ASSERT_TRUE(sim.start(nullptr));
     const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
-    EXPECT_EQ(Decode(Post(PushUrl(sim), body).body), "{\"retCode\":1}");
-    EXPECT_EQ(Decode(Post(PushUrl(sim), body).body), "{\"retCode\":0}");
-    EXPECT_EQ(Post(PushUrl(sim), "not base64").status, 400);
+    EXPECT_EQ(Decode(Push(sim, body).body), "{\"retCode\":1}");
+    EXPECT_EQ(Decode(Push(sim, body).body), "{\"retCode\":0}");
+    EXPECT_EQ(Push(sim, "not base64").status, 400);
     ASSERT_TRUE(sim.waitForAcceptedAlarms(2, 5000));
     const nodeward::SimCounts counts = sim.counts();
-    EXPECT_EQ(counts.requests, 3u);
-    EXPECT_EQ(counts.acceptedRequests, 1u);
-    EXPECT_EQ(counts.acceptedAlarms, 2u);
-    EXPECT_TRUE(sim.requests().empty());
-    EXPECT_TRUE(sim.acceptedAlarms().empty());
+    EXPECT_EQ("3 1 2", std::to_string(counts.requests) + " " + std::to_string(counts.acceptedRequests) + " " +
+                           std::to_string(counts.acceptedAlarms));
+    EXPECT_TRUE(sim.requests().empty() && sim.acceptedAlarms().empty());
 }
 
 // What the stand-in reads from a document is what the library's tests check.
@@ -72,19 +74,17 @@ std::string Fields(const nodeward::ReceivedAlarm& a) {
 TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
     Sim sim(Loopback());
     ASSERT_TRUE(sim.start(nullptr));
-    const std::string body = Encode(CurrentDocument(kAlarm));
-    const HttpResult answer = Post(PushUrl(sim), body);
+    const testsupport::RestAnswer answer = Push(sim, kCurrent);
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "eyJyZXRDb2RlIjowfQ==");  // {"retCode":0}
-    const HttpResult legacy =
-        Post(PushUrl(sim), Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1))));
+    const testsupport::RestAnswer legacy =
+        Push(sim, Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1))));
     EXPECT_EQ(legacy.status, 200);
     EXPECT_EQ(Decode(legacy.body), "{\"returncode\":\"OK\"}");
-
     const auto requests = sim.requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0].body, body);
-    EXPECT_EQ(requests[0].header("content-length"), std::to_string(body.size()));  // any case
+    EXPECT_EQ(requests[0].body, kCurrent);
+    EXPECT_EQ(requests[0].header("content-length"), std::to_string(kCurrent.size()));  // any case
     EXPECT_EQ(requests[0].header("X-None"), "");
     EXPECT_EQ(requests[0].json, CurrentDocument(kAlarm));
     EXPECT_TRUE(requests[0].accepted && requests[1].accepted && requests[1].legacy && !requests[0].legacy);
@@ -106,32 +106,31 @@ TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
 TEST(SimPush, MalformedBodiesAreRefusedWithAReason) {
     Sim sim(Loopback());
     ASSERT_TRUE(sim.start(nullptr));
-    const std::string good = Encode(CurrentDocument(kAlarm));
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"whitespace", good.substr(0, 8) + "    " + good.substr(8)},
-        {"line break", good.substr(0, 8) + "\r\n\r\n" + good.substr(8)},
-        {"pad inside", "TQ==" + good},
-        {"lone pad before last", good.substr(0, good.size() - 4) + "AA=A"},
-        {"bits under the pad", "TR=="},
-        {"bad character", "TWF-" + good.substr(4)},
-        {"length", good + "A"},
-        {"empty", ""},
-        {"not json", Encode("not json at all")},
-        {"trailing text", Encode(CurrentDocument(kAlarm) + "xx")},
-        {"no generation", Encode("{\"payload\":{\"alarmList\":[]}}")},
-        {"no alarm list", Encode("{\"Receiver\":\"SendAlarm\"}")},
+    const std::string& good = kCurrent;
+    const std::string bodies[] = {
+        good.substr(0, 8) + "    " + good.substr(8),      // whitespace
+        good.substr(0, 8) + "\r\n\r\n" + good.substr(8),  // line break
+        "TQ==" + good,                                    // pad inside
+        good.substr(0, good.size() - 4) + "AA=A",         // lone pad before last
+        "TR==",                                           // bits under the pad
+        "TWF-" + good.substr(4),                          // bad character
+        good + "A",                                       // length
+        "",
+        Encode("not json at all"),
+        Encode(CurrentDocument(kAlarm) + "xx"),              // trailing text
+        Encode("{\"payload\":{\"alarmList\":[]}}"),          // no generation
+        Encode("{\"Receiver\":\"SendAlarm\"}"),              // no alarm list
     };
-    for (const auto& [name, body] : cases) {
-        SCOPED_TRACE(name);
-        const HttpResult answer = Post(PushUrl(sim), body);
-        ASSERT_EQ(answer.code, CURLE_OK);
+    for (const std::string& body : bodies) {
+        SCOPED_TRACE(body.substr(0, 20));
+        const testsupport::RestAnswer answer = Push(sim, body);
         EXPECT_EQ(answer.status, 400);
         const std::string decoded = Decode(answer.body);
         EXPECT_EQ(decoded.rfind("{\"retCode\":1,\"retDesc\":\"", 0), 0u) << decoded;
         EXPECT_GT(decoded.size(), std::string("{\"retCode\":1,\"retDesc\":\"\"}").size()) << decoded;
     }
     const auto requests = sim.requests();
-    ASSERT_EQ(requests.size(), cases.size());
+    ASSERT_EQ(requests.size(), std::size(bodies));
     for (const auto& request : requests) {
         EXPECT_FALSE(request.accepted);
     }
@@ -146,16 +145,99 @@ TEST(SimPush, OtherPathsAndMethodsAndOversizeBodies) {
     Sim sim(options);
     ASSERT_TRUE(sim.start(nullptr));
     const std::string base = "http://127.0.0.1:" + std::to_string(sim.port());
-    EXPECT_EQ(Post(base + "/om/v1/other", "TWFu").status, 404);
-    EXPECT_EQ(Http(PushUrl(sim), nullptr).status, 405);
-
-    const HttpResult big = Post(PushUrl(sim), Encode(CurrentDocument(kAlarm)));
-    ASSERT_EQ(big.code, CURLE_OK);
-    EXPECT_EQ(big.status, 413);
+    EXPECT_EQ(testsupport::RestCall(base + "/om/v1/other", "TWFu").status, 404);
+    EXPECT_EQ(testsupport::RestCall(base + "/om/v1/request", "", REST_REQUEST_GET).status, 405);
+    EXPECT_EQ(Push(sim, kCurrent).status, 413);
     const auto requests = sim.requests();
     ASSERT_EQ(requests.size(), 1u);  // the two misdirected requests are not pushes
     EXPECT_FALSE(requests[0].accepted);
     EXPECT_TRUE(requests[0].body.empty());
+}
+
+TEST(SimFault, EachModeAnswersAsPlannedAndOnlySuccessIsAccepted) {
+    nodeward::SimOptions options = Loopback();
+    options.failFirst = 1;
+    options.status = 503;  // for success answers only
+    Sim sim(options);
+    ASSERT_TRUE(sim.start(nullptr));
+    const struct {
+        int failNext;  // 0: none planned beyond failFirst
+        FailMode mode;
+        std::string body;
+        int status;          // 0: no answer at all
+        std::string answer;  // decoded, or raw when it is no base64
+    } rows[] = {
+        {0, FailMode::RetCode, "bad!", 400, "{\"retCode\":1,\"retDesc\":\"byte 0x21 at offset 3 is not base64\"}"},
+        {0, FailMode::RetCode, kCurrent, 200, "{\"retCode\":1}"},  // refused bodies do not use up failFirst
+        {0, FailMode::RetCode, kCurrent, 503, "{\"retCode\":0}"},
+        {1, FailMode::RetCode, kLegacy, 200, "{\"returncode\":\"Failed\"}"},
+        {0, FailMode::RetCode, kLegacy, 503, "{\"returncode\":\"OK\"}"},
+        {1, FailMode::Empty, kCurrent, 200, ""},
+        {1, FailMode::Garbage, kCurrent, 200, "%%%%"},
+        {1, FailMode::Close, kCurrent, 0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.body);
+        if (row.failNext > 0) {
+            sim.failNext(row.failNext, row.mode);
+        }
+        testsupport::RestAnswer answer;  // on a fresh connection: one reused and then closed unanswered is retried
+        std::thread([&] { answer = Push(sim, row.body); }).join();
+        EXPECT_EQ(row.status, answer.status);
+        std::string decoded;
+        EXPECT_EQ(row.answer, nodeward::DecodeBase64(answer.body, &decoded) ? decoded : answer.body);
+    }
+    const auto requests = sim.requests();
+    ASSERT_EQ(requests.size(), std::size(rows));
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        EXPECT_EQ(rows[i].status == 503, requests[i].accepted) << "request " << i + 1;
+    }
+    EXPECT_EQ(requests[1].alarms.size(), 1u);  // failed requests still show what was sent
+    EXPECT_EQ(sim.acceptedAlarms().size(), 2u);
+}
+
+TEST(SimFault, FailRatioIsRepeatableForASeed) {
+    std::vector<bool> patterns[2];
+    for (std::vector<bool>& pattern : patterns) {
+        nodeward::SimOptions options = Loopback();
+        options.failRatio = 0.5;
+        options.seed = 7;
+        Sim sim(options);
+        ASSERT_TRUE(sim.start(nullptr));
+        for (int i = 0; i < 24; ++i) {
+            Push(sim, kCurrent);
+        }
+        for (const auto& request : sim.requests()) {
+            pattern.push_back(request.accepted);
+        }
+    }
+    ASSERT_EQ(patterns[0].size(), 24u);
+    EXPECT_EQ(patterns[0], patterns[1]);
+    const auto accepted = std::count(patterns[0].begin(), patterns[0].end(), true);
+    EXPECT_GT(accepted, 3);
+    EXPECT_LT(accepted, 21);
+}
+
+// The program as scripts run it: it stops once enough alarms arrived, with every answer out before it stops.
+TEST(SimProgram, ExitsAfterTheRequestedNumberOfAlarms) {
+    const std::string program = testsupport::ProgramPath("nodeward-sim");
+    ASSERT_TRUE(std::filesystem::exists(program)) << program;
+    testsupport::TempDir dir;
+    const std::string path = dir.path() + "/agent.sock";
+    const pid_t pid = testsupport::Spawn({program, "--listen", "unix:" + path, "--ready-file", dir.path() + "/ready",
+                                          "--exit-after-alarms", "2", "--quiet"},
+                                         dir.path() + "/out", dir.path() + "/err");
+    ASSERT_GT(pid, 0);
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return std::filesystem::exists(dir.path() + "/ready"); }, 10000));
+    const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
+    EXPECT_EQ(testsupport::RestCall("http://localhost/om/v1/request", body, REST_REQUEST_POST, ("unix:" + path).c_str())
+                  .status,
+              200);
+    EXPECT_EQ(testsupport::WaitExit(pid, 10000), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    const std::string printed = testsupport::ReadFile(dir.path() + "/out");
+    EXPECT_EQ(printed.find("alarm 1 "), std::string::npos) << "--quiet prints no alarm lines";
+    EXPECT_NE(printed.find("1 requests, 1 accepted, 2 alarms"), std::string::npos) << printed;
 }
 
 }  // namespace

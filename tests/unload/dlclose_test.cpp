@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 
 #include "TestEnv.h"
 
@@ -16,11 +15,9 @@ std::atomic<int> g_checks{0};
 void OnCheck(char*) { ++g_checks; }
 
 TEST(Unload, ThreadsKeepRunningAfterDlclose) {
-    testsupport::ScopedEnv appId("APPID", "app-7");
-    testsupport::ScopedEnv appName("APPNAME", "orders-app");
-    testsupport::ScopedEnv ip("TRANSPORT_SDK_IP", "127.0.0.1");
     const std::string port = std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv sdkPort("TRANSPORT_SDK_PORT", port.c_str());
+    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), ip("TRANSPORT_SDK_IP", "127.0.0.1"),
+        sdkPort("TRANSPORT_SDK_PORT", port.c_str());
     void* library = dlopen(ALARMSDK_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
     auto init = reinterpret_cast<int (*)()>(dlsym(library, "ZEBInitAlarmSDK"));

@@ -44,14 +44,13 @@ TEST(Definitions, ExampleFileLoadsEveryTextWithoutAMissingKey) {
                        disk.isCheck, disk.transientPeriod, disk.toggleStartPeriod, disk.toggleEndPeriod,
                        disk.toggleThreshold, disk.paramNum}));
     const stParaDef& diskName = disk.params[0];
-    EXPECT_EQ("diskName Disk 磁盘 STRING 32 0", std::string(diskName.paramName) + " " + diskName.paramEnName + " " +
-                                                  diskName.paramChName + " " + diskName.paramType + " " +
-                                                  std::to_string(diskName.paramLen) + " " +
-                                                  std::to_string(diskName.paramClass));
+    EXPECT_EQ("diskName Disk 磁盘 STRING 32 0", testsupport::Words(diskName.paramName, diskName.paramEnName,
+                                                                 diskName.paramChName, diskName.paramType,
+                                                                 diskName.paramLen, diskName.paramClass));
     const stParaDef& reason = items[1]->params[1];
     ASSERT_EQ(4, reason.enumNum);
-    EXPECT_EQ("3 Negotiation failed 协商失败", std::to_string(reason.enumValues[3].value) + " " +
-                                                    reason.enumValues[3].enName + " " + reason.enumValues[3].chName);
+    const stEnumBitDef& failed = reason.enumValues[3];
+    EXPECT_EQ("3 Negotiation failed 协商失败", testsupport::Words(failed.value, failed.enName, failed.chName));
     EXPECT_STREQ("Below rated speed", items[9]->params[1].enumValues[1].enName);  // a "Bit" enumeration
 }
 

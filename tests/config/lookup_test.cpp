@@ -67,8 +67,7 @@ TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     ALM_RsetConf(id127.c_str(), "inst-1", 1);
     ALM_RsetConf(nullptr, (id127 + "i").c_str(), 0);
     for (const stAlarmItems* item : configtest::Definitions()) {
-        EXPECT_EQ(id127 + "  0", std::string(item->serviceId) + " " + item->serviceInsId + " " +
-                                     std::to_string(item->rsetClear));
+        EXPECT_EQ(id127 + "  0", testsupport::Words(item->serviceId, item->serviceInsId, item->rsetClear));
     }
 }
 

@@ -74,7 +74,7 @@ TEST(LanguageFile, TablesGrowAcrossReadsAndLookUpsAnswerFromTheChosenOne) {
     EXPECT_EQ(3, ALM_ParseConfigFile(LangPath().c_str(), false));
     testsupport::LogCapture log;
     EXPECT_EQ(0, ALM_ParseConfigFile("/nonexistent/l.properties", true));
-    EXPECT_EQ("1 0", std::to_string(g_bInitLangFileFlagZH) + " " + std::to_string(g_bInitLangFileFlagEN));
+    EXPECT_EQ("1 0", testsupport::Words(g_bInitLangFileFlagZH, g_bInitLangFileFlagEN));
     EXPECT_EQ("two", ALM_GetConfigVar("ignored", "b", false));
     EXPECT_EQ("", ALM_GetConfigVar(nullptr, "b", true));
     EXPECT_EQ((std::vector<std::string>{"can't open '/nonexistent/l.properties'", "get b failed"}),

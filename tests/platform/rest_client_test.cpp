@@ -135,8 +135,7 @@ TEST(RestClient, ChoosesWhereToConnect) {
         EXPECT_TRUE(Sent(local) && Sent(local, viaArg->endpoint().c_str()) && Sent(other) &&
                     Sent(other, viaArg->endpoint().c_str()));
     }
-    EXPECT_EQ("2 4 2", std::to_string(viaEnv->requests().size()) + " " + std::to_string(viaArg->requests().size()) +
-                           " " + std::to_string(named->requests().size()));
+    EXPECT_EQ("2 4 2", testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
 }
 
 TEST(RestClient, FailuresGiveNoResponse) {

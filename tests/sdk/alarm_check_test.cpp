@@ -1,6 +1,5 @@
-// The agent's alarm checks: served over real HTTP by the transport SDK,
-// answered at once with the fixed document, handed to the right service's
-// callback on the library's own thread, in arrival order.
+// The agent's alarm checks: served over HTTP, answered at once with the fixed
+// document, handed to the right service's callback on the library's own thread, in order.
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,31 +15,36 @@ namespace {
 
 const std::string kAnswer = std::string("eyJyZXRDb2RlIjogIjAiLCJyZXREZXNjIjogInN1Y2Nlc3MifQ==") + '\0';
 
-struct Delivered {
-    std::string who;
-    std::string text;
-    pthread_t thread;
-};
-
-// What the callbacks received; never destroyed, the callback thread outlives the test.
+// What the callbacks received ("who text" each) and on which threads; never
+// destroyed, the callback thread outlives the test.
 std::mutex& g_mutex = *new std::mutex();
-std::vector<Delivered>& g_delivered = *new std::vector<Delivered>();
+std::vector<std::string>& g_texts = *new std::vector<std::string>();
+std::vector<pthread_t>& g_threads = *new std::vector<pthread_t>();
 
 void Record(const char* who, char* text) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_delivered.push_back(Delivered{who, text, pthread_self()});
+    g_texts.push_back(std::string(who) + " " + text);
+    g_threads.push_back(pthread_self());
 }
 void OrdersCallback(char* text) { Record("orders", text); }
 void BillingCallback(char* text) { Record("billing", text); }
 void TakeoverCallback(char* text) { Record("takeover", text); }
-std::vector<Delivered> DeliveredChecks() {
+// Every delivered check, separated by "|", once n arrived.
+std::string Delivered(std::size_t n) {
+    const bool arrived = testsupport::WaitUntil(
+        [n] {
+            std::lock_guard<std::mutex> lock(g_mutex);
+            return g_texts.size() >= n;
+        },
+        30000);
     std::lock_guard<std::mutex> lock(g_mutex);
-    return g_delivered;
+    std::string all;
+    for (std::size_t i = 0; i < g_texts.size(); ++i) {
+        all += (i > 0 ? "|" : "") + g_texts[i];
+        EXPECT_TRUE(pthread_equal(g_threads[i], AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
+    }
+    return arrived ? all : "only " + all;
 }
-bool DeliveredCountReaches(std::size_t n) {
-    return testsupport::WaitUntil([n] { return DeliveredChecks().size() == n; }, 30000);
-}
-bool OnCheckThread(const Delivered& d) { return pthread_equal(d.thread, AlarmManagerEx::m_nAlarmCheckTid); }
 
 // The agent's own encoder: the library's decoder is checked against another's output.
 std::string CheckDocument(const std::string& service, const std::string& alarmsJson) {
@@ -80,18 +84,10 @@ TEST_F(AlarmCheck, OnlyAPostIsHandledAnsweredAtOnceAndReachesTheCallbackCompactl
         EXPECT_EQ("text/plain", answer.contentType);
         EXPECT_EQ(kAnswer, answer.body);  // 52 characters and the terminating zero, all of them on the wire
     }
-    ASSERT_TRUE(DeliveredCountReaches(3));
-    const auto got = DeliveredChecks();
-    EXPECT_EQ("[{\"alarmId\":\"1\"}]|{\"a\":[1,2],\"b\":null}|\"just text\"",
-              got[0].text + "|" + got[1].text + "|" + got[2].text);
-    for (const auto& d : got) {
-        EXPECT_EQ("orders", d.who);
-        EXPECT_TRUE(OnCheckThread(d));
-    }
+    EXPECT_EQ("orders [{\"alarmId\":\"1\"}]|orders {\"a\":[1,2],\"b\":null}|orders \"just text\"", Delivered(3));
 }
 
-// The agent's side of the same exchange: it calls back a service it heard
-// from, once on its first alarm when told to, on request, and by its control resource.
+// The agent calls back a service it heard from: on its first alarm when told to, on request, by its control resource.
 TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     nodeward::SimOptions options;
     options.callBackOnFirstAlarm = {{"orders", "[\"first\"]"}, {"billing", "[]"}};
@@ -102,7 +98,7 @@ TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     EXPECT_EQ(-1, agent_->callBack("orders", "[]", &answer));  // nothing heard from it yet
     EXPECT_EQ(404, testsupport::RestCall(control + "?service=orders", "[0]").status);
     ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));  // carries the service's name, address and port
-    ASSERT_TRUE(DeliveredCountReaches(1));
+    ASSERT_EQ("orders [\"first\"]", Delivered(1));
     ASSERT_EQ(0, sdktest::SendSingleton("1", "y"));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
     EXPECT_EQ(200, agent_->callBack("orders", "{\"a\": 1}", &answer));
@@ -112,17 +108,17 @@ TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     EXPECT_EQ(200, relayed.status);
     EXPECT_EQ(kAnswer, relayed.body);
     EXPECT_EQ(400, testsupport::RestCall(control, "[]").status);
-    ASSERT_TRUE(DeliveredCountReaches(3));
-    const auto got = DeliveredChecks();
-    EXPECT_EQ("[\"first\"]|{\"a\":1}|[2]", got[0].text + "|" + got[1].text + "|" + got[2].text);
+    EXPECT_EQ("orders [\"first\"]|orders {\"a\":1}|orders [2]", Delivered(3));
 }
 
 TEST_F(AlarmCheck, EachQueuedCheckWakesTheIdleCheckThread) {
     pauses_.wakeOnWork(60000);  // a minute-long tick: only the wake hands a check on within the test
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
+    std::string expected;
     for (std::size_t i = 0; i < 3; ++i) {
         ASSERT_EQ(200, Check(std::to_string(i)));
-        ASSERT_TRUE(DeliveredCountReaches(i + 1));
+        expected += (i > 0 ? "|orders " : "orders ") + std::to_string(i);
+        ASSERT_EQ(expected, Delivered(i + 1));
     }
 }
 
@@ -151,8 +147,7 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
         EXPECT_EQ(i < 3 ? 0u : 53u, answer.body.size());
     }
     // The last check is the only deliverable one; once it is in, the rest were handled.
-    ASSERT_TRUE(DeliveredCountReaches(1));
-    EXPECT_EQ("\"last\"", DeliveredChecks()[0].text);
+    EXPECT_EQ("orders \"last\"", Delivered(1));
     for (const auto& row : rows) {
         EXPECT_TRUE(log_.contains(row.second)) << row.second;
     }
@@ -161,11 +156,10 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     EXPECT_EQ(0u, AlarmManagerEx::pendingAlarmCheckCount());
 
     // The handler's own checks, called as the transport calls it.
-    stru_REST_RESPONSE response{};
-    stru_REST_REQUEST request{};
     char empty[1] = {0};
-    stru_REST_REQUEST emptyBody{};
+    stru_REST_REQUEST request{}, emptyBody{};
     emptyBody.body = empty;
+    stru_REST_RESPONSE response{};
     log_.clear();
     EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, nullptr));
     EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(nullptr, &response));
@@ -193,8 +187,7 @@ TEST_F(AlarmCheck, RegistrationRules) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun4CoProcess(other, &TakeoverCallback));
     EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Start to init alarm check.", 2));
     ASSERT_EQ(200, Check("1"));
-    ASSERT_TRUE(DeliveredCountReaches(1));
-    EXPECT_EQ("takeover", DeliveredChecks()[0].who);
+    EXPECT_EQ("takeover 1", Delivered(1));
 }
 
 TEST(AlarmCheckRegistration, FiveFailedAttemptsReturnTheLastResultAndLeaveNoCallback) {
@@ -224,7 +217,7 @@ TEST_F(AlarmCheck, NamesNoRequestCouldReachAreRefused) {
     const std::string verbatim = "Svc-1._~!$&'()*+,;=:@";
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun(verbatim.c_str(), &OrdersCallback));
     Check("1", verbatim);
-    EXPECT_TRUE(DeliveredCountReaches(1));
+    EXPECT_EQ("orders 1", Delivered(1));
 }
 
 // Holds the alarm-check thread in its first callback until the gate opens.
@@ -244,24 +237,22 @@ class AlarmCheckFlood : public AlarmCheck, public ::testing::WithParamInterface<
 TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
     const auto [payload, posts, fitting] = GetParam();
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &GatedCallback));
-    std::vector<std::string> accepted{"\"gate\""};
-    ASSERT_EQ(200, Check(accepted[0]));
+    ASSERT_EQ(200, Check("\"gate\""));
     ASSERT_TRUE(testsupport::WaitUntil([] { return g_gated.load() == 1; }, 10000));
+    std::string accepted = "orders \"gate\"";
+    std::size_t count = 1;
     for (int i = 0; i < posts; ++i) {
         const std::string text = "\"" + std::to_string(i) + std::string(payload, 'p') + "\"";
         const int status = Check(text);
         EXPECT_EQ(i < fitting ? 200 : 500, status) << "post " << i;
         if (status == 200) {
-            accepted.push_back(text);
+            accepted += "|orders " + text;
+            ++count;
         }
     }
     EXPECT_NE(std::string::npos, log_.dump().find(", alarm check queue is full ("));
     g_gateOpen = true;
-    ASSERT_TRUE(DeliveredCountReaches(accepted.size()));
-    const auto got = DeliveredChecks();
-    for (std::size_t i = 0; i < accepted.size(); ++i) {
-        EXPECT_EQ(accepted[i], got[i].text) << "check " << i;
-    }
+    EXPECT_EQ(accepted, Delivered(count));
 }
 
 INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
@@ -290,16 +281,12 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerIn
     }
     EXPECT_EQ(8, registered.load());
     EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));
+    std::string expected;
     for (int i = 0; i < 16; ++i) {
         ASSERT_EQ(200, Check(std::to_string(i), i % 3 == 0 ? "orders" : "svc" + std::to_string(i % 8)));
+        expected += (i > 0 ? "|" : "") + std::string(i % 3 == 0 ? "orders " : "billing ") + std::to_string(i);
     }
-    ASSERT_TRUE(DeliveredCountReaches(16));
-    const auto got = DeliveredChecks();
-    for (int i = 0; i < 16; ++i) {
-        EXPECT_EQ(std::to_string(i), got[i].text);
-        EXPECT_EQ(i % 3 == 0 ? "orders" : "billing", got[i].who);
-        EXPECT_TRUE(OnCheckThread(got[i]));
-    }
+    EXPECT_EQ(expected, Delivered(16));
 }
 
 // A stranger's process holding `count` connections from 127.0.0.2 to port,
@@ -347,7 +334,7 @@ TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     EXPECT_TRUE(agent_->waitForAcceptedAlarms(20, 30000));
     EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), 256);
     EXPECT_EQ(200, Check("\"valid\""));
-    EXPECT_TRUE(DeliveredCountReaches(1));
+    EXPECT_EQ("orders \"valid\"", Delivered(1));
     close(attacker);
     wait(nullptr);
 }

@@ -137,8 +137,7 @@ TEST_F(Delivery, CurrentDocumentsCarryEveryKeyInTheirEnvelope) {
     const auto alarms = agent_->acceptedAlarms();
     for (const ReceivedAlarm& a : alarms) {
         EXPECT_EQ(sdktest::kAllAlarmKeys, a.keys);
-        EXPECT_EQ("42 2 app-7 0 sda", a.alarmId + " " + std::to_string(a.alarmType) + " " + a.appId + " " +
-                                          std::to_string(a.rsetClear) + " " + sdktest::Param(a, "disk"));
+        EXPECT_EQ("42 2 app-7 0 sda", testsupport::Words(a.alarmId, a.alarmType, a.appId, a.rsetClear, sdktest::Param(a, "disk")));
         EXPECT_EQ("", a.serviceName) << "the manager's name (none yet) replaces the caller's";
     }
     EXPECT_GT(alarms[0].occurTime, 1700000000123LL);  // stamped in milliseconds

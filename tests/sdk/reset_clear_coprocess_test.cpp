@@ -29,11 +29,11 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
     EXPECT_EQ(sdktest::kAnnouncementKeys, announcement.keys);
-    EXPECT_EQ("0 orders 127.0.0.1:8123 app-7", announcement.alarmId + " " + announcement.serviceName + " " +
-                                                   announcement.serviceIp + ":" +
-                                                   std::to_string(announcement.servicePort) + " " + announcement.appId);
+    EXPECT_EQ("0 orders 127.0.0.1 8123 app-7", testsupport::Words(announcement.alarmId, announcement.serviceName,
+                                                                  announcement.serviceIp, announcement.servicePort,
+                                                                  announcement.appId));
     EXPECT_NE(std::string::npos, announcement.json.find("\"serviceLabel\":\"orders-label\""));
-    EXPECT_EQ("1 orders2", std::to_string(alarms[1].rsetClear) + " " + alarms[1].serviceName);
+    EXPECT_EQ("1 orders2", testsupport::Words(alarms[1].rsetClear, alarms[1].serviceName));
     EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceLabel\":\"label2\""));
 }
 
@@ -43,7 +43,7 @@ TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
     EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
     ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
     const ReceivedAlarm alarm = OnlyAlarm();
-    EXPECT_EQ("1 1", alarm.alarmId + " " + std::to_string(alarm.rsetClear));
+    EXPECT_EQ("1 1", testsupport::Words(alarm.alarmId, alarm.rsetClear));
 }
 
 TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
@@ -84,8 +84,7 @@ TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {
         for (const ReceivedAlarm& a : request.alarms) {
             ASSERT_EQ(request.alarms.front().appId, a.appId) << "one batch mixes two co-processes";
             if (a.alarmId != "0") {
-                seen[a.appId] += " " + a.serviceName + " " + a.serviceIp + " " + std::to_string(a.rsetClear) + " " +
-                                 sdktest::Param(a, "seq");
+                seen[a.appId] += " " + testsupport::Words(a.serviceName, a.serviceIp, a.rsetClear, sdktest::Param(a, "seq"));
             }
         }
     }

@@ -1,5 +1,4 @@
-// Delivery counters and flush: the counts add up through an agent that
-// refuses, an agent that is down and a full queue, on every kind of manager.
+// Delivery counters and flush: the counts add up through a refusing agent, one that is down and a full queue.
 #include "AlarmSdkStats.h"
 #include "Generations.h"
 
@@ -27,14 +26,12 @@ TEST_P(DeliveryStats, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatWa
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, driver_.flush(20));
     ASSERT_TRUE(testsupport::WaitUntil([this] { return driver_.stats().retried >= 2; }, 10000));
     alarmsdk_stats s = driver_.stats();
-    EXPECT_EQ("3 0 3 0", std::to_string(s.accepted) + " " + std::to_string(s.delivered) + " " +
-                             std::to_string(s.waiting) + " " + std::to_string(s.last_delivery_ms));
+    EXPECT_EQ("3 0 3 0", testsupport::Words(s.accepted, s.delivered, s.waiting, s.last_delivery_ms));
     agent_->failNext(0, nodeward::FailMode::RetCode);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, driver_.flush(30000));
     s = driver_.stats();
     EXPECT_EQ(static_cast<uint64_t>(sizeof(alarmsdk_stats)), s.size);
-    EXPECT_EQ("3 1 0 0", std::to_string(s.delivered) + " " + std::to_string(s.batches) + " " +
-                             std::to_string(s.waiting) + " " + std::to_string(s.refused + s.dropped));
+    EXPECT_EQ("3 1 0 0", testsupport::Words(s.delivered, s.batches, s.waiting, s.refused + s.dropped));
     EXPECT_GT(s.last_delivery_ms, 1700000000000LL);
     // Every refused attempt is one retry of the one batch.
     EXPECT_EQ(agent_->requests().size() - 1, s.retried);
@@ -67,9 +64,8 @@ TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarm
     ASSERT_TRUE(log.waitFor("Nodeward pResponse is NULL.", 10000));
     ASSERT_TRUE(testsupport::WaitUntil([manager] { return HandleStats(manager).retried >= 1; }, 10000));
     alarmsdk_stats s = HandleStats(manager);
-    EXPECT_EQ(sent.size(), s.accepted);
-    EXPECT_EQ(1100u - sent.size(), s.refused);
-    EXPECT_EQ(sent.size(), s.waiting);
+    EXPECT_EQ(testsupport::Words(sent.size(), 1100 - sent.size(), sent.size()),
+              testsupport::Words(s.accepted, s.refused, s.waiting));
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(manager, 0));
 
     nodeward::SimOptions options;
@@ -78,9 +74,8 @@ TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarm
     ASSERT_TRUE(agent.start(nullptr));
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(manager, 60000));
     s = HandleStats(manager);
-    EXPECT_EQ(sent.size(), s.delivered);
-    EXPECT_EQ(0u, s.waiting);
-    EXPECT_EQ(agent.requests().size(), s.batches);
+    EXPECT_EQ(testsupport::Words(sent.size(), 0, agent.requests().size()),
+              testsupport::Words(s.delivered, s.waiting, s.batches));
     const auto alarms = agent.acceptedAlarms();
     ASSERT_EQ(sent.size(), alarms.size());
     for (std::size_t i = 0; i < alarms.size(); ++i) {

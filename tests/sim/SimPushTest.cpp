@@ -55,8 +55,7 @@ TEST(SimPush, CountingOnlyKeepsTheNumbersAndNoRecord) {
     EXPECT_EQ(Push(sim, "not base64").status, 400);
     ASSERT_TRUE(sim.waitForAcceptedAlarms(2, 5000));
     const nodeward::SimCounts counts = sim.counts();
-    EXPECT_EQ("3 1 2", std::to_string(counts.requests) + " " + std::to_string(counts.acceptedRequests) + " " +
-                           std::to_string(counts.acceptedAlarms));
+    EXPECT_EQ("3 1 2", testsupport::Words(counts.requests, counts.acceptedRequests, counts.acceptedAlarms));
     EXPECT_TRUE(sim.requests().empty() && sim.acceptedAlarms().empty());
 }
 

@@ -13,9 +13,11 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 namespace testsupport {
 
@@ -76,6 +78,22 @@ inline bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
         }
     }
     return condition();
+}
+
+// The values as words separated by spaces (integers as numbers, one-byte ones
+// too), so that several fields are compared in one assertion.
+template <typename... Values>
+std::string Words(Values... values) {
+    std::ostringstream out;
+    const auto put = [&out](const auto& value) {
+        if constexpr (std::is_integral_v<std::decay_t<decltype(value)>>) {
+            out << +value << ' ';
+        } else {
+            out << value << ' ';
+        }
+    };
+    (put(values), ...);
+    return out.str().substr(0, out.str().size() - 1);
 }
 
 }  // namespace testsupport

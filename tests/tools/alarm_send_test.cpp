@@ -26,8 +26,7 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
                               "env-id", "env-name", &o, &error))
         << error;
     EXPECT_EQ("env-id env-name orders 100 1700000000123 300012",
-              o.appId + " " + o.appName + " " + o.service + " " + std::to_string(o.timeoutMs) + " " +
-                  std::to_string(o.timeMs) + " " + o.alarm.alarmId);
+              testsupport::Words(o.appId, o.appName, o.service, o.timeoutMs, o.timeMs, o.alarm.alarmId));
     EXPECT_TRUE(o.printStats && o.alarm.clear);
     EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{{"disk", "sda"}, {"note", "a=b"}}), o.alarm.params);
     ASSERT_TRUE(ParseSendArgs({"--app-id", "a", "--legacy", "--definitions", "d.xml", "-"}, nullptr, "n", &o, &error));
@@ -99,8 +98,8 @@ const SendRun kRuns[] = {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
          std::map<std::string, std::string> params(a.parameters.begin(), a.parameters.end());
-         EXPECT_EQ("300012 1 app-7 orders sda 95", a.alarmId + " " + std::to_string(a.alarmType) + " " + a.appId +
-                                                       " " + a.serviceName + " " + params["disk"] + " " + params["usage"]);
+         EXPECT_EQ("300012 1 app-7 orders sda 95",
+                   testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
                                        "last_delivery_ms=1"))
              << result.out;
@@ -111,7 +110,7 @@ const SendRun kRuns[] = {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
          EXPECT_TRUE(a.legacy);
-         EXPECT_EQ("2 EN:Disk=sda##ZH:磁盘=sda##", std::to_string(a.alarmType) + " " + a.location);
+         EXPECT_EQ("2 EN:Disk=sda##ZH:磁盘=sda##", testsupport::Words(a.alarmType, a.location));
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,

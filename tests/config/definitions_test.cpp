@@ -58,8 +58,7 @@ TEST(Definitions, ElementsPairWithDefinitionsByPositionAlone) {
     ConfigDir dir;
     const std::string toggles = "<ToggleParams><TransientPeriod>7</TransientPeriod><Other>1</Other></ToggleParams>";
     dir.Write(Doc("<Alarm><AlarmID>5</AlarmID><AlarmType>3</AlarmType></Alarm><Alarm><AlarmLevel>x9</AlarmLevel>"
-                  "</Alarm>" + Alarm("6", "", toggles)),
-              "5_ALARMNAME=five\n");
+                  "</Alarm>" + Alarm("6", "", toggles)), "5_ALARMNAME=five\n");
     testsupport::LogCapture log;
     configtest::Load(dir.xml());
     const auto items = Definitions();

@@ -43,8 +43,7 @@ std::string AfterTimestamp(const std::string& line) {
 }
 
 // Runs body with stderr sent to a file and returns what was written there.
-template <typename Body>
-std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
+template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
     const int saved = dup(STDERR_FILENO);
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);

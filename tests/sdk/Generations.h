@@ -68,8 +68,7 @@ public:
             return Param(alarm, "seq");
         }
         return alarm.location.rfind(prefix, 0) == 0
-                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
-                   : "";
+                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size()) : "";
     }
     // An existing, empty alarms.xml in dir, for InitAlarm's path check when the definitions are in memory.
     static std::string ExistingFile(const testsupport::TempDir& dir) {

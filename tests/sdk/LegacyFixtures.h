@@ -25,8 +25,7 @@ struct ParamSpec {
     std::vector<EnumSpec> enums;
 };
 
-template <std::size_t N>
-void Set(char (&field)[N], const char* text) {
+template <std::size_t N> void Set(char (&field)[N], const char* text) {
     std::snprintf(field, N, "%s", text);
 }
 

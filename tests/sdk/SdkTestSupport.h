@@ -30,8 +30,7 @@ namespace sdktest {
 using Params = std::vector<std::pair<std::string, std::string>>;
 
 // Sends one C alarm through send (ZEBSendAlarm or a co-process variant), frees it, returns the send result.
-template <typename SendFn>
-int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
+template <typename SendFn> int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
     _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, type);
     for (const auto& p : params) {
         ZEBAppendAlarmParam(alarm, p.first.c_str(), p.second.c_str());
@@ -85,8 +84,7 @@ protected:
     }
     // Runs init with the send thread it starts parked in its first idle pause,
     // then queue, then lets the thread go: everything queued leaves together.
-    template <typename Init, typename Queue>
-    void WhileParked(Init init, Queue queue) {
+    template <typename Init, typename Queue> void WhileParked(Init init, Queue queue) {
         pauses_.hold();
         ASSERT_TRUE(init());
         ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));

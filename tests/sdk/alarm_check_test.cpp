@@ -31,12 +31,10 @@ void BillingCallback(char* text) { Record("billing", text); }
 void TakeoverCallback(char* text) { Record("takeover", text); }
 // Every delivered check, separated by "|", once n arrived.
 std::string Delivered(std::size_t n) {
-    const bool arrived = testsupport::WaitUntil(
-        [n] {
+    const bool arrived = testsupport::WaitUntil([n] {
             std::lock_guard<std::mutex> lock(g_mutex);
             return g_texts.size() >= n;
-        },
-        30000);
+        }, 30000);
     std::lock_guard<std::mutex> lock(g_mutex);
     std::string all;
     for (std::size_t i = 0; i < g_texts.size(); ++i) {
@@ -171,8 +169,7 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
                   "In AlarmManagerEx::ProcessAlarmCheckInterface, request is null!\n" + in +
                   "In AlarmManagerEx::ProcessAlarmCheckInterface, request->body is null!\n" + in +
                   "AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.\n"
-                  "In AlarmManagerEx::GenCallBackResponse, response is null!\n",
-              log_.texts());
+                  "In AlarmManagerEx::GenCallBackResponse, response is null!\n", log_.texts());
 }
 
 TEST_F(AlarmCheck, RegistrationRules) {
@@ -255,8 +252,7 @@ TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
     EXPECT_EQ(accepted, Delivered(count));
 }
 
-INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
-                         ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
+INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood, ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
                                            std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
 // Registrations racing on several threads start one alarm-check thread, so

@@ -98,8 +98,7 @@ TEST(Base64, MissingPointersFailWithOneLineInputFirstAndOtherRefusalsAreSilent) 
     EXPECT_EQ(std::vector<int>(6, -1), std::vector<int>(std::begin(results), std::end(results)));
     EXPECT_EQ(99u + 99u, encodedLength + static_cast<unsigned int>(decodedLength));
     EXPECT_EQ("In zeb_alm_base64_encode, indata is null!\nIn zeb_alm_base64_decode, indata is null!\n"
-              "In zeb_alm_base64_encode, outdata is null!\nIn zeb_alm_base64_decode, outdata is null!\n",
-              log.texts());
+              "In zeb_alm_base64_encode, outdata is null!\nIn zeb_alm_base64_decode, outdata is null!\n", log.texts());
     for (const auto& line : log.lines()) {
         EXPECT_EQ("5 ../src/Base64", std::to_string(line.level) + " " + line.source);
     }
@@ -147,8 +146,7 @@ TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
             int ourCount = -7;  // left alone on failure
             int theirCount = -7;
             ASSERT_EQ(frozen::Base64Decode(&text[0], inlen, theirOut.data(), &theirCount),
-                      zeb_alm_base64_decode(&text[0], inlen, ourOut.data(), &ourCount))
-                << text;
+                      zeb_alm_base64_decode(&text[0], inlen, ourOut.data(), &ourCount)) << text;
             ASSERT_EQ(theirCount, ourCount) << text;
             ASSERT_EQ(theirOut, ourOut) << text;
         }

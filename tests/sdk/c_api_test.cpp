@@ -13,8 +13,7 @@ const char* const kNameLength = "In %,The length of the pStrServiceName is longe
 const char* const kIdLength = "In %,The length of the pStrServiceId is longer than ALARM_SERVICEID_MAXLEN ";
 const char* const kInsLength = "In %,The length of the pStrServiceInsId is longer than ALARM_SERVICEINSID_MAXLEN ";
 const char* const kLabelLength = "In %,The length of the pServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
-const char* const kCoLabelLength =
-    "In %,The length of the pStrServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
+const char* const kCoLabelLength = "In %,The length of the pStrServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
 
 void NoCallback(char*) {}
 std::string X(std::size_t n) { return std::string(n, 'x'); }

@@ -35,8 +35,7 @@ TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrder) {
         EXPECT_EQ(GetParam() == Generation::Legacy, alarms[i].legacy);
     }
     EXPECT_TRUE(testsupport::WaitUntil(
-        [this] { return log_.count(driver_.successText(), driver_.successLevel(), driver_.logSource()) == 3; },
-        5000));
+        [this] { return log_.count(driver_.successText(), driver_.successLevel(), driver_.logSource()) == 3; }, 5000));
 }
 
 TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
@@ -70,8 +69,7 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
 // The idle wait on the production queue, its tick stretched or shrunk: with a
 // minute-long tick only a full batch can end it within the test; with a short
 // one a lone alarm leaves at the next tick.
-class IdleWake : public sdktest::AgentTest,
-                 public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {};
+class IdleWake : public sdktest::AgentTest, public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {};
 
 TEST_P(IdleWake, TheIdleWaitEndsAtAFullBatchOrAtTheNextTick) {
     const auto [generation, tick, alarms] = GetParam();
@@ -170,8 +168,7 @@ TEST_P(Location, ComesFromTheEnvironment) {
     EXPECT_EQ(c.source, sdktest::Param(a, "AlarmSource"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Location,
+INSTANTIATE_TEST_SUITE_P(Cases, Location,
     ::testing::Values(
         LocationCase{"NodeIdIsTheNodeAddress", "node-9", nullptr, nullptr, nullptr, "node-9", "<absent>", "<absent>"},
         LocationCase{"HostingServerIpWins", "node-9", "10.0.0.1", "10.0.0.9", "pod-3", "10.0.0.1", "10.0.0.1", "pod-3"},

@@ -62,8 +62,7 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
         EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", a.alarmName);
         EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", a.location);
         EXPECT_EQ("EN:Usage=95,State=normal,Alarm Source Location=10.0.0.1:node-1##"
-                  "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
-                  a.appendInfo);
+                  "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##", a.appendInfo);
         for (const char* field : {"\"appName\":\"orders-app\"", "\"serviceName\":\"storage\"",
                                   "\"nodeID\":\"10.0.0.1\",\"NodeIp\":\"10.0.0.1\",\"serviceID\":\"svc-1\","
                                   "\"serviceInstID\":\"inst-1\",\"rsetClear\":1"}) {

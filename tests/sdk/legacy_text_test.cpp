@@ -33,8 +33,7 @@ ParamSpec Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}
 const TextCase kTextCases[] = {
     {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
      "EN:Usage=95,Alarm Source=svc-a,Alarm Source Location=10.0.0.5:node-1##"
-     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##",
-     ""},
+     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##", ""},
     {"LocationAndAppendByClassUintCutEnumSignExtended", {kDisk, kUsage, kState},
      {{"disk", "sda"}, {"usage", "300"}, {"state", "255"}}, "", nullptr, nullptr, nullptr, nullptr,
      "EN:Disk=sda##ZH:磁盘=sda##", "EN:Usage=44,State=failed##ZH:UsageCh=44,状态=故障##", ""},
@@ -43,15 +42,11 @@ const TextCase kTextCases[] = {
     {"UintOfUnsupportedLengthIsZero", {{"n", "N", "N", "UINT", 8, 0, {}}}, {{"n", "12"}}, "", nullptr, nullptr,
      nullptr, nullptr, "EN:N=0##ZH:N=0##", "EN:##ZH:##", "In ALM_GetIntValue, paraLen=8  is invalid !"},
     {"PodNameAndServerIpStandInWithoutNodeId", {kUsage}, {{"usage", "1"}}, "", "pod-1", nullptr, "10.9.9.9",
-     nullptr, "EN:##ZH:##",
-     "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
-     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##",
-     ""},
+     nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
+     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##", ""},
     {"ServiceNameWinsOverPodNameAndNodeAddressOverServerIp", {kUsage}, {{"usage", "1"}}, "svc-b", "pod-1",
-     "10.0.0.7", "10.9.9.9", nullptr, "EN:##ZH:##",
-     "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
-     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##",
-     ""},
+     "10.0.0.7", "10.9.9.9", nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
+     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##", ""},
     {"OneCharacterNodeAddressIsIgnored", {kUsage}, {{"usage", "1"}}, "", nullptr, "x", nullptr, "node-1",
      "EN:##ZH:##", "EN:Usage=1##ZH:UsageCh=1##", ""},
     {"InvalidClassIsSkipped", {{"x", "X", "X", "STRING", 0, 2, {}}, kUsage}, {{"x", "v"}, {"usage", "2"}}, "",

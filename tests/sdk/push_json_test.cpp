@@ -45,8 +45,7 @@ TEST(PushDocument, ExactCompactTextInListOrderWithoutNullRecords) {
     EXPECT_EQ(head + Object(a.get()) + "," + Object(b.get()) + tail, Document({a.get(), nullptr, b.get(), nullptr}));
     EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource)) << log.dump();
     EXPECT_EQ(nullptr, AlmJsonParser::GenAlarmEx(nullptr));
-    EXPECT_EQ(head +
-                  R"({"alarmId":"300012","appId":"app-7","occurTime":1700000000123,"serviceName":"orders",)"
+    EXPECT_EQ(head + R"({"alarmId":"300012","appId":"app-7","occurTime":1700000000123,"serviceName":"orders",)"
                   R"("serviceIp":"10.0.0.5","servicePort":8080,"serviceLabel":"orders-label","alarmType":1,)"
                   R"("serviceId":"svc-1","serviceInstId":"inst-1","rsetClear":1,"nodeIp":"10.0.0.1","callBackInfo":)"
                   R"({"serviceName":"orders","registerName":"orders","serviceIp":"10.0.0.5"},"parameters":)"
@@ -199,8 +198,7 @@ public:
                                          -1000000000000000LL, 9007199254740993LL, INT64_MAX, INT64_MIN,
                                          1700000000123LL, 65535};
         const int kind = pick(0, 3);
-        return kind == 0   ? kEdges[pick(0, 11)]
-               : kind == 1 ? pick(-1000, 1000)
+        return kind == 0   ? kEdges[pick(0, 11)] : kind == 1 ? pick(-1000, 1000)
                            : static_cast<int64_t>(std::uniform_int_distribution<uint64_t>()(rng_)) >> pick(0, 62);
     }
 
@@ -224,8 +222,7 @@ public:
         return record;
     }
 
-    template <std::size_t... N>
-    void fill(char (&... fields)[N]) {
+    template <std::size_t... N> void fill(char (&... fields)[N]) {
         ((std::strcpy(fields, text(false).substr(0, N - 1).c_str())), ...);
     }
 

@@ -114,8 +114,7 @@ TEST(SimPush, MalformedBodiesAreRefusedWithAReason) {
         "TR==",                                           // bits under the pad
         "TWF-" + good.substr(4),                          // bad character
         good + "A",                                       // length
-        "",
-        Encode("not json at all"),
+        "", Encode("not json at all"),
         Encode(CurrentDocument(kAlarm) + "xx"),              // trailing text
         Encode("{\"payload\":{\"alarmList\":[]}}"),          // no generation
         Encode("{\"Receiver\":\"SendAlarm\"}"),              // no alarm list
@@ -230,8 +229,7 @@ TEST(SimProgram, ExitsAfterTheRequestedNumberOfAlarms) {
     ASSERT_TRUE(testsupport::WaitUntil([&] { return std::filesystem::exists(dir.path() + "/ready"); }, 10000));
     const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
     EXPECT_EQ(testsupport::RestCall("http://localhost/om/v1/request", body, REST_REQUEST_POST, ("unix:" + path).c_str())
-                  .status,
-              200);
+                  .status, 200);
     EXPECT_EQ(testsupport::WaitExit(pid, 10000), 0);
     EXPECT_FALSE(std::filesystem::exists(path));
     const std::string printed = testsupport::ReadFile(dir.path() + "/out");

@@ -82,8 +82,7 @@ inline bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
 
 // The values as words separated by spaces (integers as numbers, one-byte ones
 // too), so that several fields are compared in one assertion.
-template <typename... Values>
-std::string Words(Values... values) {
+template <typename... Values> std::string Words(Values... values) {
     std::ostringstream out;
     const auto put = [&out](const auto& value) {
         if constexpr (std::is_integral_v<std::decay_t<decltype(value)>>) {

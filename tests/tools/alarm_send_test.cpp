@@ -22,8 +22,7 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     SendOptions o;
     std::string error;
     ASSERT_TRUE(ParseSendArgs({"--service", "orders", "--timeout=100", "--time", "1700000000123", "--stats", "clear",
-                               "300012", "disk=sda", "note=a=b"},
-                              "env-id", "env-name", &o, &error))
+                               "300012", "disk=sda", "note=a=b"}, "env-id", "env-name", &o, &error))
         << error;
     EXPECT_EQ("env-id env-name orders 100 1700000000123 300012",
               testsupport::Words(o.appId, o.appName, o.service, o.timeoutMs, o.timeMs, o.alarm.alarmId));
@@ -93,20 +92,17 @@ const std::string kDefinitions = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
 
 const SendRun kRuns[] = {
     {"Delivered", {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"}, "", Agent::Accepting,
-     0, "",
-     [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
+     0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
          std::map<std::string, std::string> params(a.parameters.begin(), a.parameters.end());
          EXPECT_EQ("300012 1 app-7 orders sda 95",
                    testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
-                                       "last_delivery_ms=1"))
-             << result.out;
+                                       "last_delivery_ms=1")) << result.out;
      }},
     {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300001", "diskName=sda", "usage=95"}, "",
-     Agent::Accepting, 0, "",
-     [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+     Agent::Accepting, 0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
          EXPECT_TRUE(a.legacy);
@@ -114,8 +110,7 @@ const SendRun kRuns[] = {
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,
-     "alarm-send: line 4: expected raise or clear",
-     [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+     "alarm-send: line 4: expected raise or clear", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
      }},
     {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",

@@ -14,8 +14,7 @@ std::string Definition(const std::string& id, const std::string& tail) {
     return "  <Alarm>\n    <AlarmID>" + id +
            "</AlarmID>\n    <AlarmType>1</AlarmType>\n    <ServiceType>storage</ServiceType>\n"
            "    <AlarmLevel>2</AlarmLevel>\n    <IsGlobal>0</IsGlobal>\n    <EventType>1</EventType>\n"
-           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" +
-           tail + "  </Alarm>\n";
+           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" + tail + "  </Alarm>\n";
 }
 
 // A clean file: every finding below comes from one edit of it. Lines 3 to 29
@@ -84,8 +83,7 @@ const Case kCases[] = {
      "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
     {"EnumWithoutEnumeration", Target::Xml, "STRING", "ENUM", Target::Xml, 14, Severity::Error,
      "is an ENUM without <ENUM> or <Bit>"},
-    {"ParameterNamedTwice", Target::Xml, ">state<", ">disk<", Target::Xml, 21, Severity::Error,
-     "is named twice"},
+    {"ParameterNamedTwice", Target::Xml, ">state<", ">disk<", Target::Xml, 21, Severity::Error, "is named twice"},
     {"EnumerationKeyTooLong", Target::Xml, ">State<", ">" + std::string(120, 'S') + "<", Target::Xml, 26,
      Severity::Error, "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
     {"ServiceNameTooLong", Target::Xml, ">storage<", ">" + std::string(64, 's') + "<", Target::Xml, 6,
@@ -120,8 +118,7 @@ protected:
     configtest::ConfigDir dir_;
 
     std::string path(Target target) const {
-        return target == Target::Xml ? dir_.xml()
-                                     : dir_.dir.path() + (target == Target::En ? "/en_US" : "/zh_CN") +
+        return target == Target::Xml ? dir_.xml() : dir_.dir.path() + (target == Target::En ? "/en_US" : "/zh_CN") +
                                            "/language.properties";
     }
 };

@@ -70,6 +70,21 @@ public:
         return alarm.location.rfind(prefix, 0) == 0
                    ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size()) : "";
     }
+    // The seqs the alarms carry, and the seqs "0" to "count - 1", as words.
+    static std::string SeqsOf(const std::vector<nodeward::ReceivedAlarm>& alarms) {
+        std::string seqs;
+        for (std::size_t i = 0; i < alarms.size(); ++i) {
+            seqs += (i > 0 ? " " : "") + SeqOf(alarms[i]);
+        }
+        return seqs;
+    }
+    static std::string Counting(int count) {
+        std::string seqs;
+        for (int i = 0; i < count; ++i) {
+            seqs += (i > 0 ? " " : "") + std::to_string(i);
+        }
+        return seqs;
+    }
     // An existing, empty alarms.xml in dir, for InitAlarm's path check when the definitions are in memory.
     static std::string ExistingFile(const testsupport::TempDir& dir) {
         const std::string xml = dir.path() + "/alarms.xml";

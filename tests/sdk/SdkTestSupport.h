@@ -8,13 +8,8 @@
 
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <list>
 #include <memory>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "AlarmEx.h"
 #include "AlarmManagerEx.h"
@@ -23,40 +18,28 @@
 #include "NodewardSim.h"
 #include "PauseRecorder.h"
 #include "SimDocument.h"
-#include "TestEnv.h"
 
 namespace sdktest {
 
-using Params = std::vector<std::pair<std::string, std::string>>;
-
-// Sends one C alarm through send (ZEBSendAlarm or a co-process variant), frees it, returns the send result.
-template <typename SendFn> int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
-    _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, type);
-    for (const auto& p : params) {
-        ZEBAppendAlarmParam(alarm, p.first.c_str(), p.second.c_str());
-    }
+// Sends one C alarm with parameter "seq" through send (ZEBSendAlarm by default), frees it; the send result.
+inline int SendSeq(const char* alarmId, const std::string& seq,
+                   const std::function<int(_ZEBAlarm*)>& send = ZEBSendAlarm) {
+    _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, ZEB_ALARM_GENERATE);
+    ZEBAppendAlarmParam(alarm, "seq", seq.c_str());
     const int result = send(alarm);
     ZEBFreeAlarm(alarm);
     return result;
 }
-
-inline int SendSingleton(const char* alarmId, const std::string& seq) {
-    return SendCAlarm(&ZEBSendAlarm, alarmId, ZEB_ALARM_GENERATE, {{"seq", seq}});
-}
-
+inline int SendSingleton(const char* alarmId, const std::string& seq) { return SendSeq(alarmId, seq); }
 inline int SendVia(AlarmManagerEx* manager, const char* alarmId, const std::string& seq) {
-    return SendCAlarm([manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); }, alarmId,
-                      ZEB_ALARM_GENERATE, {{"seq", seq}});
+    return SendSeq(alarmId, seq, [manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); });
 }
 
 // The value of parameter name in alarm, or "<absent>".
 inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string& name) {
-    for (const auto& p : alarm.parameters) {
-        if (p.first == name) {
-            return p.second;
-        }
-    }
-    return "<absent>";
+    const auto& all = alarm.parameters;
+    const auto found = std::find_if(all.begin(), all.end(), [&name](const auto& p) { return p.first == name; });
+    return found != all.end() ? found->second : "<absent>";
 }
 
 // The node's address variables for one case, each set or (nullptr) unset.
@@ -84,7 +67,8 @@ protected:
     }
     // Runs init with the send thread it starts parked in its first idle pause,
     // then queue, then lets the thread go: everything queued leaves together.
-    template <typename Init, typename Queue> void WhileParked(Init init, Queue queue) {
+    template <typename Init, typename Queue>
+    void WhileParked(Init init, Queue queue) {
         pauses_.hold();
         ASSERT_TRUE(init());
         ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
@@ -104,12 +88,6 @@ protected:
     testsupport::ScopedEnv appId_{"APPID", "app-7"}, appName_{"APPNAME", "orders-app"};
     std::unique_ptr<nodeward::Sim> agent_;
 };
-
-// The keys of a full alarm object, and of a reset-clear announcement (id "0"), in document order.
-inline const std::vector<std::string> kAllAlarmKeys{
-    "alarmId",     "appId",        "occurTime", "serviceName", "serviceIp",     "servicePort", "serviceLabel",
-    "alarmType",   "serviceId",    "serviceInstId", "rsetClear", "nodeIp",     "callBackInfo", "parameters"};
-inline const std::vector<std::string> kAnnouncementKeys(kAllAlarmKeys.begin(), kAllAlarmKeys.begin() + 7);
 
 // A record with every field set; parameters appended out of name order.
 inline std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012", EU_GEN_CLEAR_TYPE type = ZEB_ALARM_GENERATE) {

@@ -185,7 +185,7 @@ TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
     for (const auto& a : agent_->acceptedAlarms()) {
         seqs[a.legacy] += sdktest::GenerationDriver::SeqOf(a);
     }
-    EXPECT_EQ("C0C1C2 L0L1L2", seqs[0] + " " + seqs[1]);
+    EXPECT_EQ("C0C1C2 L0L1L2", testsupport::Words(seqs[0], seqs[1]));
 }
 
 // The source named in the appended text: the alarm's own, else the manager's.

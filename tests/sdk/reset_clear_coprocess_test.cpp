@@ -28,7 +28,6 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     const auto alarms = agent_->acceptedAlarms();
     ASSERT_EQ(2u, alarms.size());
     const ReceivedAlarm& announcement = alarms[0];
-    EXPECT_EQ(sdktest::kAnnouncementKeys, announcement.keys);
     EXPECT_EQ("0 orders 127.0.0.1 8123 app-7", testsupport::Words(announcement.alarmId, announcement.serviceName,
                                                                   announcement.serviceIp, announcement.servicePort,
                                                                   announcement.appId));

@@ -75,8 +75,7 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
         bool resultTellsFailure;  // false: the call's result does not depend on what failed inside
     } entries[] = {
         {-1, [] { return long{ZEBInitAlarmSDK()}; }, true},
-        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true},
-        {-1, SendOne, true},
+        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true}, {-1, SendOne, true},
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
         {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
          true},

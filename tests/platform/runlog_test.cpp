@@ -120,9 +120,7 @@ TEST(RunlogFormat, UnknownConversionsPrintLiterally) {
          "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
         {"In %s, pAlarm is null!", "In ARG, pAlarm is null!"},
         {"%,%s", "%,ARG"},  // the argument goes to the next valid conversion
-        {"%n|%s", "%n|ARG"},
-        {"50%% of %s", "50% of ARG"},
-        {"100%", "100%"},
+        {"%n|%s", "%n|ARG"}, {"50%% of %s", "50% of ARG"}, {"100%", "100%"},
     };
     for (const auto& [format, expected] : rows) {
         capture.clear();

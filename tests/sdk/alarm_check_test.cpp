@@ -128,8 +128,7 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     const std::string noAlarms = "{\"callBackInfo\":{\"serviceName\":\"orders\"}}";
     const auto encode = nodeward::EncodeBase64;
     const std::pair<std::string, std::string> rows[] = {
-        {good.substr(0, good.size() - 1), "decode request body error"},
-        {"ab-d" + good, "decode request body error"},
+        {good.substr(0, good.size() - 1), "decode request body error"}, {"ab-d" + good, "decode request body error"},
         {std::string("\0AAA", 4), "AlarmCheck response body is NULL"},
         {CheckDocument("nobody", "[]"), "There is no service nobody"},
         {encode(noAlarms), "Get empty call back info, callBackInfo is " + noAlarms},

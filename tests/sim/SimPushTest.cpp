@@ -26,14 +26,10 @@ TEST(SimBase64, EncodesByTheStandardAndDecodesOnlyCanonicalText) {
         EXPECT_EQ(text.empty() ? "<unset>" : plain, decoded);
     }
     const std::pair<std::string, std::string> refused[] = {
-        {"", "body is empty"},
-        {"Zm9vY", "body length 5 is not a multiple of 4"},
-        {"Zm 9v", "body length 5 is not a multiple of 4"},
-        {"Zm9v\r\nZg", "byte 0x0d at offset 4 is not base64"},
-        {"Zm9-", "byte 0x2d at offset 3 is not base64"},
-        {"Zg==Zm9v", "padding '=' before the end at offset 2"},
-        {"Zm=v", "padding '=' before the end at offset 2"},
-        {"Zh==", "nonzero bits under the padding at offset 3"},
+        {"", "body is empty"}, {"Zm9vY", "body length 5 is not a multiple of 4"},
+        {"Zm 9v", "body length 5 is not a multiple of 4"}, {"Zm9v\r\nZg", "byte 0x0d at offset 4 is not base64"},
+        {"Zm9-", "byte 0x2d at offset 3 is not base64"}, {"Zg==Zm9v", "padding '=' before the end at offset 2"},
+        {"Zm=v", "padding '=' before the end at offset 2"}, {"Zh==", "nonzero bits under the padding at offset 3"},
         {"Zm9=", "nonzero bits under the padding at offset 3"},
     };
     for (const auto& [text, reason] : refused) {
@@ -169,10 +165,8 @@ TEST(SimFault, EachModeAnswersAsPlannedAndOnlySuccessIsAccepted) {
         {0, FailMode::RetCode, kCurrent, 200, "{\"retCode\":1}"},  // refused bodies do not use up failFirst
         {0, FailMode::RetCode, kCurrent, 503, "{\"retCode\":0}"},
         {1, FailMode::RetCode, kLegacy, 200, "{\"returncode\":\"Failed\"}"},
-        {0, FailMode::RetCode, kLegacy, 503, "{\"returncode\":\"OK\"}"},
-        {1, FailMode::Empty, kCurrent, 200, ""},
-        {1, FailMode::Garbage, kCurrent, 200, "%%%%"},
-        {1, FailMode::Close, kCurrent, 0, ""},
+        {0, FailMode::RetCode, kLegacy, 503, "{\"returncode\":\"OK\"}"}, {1, FailMode::Empty, kCurrent, 200, ""},
+        {1, FailMode::Garbage, kCurrent, 200, "%%%%"}, {1, FailMode::Close, kCurrent, 0, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.body);

@@ -216,8 +216,7 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
         {{dir.dir.path() + "/absent.xml"}, kLanguage, 2, dir.dir.path() + "/absent.xml: error: the definition file "
                                                                           "cannot be read", ""},
         {{"--yaml", xml}, kLanguage, 3, "", "alarmdef-check: unknown option --yaml (alarmdef-check --help"},
-        {{}, kLanguage, 3, "", "no FILE given"},
-        {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
+        {{}, kLanguage, 3, "", "no FILE given"}, {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
     };
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);

@@ -1,5 +1,4 @@
-// The definition loader: the example file, positional pairing, limits,
-// retries after a failed load, hostile files.
+// The definition loader: the example file, positional pairing, limits, retries after a failed load, hostile files.
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 

@@ -1,7 +1,6 @@
-// The C entry points under a heap that runs out: this program replaces the
-// global allocation functions so that, on the calling thread only, the n-th
-// allocation of a call and every later one fail. For every n the call must
-// return its failure result with an error line, never throw into C.
+// The C entry points under a heap that runs out: this program replaces the global allocation functions so that, on the
+// calling thread only, the n-th allocation of a call and every later one fail. For every n the call must return its
+// failure result with an error line, never throw into C.
 #include <gtest/gtest.h>
 
 #include <new>

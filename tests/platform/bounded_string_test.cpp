@@ -1,6 +1,5 @@
-// The bounded string functions the library builds its fixed fields with: a
-// copy or append that does not fit fails and leaves the destination empty,
-// never cut; a formatted text is cut and reported; no size is refused.
+// The bounded string functions the library builds its fixed fields with: a copy or append that does not fit fails and
+// leaves the destination empty, never cut; a formatted text is cut and reported; no size is refused.
 #include "bounded_string.h"
 
 #include <gtest/gtest.h>

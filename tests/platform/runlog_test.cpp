@@ -1,5 +1,4 @@
-// The run-log: line form and UTC stamps, where lines go, literal formats,
-// and logging while the process exits.
+// The run-log: line form and UTC stamps, where lines go, literal formats, and logging while the process exits.
 #include "runlog.h"
 
 #include <fcntl.h>
@@ -29,8 +28,7 @@ std::vector<std::string> ReadLines(const std::string& path) {
     return lines;
 }
 
-// Checks "<UTC time with ms> " at the start of a line, close to now, and
-// returns the rest of the line after it.
+// Checks "<UTC time with ms> " at the start of a line, close to now, and returns the rest of the line after it.
 std::string AfterTimestamp(const std::string& line) {
     std::tm t{};
     const char* rest = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S.", &t);
@@ -129,8 +127,7 @@ TEST(RunlogFormat, UnknownConversionsPrintLiterally) {
     }
 }
 
-// The libraries' threads keep logging while the process exits; nothing the
-// run-log needs may be destroyed under them.
+// The libraries' threads keep logging while the process exits; nothing the run-log needs may be destroyed under them.
 TEST(RunlogLifetime, LoggingWhileTheProcessExits) {
     TempDir dir;
     const std::string path = dir.path() + "/run.log";

@@ -1,6 +1,5 @@
-// The transport SDK as the library's alarm-check resource uses it: exact
-// paths, the method mask, the body limit, the answer as the handler made it,
-// and connections that never finish.
+// The transport SDK as the library's alarm-check resource uses it: exact paths, the method mask, the body limit, the
+// answer as the handler made it, and connections that never finish.
 #include <poll.h>
 
 #include <curl/curl.h>

@@ -1,6 +1,5 @@
-// Shared pieces of the library's tests: the fixture every end-to-end case
-// starts from (an agent on loopback that the process's REST client reaches),
-// shortcuts for sending C alarms, and a fully set record.
+// Shared pieces of the library's tests: the fixture every end-to-end case starts from (an agent on loopback that the
+// process's REST client reaches), shortcuts for sending C alarms, and a fully set record.
 #ifndef SDK_TEST_SUPPORT_H
 #define SDK_TEST_SUPPORT_H
 

@@ -254,9 +254,8 @@ TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
 INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood, ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
                                            std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
-// Registrations racing on several threads start one alarm-check thread, so
-// every callback runs on it, one at a time, in arrival order, each check with
-// the callback of the service it names.
+// Registrations racing on several threads start one alarm-check thread, so every callback runs on it, one at a time, in
+// arrival order, each check with the callback of the service it names.
 TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerInOrder) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     std::atomic<bool> go{false};
@@ -284,9 +283,8 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerIn
     EXPECT_EQ(expected, Delivered(16));
 }
 
-// A stranger's process holding `count` connections from 127.0.0.2 to port,
-// each a request cut short after its headers, until the returned socket is
-// closed; -1 when it could not start.
+// A stranger's process holding `count` connections from 127.0.0.2 to port, each a request cut short after its headers,
+// until the returned socket is closed; -1 when it could not start.
 int StartIdleAttacker(int port, int count) {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) {

@@ -90,10 +90,9 @@ TEST(Base64, MissingPointersFailWithOneLineInputFirstAndOtherRefusalsAreSilent) 
     }
 }
 
-// Differential: the codec against its earlier implementation, kept frozen,
-// on random bytes and on texts mixing the alphabet with whitespace, '=', tabs
-// and other bytes. Results, lengths and every byte of the output buffers
-// (what lies past the written part included) must be the same.
+// Differential: the codec against its earlier implementation, kept frozen, on random bytes and on texts mixing the
+// alphabet with whitespace, '=', tabs and other bytes. Results, lengths and every byte of the output buffers (what lies
+// past the written part included) must be the same.
 TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
     std::mt19937 rng(1311u);
     const std::string pieces = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -115,8 +114,7 @@ TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
         ASSERT_EQ(theirLen, ourLen);
         ASSERT_EQ(theirs, ours) << "encoding " << len << " bytes";
 
-        // Valid text with whitespace and stray bytes sprinkled in; every
-        // third one is noise throughout.
+        // Valid text with whitespace and stray bytes sprinkled in; every third one is noise throughout.
         std::string text(ours.data(), encodedSize);
         const int insertions = iteration % 3 == 0 ? len / 2 : pick(0, 6);
         for (int k = 0; k < insertions; ++k) {

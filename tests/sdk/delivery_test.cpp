@@ -62,9 +62,8 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     }
 }
 
-// The idle wait on the production queue, its tick stretched or shrunk: with a
-// minute-long tick only a full batch can end it within the test; with a short
-// one a lone alarm leaves at the next tick.
+// The idle wait on the production queue, its tick stretched or shrunk: with a minute-long tick only a full batch can
+// end it within the test; with a short one a lone alarm leaves at the next tick.
 class IdleWake : public sdktest::AgentTest, public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {};
 
 TEST_P(IdleWake, TheIdleWaitEndsAtAFullBatchOrAtTheNextTick) {

@@ -1,6 +1,5 @@
-// The bilingual location and append-information texts of a legacy alarm:
-// parameter classes and types, the alarm source and its location with their
-// fallbacks, and the 1024-byte limit.
+// The bilingual location and append-information texts of a legacy alarm: parameter classes and types, the alarm source
+// and its location with their fallbacks, and the 1024-byte limit.
 #include "AlarmAdapter.h"
 #include "AlarmManager.h"
 #include "AlmRukInterface.h"

@@ -169,11 +169,9 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
     }
 }
 
-// Differential: both generations' documents against the builders as they
-// were before they were made cheaper (kept frozen), over random batches of
-// random records: texts with quotes, escapes, control bytes, UTF-8 and stray
-// high bytes (zero bytes inside the C++ strings too), and integers on both
-// sides of the 15 digits cJSON prints exactly.
+// Differential: both generations' documents against the builders as they were before they were made cheaper (kept
+// frozen), over random batches of random records: texts with quotes, escapes, control bytes, UTF-8 and stray high bytes
+// (zero bytes inside the C++ strings too), and integers on both sides of the 15 digits cJSON prints exactly.
 class RandomRecords {
 public:
     explicit RandomRecords(unsigned int seed) : rng_(seed) {}

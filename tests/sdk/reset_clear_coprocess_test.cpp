@@ -55,8 +55,7 @@ TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
         << alarms[1].json;
 }
 
-// Run without and with a transport address: the address the service is served
-// on replaces the one each co-process gave.
+// Run without and with a transport address: the address the service is served on replaces the one each co-process gave.
 class CoProcess : public sdktest::AgentTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {

@@ -98,8 +98,7 @@ TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKee
     EXPECT_EQ(ALARMSDK_STATS_MIN_SIZE, newer.stats.size);
     EXPECT_EQ(77u, newer.later);
 
-    // Nothing drains a manager that was never initialised: its flush only
-    // succeeds while nothing is queued.
+    // Nothing drains a manager that was never initialised: its flush only succeeds while nothing is queued.
     AlarmManagerEx idle(0);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(&idle, 0));
     AlarmEx alarm("1", ZEB_ALARM_GENERATE);

@@ -1,7 +1,6 @@
-// Replaces the library's pauses for one test: each pause (and each idle wait
-// of a library thread) is counted and lasts only a scaled-down moment, so
-// "waited 3 s before resending" can be asserted without waiting 3 s. Only one
-// recorder may be alive at a time.
+// Replaces the library's pauses for one test: each pause (and each idle wait of a library thread) is counted and lasts
+// only a scaled-down moment, so "waited 3 s before resending" can be asserted without waiting 3 s. Only one recorder
+// may be alive at a time.
 #ifndef TEST_PAUSE_RECORDER_H
 #define TEST_PAUSE_RECORDER_H
 
@@ -39,9 +38,8 @@ public:
     // can park a library thread in its idle pause.
     void hold() { held_.store(true); }
     void release() { held_.store(false); }
-    // From now on idle waits are still counted but wait on the library's
-    // queue as production does, with a tick of tickMillis instead of each
-    // second: only a full pass of work (or the tick) ends them.
+    // From now on idle waits are still counted but wait on the library's queue as production does, with a tick of
+    // tickMillis instead of each second: only a full pass of work (or the tick) ends them.
     void wakeOnWork(long tickMillis) { wakeTickMillis_.store(tickMillis); }
 
 private:

@@ -1,6 +1,5 @@
-// Runs one of the project's programs as a child process, the way scripts do:
-// through the emulator named in ALARMSDK_TEST_EMULATOR when the build is for
-// another architecture, with bounded waits.
+// Runs one of the project's programs as a child process, the way scripts do: through the emulator named in
+// ALARMSDK_TEST_EMULATOR when the build is for another architecture, with bounded waits.
 #ifndef TEST_PROGRAM_RUN_H
 #define TEST_PROGRAM_RUN_H
 

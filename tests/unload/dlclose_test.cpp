@@ -1,6 +1,5 @@
-// A host that loads the library with dlopen, uses it and unloads it: the
-// library's threads never end, so its code must stay mapped. This program
-// does not link the library; it loads the built libalarmsdk.so.
+// A host that loads the library with dlopen, uses it and unloads it: the library's threads never end, so its code must
+// stay mapped. This program does not link the library; it loads the built libalarmsdk.so.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>

@@ -120,8 +120,8 @@ TEST_F(AlarmCheck, EachQueuedCheckWakesTheIdleCheckThread) {
     }
 }
 
-// Every check is answered at once: one that cannot be decoded with 500, one
-// that cannot be delivered with success, then dropped with its reason.
+// Every check is answered at once: one that cannot be decoded (or is empty) with 500, one that cannot be delivered
+// with success, then dropped with its reason.
 TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReason) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const std::string good = CheckDocument("orders", "1");
@@ -130,6 +130,7 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     const std::pair<std::string, std::string> rows[] = {
         {good.substr(0, good.size() - 1), "decode request body error"}, {"ab-d" + good, "decode request body error"},
         {std::string("\0AAA", 4), "AlarmCheck response body is NULL"},
+        {"", "AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty."},
         {CheckDocument("nobody", "[]"), "There is no service nobody"},
         {encode(noAlarms), "Get empty call back info, callBackInfo is " + noAlarms},
         {encode("this is not json"), "The response body convert to json failed."},
@@ -140,8 +141,8 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const testsupport::RestAnswer answer = Post(rows[i].first);
-        EXPECT_EQ(i < 3 ? 500 : 200, answer.status) << rows[i].first;
-        EXPECT_EQ(i < 3 ? 0u : 53u, answer.body.size());
+        EXPECT_EQ(i < 4 ? 500 : 200, answer.status) << rows[i].first;
+        EXPECT_EQ(i < 4 ? 0u : 53u, answer.body.size());
     }
     // The last check is the only deliverable one; once it is in, the rest were handled.
     EXPECT_EQ("orders \"last\"", Delivered(1));
@@ -151,24 +152,6 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     EXPECT_EQ(3u, log_.count("Can not find the AlarmManager Instance point.", 5));
     EXPECT_TRUE(log_.contains("In AlarmManagerEx::GetAlarmCheckInfo, pJsonCheckInfo is null!", 5));
     EXPECT_EQ(0u, AlarmManagerEx::pendingAlarmCheckCount());
-
-    // The handler's own checks, called as the transport calls it.
-    char empty[1] = {0};
-    stru_REST_REQUEST request{}, emptyBody{};
-    emptyBody.body = empty;
-    stru_REST_RESPONSE response{};
-    log_.clear();
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, nullptr));
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(nullptr, &response));
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&request, &response));
-    EXPECT_EQ(-1, AlarmManagerEx::ProcessAlarmCheckInterface(&emptyBody, &response));
-    EXPECT_EQ(-1, AlarmManagerEx::GenCallBackResponse(nullptr));
-    const std::string in = "AlarmManagerEx::ProcessAlarmCheckInterface,func in.\n";
-    EXPECT_EQ(in + "In AlarmManagerEx::ProcessAlarmCheckInterface, response is null!\n" + in +
-                  "In AlarmManagerEx::ProcessAlarmCheckInterface, request is null!\n" + in +
-                  "In AlarmManagerEx::ProcessAlarmCheckInterface, request->body is null!\n" + in +
-                  "AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty.\n"
-                  "In AlarmManagerEx::GenCallBackResponse, response is null!\n", log_.texts());
 }
 
 TEST_F(AlarmCheck, RegistrationRules) {

@@ -164,19 +164,6 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(0, ZEBFreeAlarm(alarm));
 }
 
-TEST_F(CApi, ManagerSettersIgnoreNullWithTheirOwnMessages) {
-    AlarmManagerEx manager(0);
-    manager.setServiceName("svc");
-    for (auto set : {&AlarmManagerEx::setServiceName, &AlarmManagerEx::setAppId, &AlarmManagerEx::setNodeIp,
-                     &AlarmManagerEx::setServiceIp}) {
-        (manager.*set)(nullptr);
-    }
-    EXPECT_EQ("svc", manager.getServiceName());
-    EXPECT_EQ("AlarmManagerEx::setServiceName pStrServiceName is NULL\nAlarmManagerEx::setAppId pStrAppId is NULL\n"
-              "AlarmManagerEx::setNodeIp pStrNodeIp is NULL\nAlarmManagerEx::setServiceId pStrServiceIp is NULL\n",
-              log_.texts());
-}
-
 // The record: a bounded id (ten or more characters do not fit: left empty,
 // never cut or kept), the wire type and unset markers, parameters.
 TEST(AlarmRecord, IdTypeAndParameters) {

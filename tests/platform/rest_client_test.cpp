@@ -80,8 +80,12 @@ private:
     std::thread peer_;
 };
 
-TEST(RestClient, InvalidArgumentsFailWithoutResponse) {
+TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
     auto agent = Agent();
+    testsupport::TempDir dir;
+    RawPeer garbled("garbage garbage\r\n\r\n");
+    const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+    const std::string noSocket = "unix:" + dir.path() + "/none.sock";
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
     Request ok(kAgentUrl);
     stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
@@ -93,7 +97,8 @@ TEST(RestClient, InvalidArgumentsFailWithoutResponse) {
         Request bad(url);
         EXPECT_FALSE(Sent(bad)) << url;
     }
-    for (const char* endpoint : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:70000", ":80", "unix:", "::1:80", "h:8x"}) {
+    for (const char* endpoint : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:70000", ":80", "unix:", "::1:80", "h:8x",
+                                 refused.c_str(), noSocket.c_str(), garbled.endpoint()}) {
         EXPECT_FALSE(Sent(ok, endpoint)) << endpoint;
     }
     Request noBody(kAgentUrl);
@@ -136,16 +141,6 @@ TEST(RestClient, ChoosesWhereToConnect) {
                     Sent(other, viaArg->endpoint().c_str()));
     }
     EXPECT_EQ("2 4 2", testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
-}
-
-TEST(RestClient, FailuresGiveNoResponse) {
-    Request req(kAgentUrl, "x");
-    const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
-    EXPECT_FALSE(Sent(req, refused.c_str()));
-    testsupport::TempDir dir;
-    EXPECT_FALSE(Sent(req, ("unix:" + dir.path() + "/none.sock").c_str()));
-    RawPeer garbled("garbage garbage\r\n\r\n");
-    EXPECT_FALSE(Sent(req, garbled.endpoint()));
 }
 
 // An answer sent without its length is counted while it arrives.

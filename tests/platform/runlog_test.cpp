@@ -39,6 +39,14 @@ std::string AfterTimestamp(const std::string& line) {
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
     return shaped ? line.substr(25) : line;
 }
+// The lines from the from-th on, each after its timestamp, separated by "|".
+std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0) {
+    std::string text;
+    for (std::size_t i = from; i < lines.size(); ++i) {
+        text += (i > from ? "|" : "") + AfterTimestamp(lines[i]);
+    }
+    return text;
+}
 
 // Runs body with stderr sent to a file and returns what was written there.
 template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
@@ -57,9 +65,7 @@ template <typename Body> std::vector<std::string> CaptureStderr(const std::strin
 TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     TempDir dir;
     const std::string path = dir.path() + "/run.log";
-    {
-        std::ofstream(path) << "earlier line\n";
-    }
+    std::ofstream(path) << "earlier line\n";
     ScopedEnv file("RUNLOG_FILE", path.c_str());
     // Local time far from UTC: the stamp must still be UTC.
     ScopedEnv tz("TZ", "XYZ-9");
@@ -73,21 +79,16 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/AlmJsonParser", 9, "%s", "two\nlines");
 
     const auto lines = ReadLines(path);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[0], "earlier line");
-    EXPECT_EQ(AfterTimestamp(lines[1]), "2 ../src/AlarmManagerEx:120 send 3 alarms to agent");
-    EXPECT_EQ(AfterTimestamp(lines[2]), "5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!");
-    EXPECT_EQ(AfterTimestamp(lines[3]), "0 ../src/Base64:1 lowest level too");
-    EXPECT_EQ(AfterTimestamp(lines[4]), "2 ../src/AlmJsonParser:9 two lines");
+    EXPECT_EQ("earlier line", lines.at(0));
+    EXPECT_EQ("2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
+              "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines", Untimed(lines, 1));
 
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
     ASSERT_EQ(std::remove(path.c_str()), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
-    const auto rotated = ReadLines(path);
-    ASSERT_EQ(rotated.size(), 1u);
-    EXPECT_EQ(AfterTimestamp(rotated[0]), "2 ../src/Base64:2 after rotation");
+    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
 }
 
 // Without a usable file only errors reach stderr, so they are never lost.
@@ -103,9 +104,7 @@ TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "../src/A", 3, "error %d", 5);
             Runlog_TextAdapt(6, "../src/A", 4, "above error");
         });
-        ASSERT_EQ(lines.size(), 2u);
-        EXPECT_EQ(AfterTimestamp(lines[0]), "5 ../src/A:3 error 5");
-        EXPECT_EQ(AfterTimestamp(lines[1]), "6 ../src/A:4 above error");
+        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", Untimed(lines));
     }
 }
 

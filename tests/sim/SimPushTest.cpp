@@ -96,25 +96,13 @@ TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
     EXPECT_EQ(sim.acceptedAlarms().size(), 3u);
 }
 
-// Each body is one the library's own decoder accepts or a sender could produce
-// by mistake; the agent refuses all of them with a readable reason.
+// Bodies a sender could produce by mistake, refused with a readable reason (those
+// that are no canonical base64: SimBase64 above, and SimFault's first row).
 TEST(SimPush, MalformedBodiesAreRefusedWithAReason) {
     Sim sim(Loopback());
     ASSERT_TRUE(sim.start(nullptr));
-    const std::string& good = kCurrent;
-    const std::string bodies[] = {
-        good.substr(0, 8) + "    " + good.substr(8),      // whitespace
-        good.substr(0, 8) + "\r\n\r\n" + good.substr(8),  // line break
-        "TQ==" + good,                                    // pad inside
-        good.substr(0, good.size() - 4) + "AA=A",         // lone pad before last
-        "TR==",                                           // bits under the pad
-        "TWF-" + good.substr(4),                          // bad character
-        good + "A",                                       // length
-        "", Encode("not json at all"),
-        Encode(CurrentDocument(kAlarm) + "xx"),              // trailing text
-        Encode("{\"payload\":{\"alarmList\":[]}}"),          // no generation
-        Encode("{\"Receiver\":\"SendAlarm\"}"),              // no alarm list
-    };
+    const std::string bodies[] = {"", Encode("not json at all"), Encode(CurrentDocument(kAlarm) + "xx"),
+                                  Encode("{\"payload\":{\"alarmList\":[]}}"), Encode("{\"Receiver\":\"SendAlarm\"}")};
     for (const std::string& body : bodies) {
         SCOPED_TRACE(body.substr(0, 20));
         const testsupport::RestAnswer answer = Push(sim, body);
@@ -129,7 +117,7 @@ TEST(SimPush, MalformedBodiesAreRefusedWithAReason) {
         EXPECT_FALSE(request.accepted);
     }
     EXPECT_TRUE(sim.acceptedAlarms().empty());
-    EXPECT_EQ(requests[8].json, "not json at all");  // decoded text kept for diagnosis
+    EXPECT_EQ(requests[1].json, "not json at all");  // decoded text kept for diagnosis
     EXPECT_EQ(requests[0].json, "");
 }
 

@@ -87,11 +87,8 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     for (const Row& row : rows) {
         log_.clear();
         EXPECT_EQ(-1, row.call()) << row.error;
-        const auto lines = log_.lines();
-        ASSERT_EQ(1u, lines.size()) << row.error << "\n" << log_.dump();
-        EXPECT_EQ(row.error, lines[0].text);
-        EXPECT_EQ(5, lines[0].level);
-        EXPECT_EQ(kImpl, lines[0].source);
+        EXPECT_EQ(1u, log_.count(row.error, 5, kImpl)) << log_.dump();
+        EXPECT_EQ(1u, log_.lines().size()) << log_.dump();
     }
     EXPECT_EQ(nullptr, +alarm->paramList);
     // A null alarm is reported by the conversion, then as a missing record.
@@ -101,8 +98,8 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     // Accepted at the limits.
     EXPECT_EQ(0, ZEBRegisterRsetClearInfo4CoProcess(h, "", "a", "b", 0));
     EXPECT_EQ(0, ZEBRegisterInfo(X(64).c_str(), X(256).c_str()));
-    EXPECT_EQ(X(64) + X(256), AlarmManagerEx::getInstance()->getServiceName() +
-                                  AlarmManagerEx::getInstance()->getServiceLabel());
+    const AlarmManagerEx* singleton = AlarmManagerEx::getInstance();
+    EXPECT_EQ(X(64) + X(256), singleton->getServiceName() + singleton->getServiceLabel());
     AlarmManagerEx* limits = ZEBInitAlarmSDK4CoProcess(X(64).c_str(), "", X(256).c_str(), "");
     ASSERT_NE(nullptr, limits);
     EXPECT_EQ(X(64) + X(256), limits->getAppId() + limits->getNodeIp());
@@ -114,19 +111,17 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
 TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     _ZEBAlarm* alarm = ZEBAllocAlarm("123456789", 1);
     ASSERT_NE(nullptr, alarm);
-    EXPECT_STREQ("123456789", alarm->alarmId);
-    EXPECT_EQ(1, +alarm->alarmType);
-    EXPECT_TRUE(log_.contains(
-        "the len of alarm memory is 158d, len of AlarmObjectEx is 22d, len of AlarmParam is 256d", 2, kImpl));
+    EXPECT_EQ("123456789 1", testsupport::Words(alarm->alarmId, alarm->alarmType));
+    EXPECT_TRUE(
+        log_.contains("the len of alarm memory is 158d, len of AlarmObjectEx is 22d, len of AlarmParam is 256d", 2, kImpl));
     _ZEBAlarm* longId = ZEBAllocAlarm("1234567890", 0);
     EXPECT_STREQ("", longId->alarmId);
     ZEBFreeAlarm(longId);
 
     log_.clear();
-    for (long refused : {999999999L, -5L}) {
-        EXPECT_EQ(-1, ZEBResetAlarmTime(alarm, refused));
-    }
-    EXPECT_EQ(-1, ZEBResetAlarmTime(nullptr, 1700000000000L));
+    const int refused[] = {ZEBResetAlarmTime(alarm, 999999999L), ZEBResetAlarmTime(alarm, -5L),
+                           ZEBResetAlarmTime(nullptr, 1700000000000L)};
+    EXPECT_EQ("-1 -1 -1", testsupport::Words(refused[0], refused[1], refused[2]));
     EXPECT_TRUE(log_.lines().empty()) << "refused times are not logged";
     EXPECT_EQ(0, +alarm->alarmTime);
     EXPECT_EQ(0, ZEBResetAlarmTime(alarm, 1000000000L));
@@ -139,8 +134,8 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(0, ZEBSetAlarmServiceName(alarm, nullptr));
 
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, X(200).c_str(), "v1"));
-    EXPECT_TRUE(log_.contains(
-        "the len of alarm memory is 264d, len of ZEBAlarmParam is 22d, len of AlarmParam is 256d", 2, kImpl));
+    EXPECT_TRUE(
+        log_.contains("the len of alarm memory is 264d, len of ZEBAlarmParam is 22d, len of AlarmParam is 256d", 2, kImpl));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", X(300).c_str()));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", "dup"));
     std::string listed;
@@ -151,9 +146,8 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
 
     // Conversion: clear maps to wire type 2, a duplicate name keeps its first value.
     AlarmEx* record = ZEBConvert2AlarmEx(alarm);
-    EXPECT_EQ(2, record->getAlarmType());
-    EXPECT_EQ(1000000000L, record->GetAlarmTime());
-    EXPECT_EQ(2u, record->getParamMap().size());
+    EXPECT_EQ("2 1000000000 2",
+              testsupport::Words(record->getAlarmType(), record->GetAlarmTime(), record->getParamMap().size()));
     EXPECT_EQ(X(127), record->getParamMap()["b"]);
     delete record;
     // An id the caller wrote without a terminator is read no further than its field.

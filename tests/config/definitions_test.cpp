@@ -62,13 +62,11 @@ TEST(Definitions, ElementsPairWithDefinitionsByPositionAlone) {
     configtest::Load(dir.xml());
     const auto items = Definitions();
     ASSERT_EQ(3u, items.size());
-    EXPECT_EQ((Numbers{5, 6, 0, 3, 1, 0, 0, 7, 0}),
-              (Numbers{items[0]->alarmId, items[1]->alarmId, items[2]->alarmId, items[0]->alarmType,
-                       items[1]->alarmType, items[2]->alarmType, items[0]->alarmLevel /* "x9" */,
-                       items[0]->transientPeriod, items[2]->transientPeriod}));
-    EXPECT_STREQ("EN:five##ZH:##", items[0]->alarmName);
-    EXPECT_STREQ("", items[2]->alarmName);
-    EXPECT_STREQ("svc6", items[0]->serviceType);
+    EXPECT_EQ("5 6 0 3 1 0 0 7 0", testsupport::Words(items[0]->alarmId, items[1]->alarmId, items[2]->alarmId,
+                                                     items[0]->alarmType, items[1]->alarmType, items[2]->alarmType,
+                                                     items[0]->alarmLevel /* "x9" */, items[0]->transientPeriod,
+                                                     items[2]->transientPeriod));
+    EXPECT_EQ("EN:five##ZH:## svc6 ", testsupport::Words(items[0]->alarmName, items[0]->serviceType, items[2]->alarmName));
     EXPECT_TRUE(log.contains("ALM_BuildAlarmID::classnum=2 !\n", 2));
     EXPECT_TRUE(log.contains("ALM_GetToggleParaValue,pCmdValue=Other invalid.\n", 5));
 }
@@ -86,14 +84,11 @@ TEST(Definitions, ParametersAndEnumerationsKeepTheirLimits) {
     testsupport::LogCapture log;
     configtest::Load(dir.xml());
     const stParaDef* p = Definitions().at(0)->params;
-    EXPECT_EQ(name126, p[0].paramName);
-    EXPECT_STREQ("", p[1].paramName);
-    EXPECT_STREQ("E", p[2].paramEnName);
+    EXPECT_EQ(name126 + "  E", testsupport::Words(p[0].paramName, p[1].paramName, p[2].paramEnName));
     ASSERT_EQ(3, p[2].enumNum);  // the entry without children repeats the value before it
-    EXPECT_EQ((Numbers{1, 1, 2}), (Numbers{p[2].enumValues[0].value, p[2].enumValues[1].value, p[2].enumValues[2].value}));
-    EXPECT_STREQ("one", p[2].enumValues[1].enName);
-    EXPECT_STREQ("二", p[2].enumValues[2].chName);
-    EXPECT_EQ((Numbers{1, 0, 0}), (Numbers{p[3].enumNum, p[4].enumNum, p[5].enumNum}));
+    const stEnumBitDef* e = p[2].enumValues;
+    EXPECT_EQ("1 1 2 one 二", testsupport::Words(e[0].value, e[1].value, e[2].value, e[1].enName, e[2].chName));
+    EXPECT_EQ("1 0 0", testsupport::Words(p[3].enumNum, p[4].enumNum, p[5].enumNum));
     EXPECT_EQ(nullptr, p[4].enumValues);
     EXPECT_STREQ("ENUM", p[4].paramType);  // the rest of the parameter stays
     EXPECT_TRUE(log.contains("name : Enum invalid!!", 5));

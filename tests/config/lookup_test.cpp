@@ -44,8 +44,7 @@ TEST(ConfigPaths, LanguageFilesLieBesideTheDefinitionFile) {
 TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     stAlarmItems* found = nullptr;
     EXPECT_EQ(0, ALM_GetAlarmConfigInfo(7, &found));  // nothing loaded yet: empty answers
-    EXPECT_EQ((std::vector<long>{-1, 0}), (std::vector<long>{ALM_GetAlarmParaLengthbyAlarmId(7),
-                                                              static_cast<long>(ALM_GetAlarmMaxAlarmId())}));
+    EXPECT_EQ("-1 0", testsupport::Words(ALM_GetAlarmParaLengthbyAlarmId(7), ALM_GetAlarmMaxAlarmId()));
     EXPECT_TRUE(ALM_GetServiceNames().empty() && ALM_GetAlarmIds().empty() && found == nullptr);
     ConfigDir dir;
     dir.Write(Doc(Alarm("7", "disk", "124") + Alarm("-1", "net") + Alarm("7", "dup", "4") +
@@ -56,9 +55,8 @@ TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     EXPECT_EQ(0, ALM_GetAlarmConfigInfo(8, &found));
     EXPECT_STREQ("disk", found->serviceType);  // untouched
     EXPECT_EQ(1, ALM_GetAlarmConfigInfo(7, nullptr));
-    EXPECT_EQ((std::vector<long>{7, 0, -1}), (std::vector<long>{ALM_GetAlarmParaLengthbyAlarmId(7),
-                                                                 ALM_GetAlarmParaLengthbyAlarmId(-1),
-                                                                 ALM_GetAlarmParaLengthbyAlarmId(8)}));
+    EXPECT_EQ("7 0 -1", testsupport::Words(ALM_GetAlarmParaLengthbyAlarmId(7), ALM_GetAlarmParaLengthbyAlarmId(-1),
+                                           ALM_GetAlarmParaLengthbyAlarmId(8)));
     EXPECT_EQ(UINT64_MAX, ALM_GetAlarmMaxAlarmId());  // -1 compares as unsigned
     EXPECT_EQ((Strings{"disk", "net", "dup", "net", "cpu"}), ALM_GetServiceNames());
     EXPECT_EQ((Strings{"7", "-1", "7", "", "123456789"}), ALM_GetAlarmIds());
@@ -81,10 +79,8 @@ TEST(ConfigLookups, FirstLookUpsOnTwoThreadsLoadOnce) {
     std::thread other([&seen] { seen[1] = ALM_GetAlarmMaxAlarmId(); });
     seen[0] = ALM_GetAlarmMaxAlarmId();
     other.join();
-    EXPECT_EQ(9u, seen[0]);
-    EXPECT_EQ(9u, seen[1]);
-    EXPECT_EQ(1u, log.count("ALM_ConfInit success! "));
-    EXPECT_EQ(2u, configtest::Definitions().size());
+    EXPECT_EQ("9 9 1 2", testsupport::Words(seen[0], seen[1], log.count("ALM_ConfInit success! "),
+                                            configtest::Definitions().size()));
 }
 
 }  // namespace

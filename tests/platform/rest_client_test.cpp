@@ -6,21 +6,13 @@
 
 #include <memory>
 
-#include "NodewardSim.h"
+#include "Agent.h"
 #include "TestEnv.h"
 #include "rest_client.h"
 
 namespace {
 
 const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
-
-std::unique_ptr<nodeward::Sim> Agent(const std::string& endpoint = "127.0.0.1:0") {
-    nodeward::SimOptions options;
-    options.endpoint = endpoint;
-    auto sim = std::make_unique<nodeward::Sim>(options);
-    EXPECT_TRUE(sim->start(nullptr)) << endpoint;
-    return sim;
-}
 
 // A request record owned by the test.
 struct Request {
@@ -81,7 +73,7 @@ private:
 };
 
 TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
-    auto agent = Agent();
+    auto agent = testsupport::StartedAgent();
     testsupport::TempDir dir;
     RawPeer garbled("garbage garbage\r\n\r\n");
     const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
@@ -111,7 +103,7 @@ TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
 }
 
 TEST(RestClient, PostCarriesHeadersBodyAndCookieExactly) {
-    auto agent = Agent();
+    auto agent = testsupport::StartedAgent();
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
     testsupport::ScopedEnv proxy("http_proxy", "http://127.0.0.1:1");  // must be ignored
     Request req(kAgentUrl, std::string("a\0b\0", 4));
@@ -132,7 +124,8 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactly) {
 
 TEST(RestClient, ChoosesWhereToConnect) {
     testsupport::TempDir dir;
-    auto viaEnv = Agent("unix:" + dir.path() + "/agent.sock"), viaArg = Agent(), named = Agent();
+    auto viaEnv = testsupport::StartedAgent(nullptr, "unix:" + dir.path() + "/agent.sock");
+    auto viaArg = testsupport::StartedAgent(), named = testsupport::StartedAgent();
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
     Request local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
     // Alternating unix and TCP on one thread: a kept connection must not be reused for the wrong target.

@@ -13,8 +13,8 @@
 #include "AlarmEx.h"
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "Agent.h"
 #include "LogCapture.h"
-#include "NodewardSim.h"
 #include "PauseRecorder.h"
 #include "SimDocument.h"
 
@@ -53,16 +53,10 @@ struct NodeEnv {
 // agent starts on a free loopback port when a case asks for it.
 class AgentTest : public ::testing::Test {
 protected:
-    bool StartAgent(nodeward::SimOptions options = nodeward::SimOptions()) {
-        options.endpoint = "127.0.0.1:0";
-        agent_ = std::make_unique<nodeward::Sim>(options);
-        std::string error;
-        if (!agent_->start(&error)) {
-            ADD_FAILURE() << "agent did not start: " << error;
-            return false;
-        }
+    bool StartAgent(const testsupport::SimSetup& setup = nullptr) {
+        agent_ = testsupport::StartedAgent(setup);
         setenv("NODEWARD_ENDPOINT", agent_->endpoint().c_str(), 1);
-        return true;
+        return !HasFailure();
     }
     // Runs init with the send thread it starts parked in its first idle pause,
     // then queue, then lets the thread go: everything queued leaves together.

@@ -94,9 +94,9 @@ TEST_F(AlarmCheck, OnlyAPostIsHandledAnsweredAtOnceAndEachWakesTheCheckThreadWit
 
 // The agent calls back a service it heard from: on its first alarm when told to, on request, by its control resource.
 TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
-    nodeward::SimOptions options;
-    options.callBackOnFirstAlarm = {{"orders", "[\"first\"]"}, {"billing", "[]"}};
-    ASSERT_TRUE(StartAgent(options));
+    ASSERT_TRUE(StartAgent([](nodeward::SimOptions& o) {
+        o.callBackOnFirstAlarm = {{"orders", "[\"first\"]"}, {"billing", "[]"}};
+    }));
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     const std::string control = "http://127.0.0.1:" + std::to_string(agent_->port()) + "/sim/callback";
     std::string answer;

@@ -91,10 +91,10 @@ class SharedDeliveryRetry : public sdktest::AgentTest,
 
 TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
     GenerationDriver driver(std::get<0>(GetParam()));
-    nodeward::SimOptions options;
-    options.failFirst = 2;
-    options.failMode = std::get<1>(GetParam());
-    ASSERT_TRUE(StartAgent(options));
+    ASSERT_TRUE(StartAgent([this](nodeward::SimOptions& o) {
+        o.failFirst = 2;
+        o.failMode = std::get<1>(GetParam());
+    }));
     WhileParked([&] { return driver.init(); }, [&] { ASSERT_TRUE(driver.send(5)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(5, 20000));
     const auto requests = agent_->requests();
@@ -205,9 +205,7 @@ TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName
 }
 
 TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
-    nodeward::SimOptions options;
-    options.status = 500;
-    ASSERT_TRUE(StartAgent(options));
+    ASSERT_TRUE(StartAgent([](nodeward::SimOptions& o) { o.status = 500; }));
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, sdktest::SendSingleton("9", "0"));
     ASSERT_TRUE(log_.waitFor("send alarms success!", 10000));
@@ -296,14 +294,11 @@ TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarm
     EXPECT_EQ(testsupport::Words(accepted, 1100 - accepted, accepted), testsupport::Words(s.accepted, s.refused, s.waiting));
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(manager, 0));
 
-    nodeward::SimOptions options;
-    options.endpoint = endpoint;
-    nodeward::Sim agent(options);
-    ASSERT_TRUE(agent.start(nullptr));
+    const auto agent = testsupport::StartedAgent(nullptr, endpoint);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(manager, 60000));
     s = HandleStats(manager);
-    EXPECT_EQ(testsupport::Words(accepted, 0, agent.requests().size()), testsupport::Words(s.delivered, s.waiting, s.batches));
-    EXPECT_EQ(seqs, sdktest::GenerationDriver::SeqsOf(agent.acceptedAlarms()));
+    EXPECT_EQ(testsupport::Words(accepted, 0, agent->requests().size()), testsupport::Words(s.delivered, s.waiting, s.batches));
+    EXPECT_EQ(seqs, sdktest::GenerationDriver::SeqsOf(agent->acceptedAlarms()));
 }
 
 TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKeepsItsTail) {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "NodewardSim.h"
+#include "Agent.h"
 #include "ProgramRun.h"
 #include "RestCall.h"
 #include "SimDocument.h"
@@ -24,12 +24,6 @@ std::string Encode(const std::string& text) { return nodeward::EncodeBase64(text
 std::string Decode(const std::string& text) {
     std::string plain;
     return nodeward::DecodeBase64(text, &plain) ? plain : "<not base64: " + text + ">";
-}
-
-nodeward::SimOptions Loopback() {
-    nodeward::SimOptions options;
-    options.endpoint = "127.0.0.1:0";
-    return options;
 }
 
 // A current alarm object as the library writes it.
@@ -89,19 +83,18 @@ TEST(SimBase64, EncodesByTheStandardAndDecodesOnlyCanonicalText) {
 }
 
 TEST(SimPush, CountingOnlyKeepsTheNumbersAndNoRecord) {
-    nodeward::SimOptions options = Loopback();
-    options.recordRequests = false;
-    options.failFirst = 1;
-    Sim sim(options);
-    ASSERT_TRUE(sim.start(nullptr));
+    const auto sim = testsupport::StartedAgent([](nodeward::SimOptions& o) {
+        o.recordRequests = false;
+        o.failFirst = 1;
+    });
     const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
-    EXPECT_EQ(Decode(Push(sim, body).body), "{\"retCode\":1}");
-    EXPECT_EQ(Decode(Push(sim, body).body), "{\"retCode\":0}");
-    EXPECT_EQ(Push(sim, "not base64").status, 400);
-    ASSERT_TRUE(sim.waitForAcceptedAlarms(2, 5000));
-    const nodeward::SimCounts counts = sim.counts();
+    EXPECT_EQ(Decode(Push(*sim, body).body), "{\"retCode\":1}");
+    EXPECT_EQ(Decode(Push(*sim, body).body), "{\"retCode\":0}");
+    EXPECT_EQ(Push(*sim, "not base64").status, 400);
+    ASSERT_TRUE(sim->waitForAcceptedAlarms(2, 5000));
+    const nodeward::SimCounts counts = sim->counts();
     EXPECT_EQ("3 1 2", testsupport::Words(counts.requests, counts.acceptedRequests, counts.acceptedAlarms));
-    EXPECT_TRUE(sim.requests().empty() && sim.acceptedAlarms().empty());
+    EXPECT_TRUE(sim->requests().empty() && sim->acceptedAlarms().empty());
 }
 
 // What the stand-in reads from a document is what the library's tests check.
@@ -116,16 +109,15 @@ std::string Fields(const nodeward::ReceivedAlarm& a) {
 }
 
 TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
-    Sim sim(Loopback());
-    ASSERT_TRUE(sim.start(nullptr));
-    const testsupport::RestAnswer answer = Push(sim, kCurrent);
+    const auto sim = testsupport::StartedAgent();
+    const testsupport::RestAnswer answer = Push(*sim, kCurrent);
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "eyJyZXRDb2RlIjowfQ==");  // {"retCode":0}
     const testsupport::RestAnswer legacy =
-        Push(sim, Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1))));
+        Push(*sim, Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1))));
     EXPECT_EQ(legacy.status, 200);
     EXPECT_EQ(Decode(legacy.body), "{\"returncode\":\"OK\"}");
-    const auto requests = sim.requests();
+    const auto requests = sim->requests();
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0].body, kCurrent);
     EXPECT_EQ(requests[0].header("content-length"), std::to_string(kCurrent.size()));  // any case
@@ -142,55 +134,50 @@ TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
     EXPECT_EQ(Fields(requests[1].alarms[0]), "1001 type 1 app-7 orders :-1 at 1795784527123 rsetClear 1 "
                                              "EN:Disk=sda##ZH:Disk=sda## EN:Usage=95##ZH:Usage=95##");
     EXPECT_EQ(Fields(requests[1].alarms[1]).substr(0, 45), "1001 type 2 app-7 orders :-1 at 1795784528000");
-    EXPECT_EQ(sim.acceptedAlarms().size(), 3u);
+    EXPECT_EQ(sim->acceptedAlarms().size(), 3u);
 }
 
 // Bodies a sender could produce by mistake, refused with a readable reason (those
 // that are no canonical base64: SimBase64 above, and SimFault's first row).
 TEST(SimPush, MalformedBodiesAreRefusedWithAReason) {
-    Sim sim(Loopback());
-    ASSERT_TRUE(sim.start(nullptr));
+    const auto sim = testsupport::StartedAgent();
     const std::string bodies[] = {"", Encode("not json at all"), Encode(CurrentDocument(kAlarm) + "xx"),
                                   Encode("{\"payload\":{\"alarmList\":[]}}"), Encode("{\"Receiver\":\"SendAlarm\"}")};
     for (const std::string& body : bodies) {
         SCOPED_TRACE(body.substr(0, 20));
-        const testsupport::RestAnswer answer = Push(sim, body);
+        const testsupport::RestAnswer answer = Push(*sim, body);
         EXPECT_EQ(answer.status, 400);
         const std::string decoded = Decode(answer.body);
         EXPECT_EQ(decoded.rfind("{\"retCode\":1,\"retDesc\":\"", 0), 0u) << decoded;
         EXPECT_GT(decoded.size(), std::string("{\"retCode\":1,\"retDesc\":\"\"}").size()) << decoded;
     }
-    const auto requests = sim.requests();
+    const auto requests = sim->requests();
     ASSERT_EQ(requests.size(), std::size(bodies));
     for (const auto& request : requests) {
         EXPECT_FALSE(request.accepted);
     }
-    EXPECT_TRUE(sim.acceptedAlarms().empty());
+    EXPECT_TRUE(sim->acceptedAlarms().empty());
     EXPECT_EQ(requests[1].json, "not json at all");  // decoded text kept for diagnosis
     EXPECT_EQ(requests[0].json, "");
 }
 
 TEST(SimPush, OtherPathsAndMethodsAndOversizeBodies) {
-    nodeward::SimOptions options = Loopback();
-    options.maxBodyBytes = 64;
-    Sim sim(options);
-    ASSERT_TRUE(sim.start(nullptr));
-    const std::string base = "http://127.0.0.1:" + std::to_string(sim.port());
+    const auto sim = testsupport::StartedAgent([](nodeward::SimOptions& o) { o.maxBodyBytes = 64; });
+    const std::string base = "http://127.0.0.1:" + std::to_string(sim->port());
     EXPECT_EQ(testsupport::RestCall(base + "/om/v1/other", "TWFu").status, 404);
     EXPECT_EQ(testsupport::RestCall(base + "/om/v1/request", "", REST_REQUEST_GET).status, 405);
-    EXPECT_EQ(Push(sim, kCurrent).status, 413);
-    const auto requests = sim.requests();
+    EXPECT_EQ(Push(*sim, kCurrent).status, 413);
+    const auto requests = sim->requests();
     ASSERT_EQ(requests.size(), 1u);  // the two misdirected requests are not pushes
     EXPECT_FALSE(requests[0].accepted);
     EXPECT_TRUE(requests[0].body.empty());
 }
 
 TEST(SimFault, EachModeAnswersAsPlannedAndOnlySuccessIsAccepted) {
-    nodeward::SimOptions options = Loopback();
-    options.failFirst = 1;
-    options.status = 503;  // for success answers only
-    Sim sim(options);
-    ASSERT_TRUE(sim.start(nullptr));
+    const auto sim = testsupport::StartedAgent([](nodeward::SimOptions& o) {
+        o.failFirst = 1;
+        o.status = 503;  // for success answers only
+    });
     const struct {
         int failNext;  // 0: none planned beyond failFirst
         FailMode mode;
@@ -208,35 +195,34 @@ TEST(SimFault, EachModeAnswersAsPlannedAndOnlySuccessIsAccepted) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.body);
         if (row.failNext > 0) {
-            sim.failNext(row.failNext, row.mode);
+            sim->failNext(row.failNext, row.mode);
         }
         testsupport::RestAnswer answer;  // on a fresh connection: one reused and then closed unanswered is retried
-        std::thread([&] { answer = Push(sim, row.body); }).join();
+        std::thread([&] { answer = Push(*sim, row.body); }).join();
         EXPECT_EQ(row.status, answer.status);
         std::string decoded;
         EXPECT_EQ(row.answer, nodeward::DecodeBase64(answer.body, &decoded) ? decoded : answer.body);
     }
-    const auto requests = sim.requests();
+    const auto requests = sim->requests();
     ASSERT_EQ(requests.size(), std::size(rows));
     for (std::size_t i = 0; i < requests.size(); ++i) {
         EXPECT_EQ(rows[i].status == 503, requests[i].accepted) << "request " << i + 1;
     }
     EXPECT_EQ(requests[1].alarms.size(), 1u);  // failed requests still show what was sent
-    EXPECT_EQ(sim.acceptedAlarms().size(), 2u);
+    EXPECT_EQ(sim->acceptedAlarms().size(), 2u);
 }
 
 TEST(SimFault, FailRatioIsRepeatableForASeed) {
     std::vector<bool> patterns[2];
     for (std::vector<bool>& pattern : patterns) {
-        nodeward::SimOptions options = Loopback();
-        options.failRatio = 0.5;
-        options.seed = 7;
-        Sim sim(options);
-        ASSERT_TRUE(sim.start(nullptr));
+        const auto sim = testsupport::StartedAgent([](nodeward::SimOptions& o) {
+            o.failRatio = 0.5;
+            o.seed = 7;
+        });
         for (int i = 0; i < 24; ++i) {
-            Push(sim, kCurrent);
+            Push(*sim, kCurrent);
         }
-        for (const auto& request : sim.requests()) {
+        for (const auto& request : sim->requests()) {
             pattern.push_back(request.accepted);
         }
     }

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "AlarmSendArgs.h"
-#include "NodewardSim.h"
+#include "Agent.h"
 #include "ProgramRun.h"
 #include "TestEnv.h"
 
@@ -124,14 +124,11 @@ protected:
 
 TEST_P(AlarmSendProgram, ExitsWithItsCodeAndOneLine) {
     const SendRun& run = GetParam();
-    nodeward::SimOptions options;
-    options.endpoint = "127.0.0.1:0";
-    nodeward::Sim agent(options);
-    ASSERT_TRUE(agent.start(nullptr));
-    agent.failNext(run.agent == Agent::Refusing ? 1000000 : 0, nodeward::FailMode::RetCode);
+    const auto agent = testsupport::StartedAgent();
+    agent->failNext(run.agent == Agent::Refusing ? 1000000 : 0, nodeward::FailMode::RetCode);
     const std::string nobody = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
     testsupport::ScopedEnv endpoint("NODEWARD_ENDPOINT",
-                                    run.agent == Agent::Down ? nobody.c_str() : agent.endpoint().c_str());
+                                    run.agent == Agent::Down ? nobody.c_str() : agent->endpoint().c_str());
     const std::string input = dir_.path() + "/input";
     std::ofstream(input) << run.input;
     std::vector<std::string> args = {testsupport::ProgramPath("alarm-send")};
@@ -142,7 +139,7 @@ TEST_P(AlarmSendProgram, ExitsWithItsCodeAndOneLine) {
     EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))
         << result.err;
     if (run.check) {
-        run.check(agent, result);
+        run.check(*agent, result);
     }
 }
 

@@ -303,24 +303,18 @@ TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarm
 
 TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKeepsItsTail) {
     testsupport::LogCapture log;
-    alarmsdk_stats s = {};
-    s.size = ALARMSDK_STATS_MIN_SIZE - 8;
-    EXPECT_EQ(-1, alarmsdk_get_process_stats(&s));
+    alarmsdk_stats small = {}, s = {};
+    small.size = ALARMSDK_STATS_MIN_SIZE - 8;
     s.size = sizeof(s);
-    EXPECT_EQ(-1, alarmsdk_get_stats(nullptr, &s));
-    EXPECT_EQ(-1, alarmsdk_get_process_stats(nullptr));
-    EXPECT_EQ(-1, alarmsdk_get_legacy_stats(nullptr));
-    EXPECT_EQ(-1, alarmsdk_flush(nullptr, 0));
+    const int refused[] = {alarmsdk_get_process_stats(&small), alarmsdk_get_stats(nullptr, &s),
+                           alarmsdk_get_process_stats(nullptr), alarmsdk_get_legacy_stats(nullptr), alarmsdk_flush(nullptr, 0)};
+    EXPECT_EQ(std::vector<int>(5, -1), std::vector<int>(std::begin(refused), std::end(refused)));
     EXPECT_TRUE(log.contains("In alarmsdk_flush, manager is null!", 5, "../src/AlarmSdkStats"));
-    struct {
-        alarmsdk_stats stats;
-        uint64_t later;
-    } newer = {};
+    struct { alarmsdk_stats stats; uint64_t later; } newer = {};
     newer.stats.size = sizeof(newer);
     newer.later = 77;
     EXPECT_EQ(0, alarmsdk_get_legacy_stats(&newer.stats));
-    EXPECT_EQ(ALARMSDK_STATS_MIN_SIZE, newer.stats.size);
-    EXPECT_EQ(77u, newer.later);
+    EXPECT_EQ(testsupport::Words(ALARMSDK_STATS_MIN_SIZE, 77), testsupport::Words(newer.stats.size, newer.later));
 
     // Nothing drains a manager that was never initialised: its flush only succeeds while nothing is queued.
     AlarmManagerEx idle(0);

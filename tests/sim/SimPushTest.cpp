@@ -97,43 +97,24 @@ TEST(SimPush, CountingOnlyKeepsTheNumbersAndNoRecord) {
     EXPECT_TRUE(sim->requests().empty() && sim->acceptedAlarms().empty());
 }
 
-// What the stand-in reads from a document is what the library's tests check.
-std::string Fields(const nodeward::ReceivedAlarm& a) {
-    std::string text = a.alarmId + " type " + std::to_string(a.alarmType) + " " + a.appId + " " + a.serviceName +
-                       " " + a.serviceIp + ":" + std::to_string(a.servicePort) + " at " + std::to_string(a.occurTime) +
-                       " rsetClear " + std::to_string(a.rsetClear) + " " + a.location + " " + a.appendInfo;
-    for (const auto& [name, value] : a.parameters) {
-        text += " " + name + "=" + value;
-    }
-    return text;
-}
-
+// The fields the stand-in reads are what the library's end-to-end tests check; here what those do not show: exact
+// answers, headers found in any case, a legacy alarm dated by its clear time when cleared and without a port.
 TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
     const auto sim = testsupport::StartedAgent();
     const testsupport::RestAnswer answer = Push(*sim, kCurrent);
-    EXPECT_EQ(answer.status, 200);
-    EXPECT_EQ(answer.body, "eyJyZXRDb2RlIjowfQ==");  // {"retCode":0}
-    const testsupport::RestAnswer legacy =
-        Push(*sim, Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1))));
-    EXPECT_EQ(legacy.status, 200);
-    EXPECT_EQ(Decode(legacy.body), "{\"returncode\":\"OK\"}");
+    EXPECT_EQ("200 eyJyZXRDb2RlIjowfQ==", testsupport::Words(answer.status, answer.body));  // {"retCode":0}
+    const std::string legacy = Encode(LegacyDocument(LegacyAlarm("1001", 0) + "," + LegacyAlarm("1001", 1)));
+    EXPECT_EQ(Decode(Push(*sim, legacy).body), "{\"returncode\":\"OK\"}");
     const auto requests = sim->requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0].body, kCurrent);
-    EXPECT_EQ(requests[0].header("content-length"), std::to_string(kCurrent.size()));  // any case
+    EXPECT_EQ(requests[0].header("content-length"), std::to_string(kCurrent.size()));
     EXPECT_EQ(requests[0].header("X-None"), "");
     EXPECT_EQ(requests[0].json, CurrentDocument(kAlarm));
     EXPECT_TRUE(requests[0].accepted && requests[1].accepted && requests[1].legacy && !requests[0].legacy);
-    ASSERT_EQ(requests[0].alarms.size(), 1u);
     ASSERT_EQ(requests[1].alarms.size(), 2u);
-    EXPECT_EQ(requests[0].alarms[0].json, kAlarm);
-    EXPECT_EQ(requests[0].alarms[0].keys.size(), 14u);
-    EXPECT_EQ(Fields(requests[0].alarms[0]), "300012 type 1 app-7 orders 127.0.0.1:8080 at 1795784527123 rsetClear 1"
-                                             "   disk=sda usage=95");
-    // A legacy alarm is dated by its clear time when cleared.
-    EXPECT_EQ(Fields(requests[1].alarms[0]), "1001 type 1 app-7 orders :-1 at 1795784527123 rsetClear 1 "
-                                             "EN:Disk=sda##ZH:Disk=sda## EN:Usage=95##ZH:Usage=95##");
-    EXPECT_EQ(Fields(requests[1].alarms[1]).substr(0, 45), "1001 type 2 app-7 orders :-1 at 1795784528000");
+    const nodeward::ReceivedAlarm &raised = requests[1].alarms[0], &cleared = requests[1].alarms[1];
+    EXPECT_EQ("1795784527123 1795784528000 -1 2", testsupport::Words(raised.occurTime, cleared.occurTime,
+                                                                    raised.servicePort, cleared.alarmType));
     EXPECT_EQ(sim->acceptedAlarms().size(), 3u);
 }
 

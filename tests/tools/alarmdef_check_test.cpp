@@ -304,12 +304,15 @@ const SendRun kRuns[] = {
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
                                        "last_delivery_ms=1")) << result.out;
      }},
-    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300001", "diskName=sda", "usage=95"}, "",
+    // The shipped example definitions, their language files included, as the agent receives them.
+    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"}, "",
      Agent::Accepting, 0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
-         EXPECT_TRUE(a.legacy);
-         EXPECT_EQ("2 EN:Disk=sda##ZH:磁盘=sda##", testsupport::Words(a.alarmType, a.location));
+         EXPECT_EQ("1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
+                   "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
+                   testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
+                       a.appendInfo);
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,

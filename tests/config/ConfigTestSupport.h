@@ -21,7 +21,6 @@ inline void WriteFile(const std::string& path, const std::string& content) {
 
 inline std::string Doc(const std::string& alarms) { return "<?xml version=\"1.0\"?>\n<Alarms>" + alarms + "</Alarms>"; }
 
-// Sets the paths and loads, as the legacy initialisation does.
 inline void Load(std::string xmlPath) {
     ALM_SetConfFilePath(&xmlPath[0]);
     ALM_ConfInit();

@@ -113,7 +113,6 @@ TEST(Definitions, LoadsOnceAndRetriesOnlyAFailedLoad) {
     EXPECT_EQ(1u, log.lines().size());
 }
 
-// Hostile or broken files load nothing dangerous and never crash.
 TEST(Definitions, HostileAndBrokenFiles) {
     ConfigDir secret;
     configtest::WriteFile(secret.dir.path() + "/secret", "TOPSECRET");

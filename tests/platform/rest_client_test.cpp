@@ -14,7 +14,6 @@ namespace {
 
 const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
 
-// A request record owned by the test.
 struct Request {
     explicit Request(std::string u, std::string b = "") : url(std::move(u)), body(std::move(b)) {
         rec.url = &url[0];

@@ -53,7 +53,6 @@ std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0)
     return text;
 }
 
-// Runs body with stderr sent to a file and returns what was written there.
 template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
     const int saved = dup(STDERR_FILENO);
@@ -96,7 +95,6 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
 }
 
-// Without a usable file only errors reach stderr, so they are never lost.
 TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
     TempDir dir;
     const std::string unwritable = dir.path() + "/missing-dir/run.log";

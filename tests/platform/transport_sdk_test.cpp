@@ -57,7 +57,6 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
 
 class TransportSdk : public ::testing::Test {
 protected:
-    // Sends to the SDK with an X-Custom header.
     testsupport::RestAnswer Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST) {
         return testsupport::RestCall("http://127.0.0.1:" + portText_ + path, body, type, nullptr, {{"X-Custom", "c1"}});
     }

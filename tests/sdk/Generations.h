@@ -50,7 +50,6 @@ public:
         return ok;
     }
 
-    // The generation's manager's counters and flush.
     alarmsdk_stats stats() const {
         alarmsdk_stats s = {};
         s.size = sizeof(s);

@@ -68,7 +68,6 @@ protected:
         queue();
         pauses_.release();
     }
-    // The only alarm the agent accepted, once it arrived.
     nodeward::ReceivedAlarm OnlyAlarm() {
         EXPECT_TRUE(agent_->waitForAcceptedAlarms(1, 20000));
         const auto alarms = agent_->acceptedAlarms();

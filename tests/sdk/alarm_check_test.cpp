@@ -15,16 +15,13 @@ namespace {
 
 const std::string kAnswer = std::string("eyJyZXRDb2RlIjogIjAiLCJyZXREZXNjIjogInN1Y2Nlc3MifQ==") + '\0';
 
-// What the callbacks received ("who text" each) and on which threads; never
-// destroyed, the callback thread outlives the test.
+// What the callbacks received ("who text") and on which thread; never destroyed, the callback thread outlives the test.
 std::mutex& g_mutex = *new std::mutex();
-std::vector<std::string>& g_texts = *new std::vector<std::string>();
-std::vector<pthread_t>& g_threads = *new std::vector<pthread_t>();
+std::vector<std::pair<std::string, pthread_t>>& g_delivered = *new std::vector<std::pair<std::string, pthread_t>>();
 
 void Record(const char* who, char* text) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_texts.push_back(std::string(who) + " " + text);
-    g_threads.push_back(pthread_self());
+    g_delivered.emplace_back(std::string(who) + " " + text, pthread_self());
 }
 void OrdersCallback(char* text) { Record("orders", text); }
 void BillingCallback(char* text) { Record("billing", text); }
@@ -33,13 +30,13 @@ void TakeoverCallback(char* text) { Record("takeover", text); }
 std::string Delivered(std::size_t n) {
     const bool arrived = testsupport::WaitUntil([n] {
             std::lock_guard<std::mutex> lock(g_mutex);
-            return g_texts.size() >= n;
+            return g_delivered.size() >= n;
         }, 30000);
     std::lock_guard<std::mutex> lock(g_mutex);
     std::string all;
-    for (std::size_t i = 0; i < g_texts.size(); ++i) {
-        all += (i > 0 ? "|" : "") + g_texts[i];
-        EXPECT_TRUE(pthread_equal(g_threads[i], AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
+    for (const auto& [text, thread] : g_delivered) {
+        all += (all.empty() ? "" : "|") + text;
+        EXPECT_TRUE(pthread_equal(thread, AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
     }
     return arrived ? all : "only " + all;
 }
@@ -53,7 +50,6 @@ std::string CheckDocument(const std::string& service, const std::string& alarmsJ
 class AlarmCheck : public sdktest::AgentTest {
 protected:
     void SetUp() override { ASSERT_EQ(0, ZEBInitAlarmSDK()); }
-    // Sends body to service's alarm-check resource.
     testsupport::RestAnswer Post(const std::string& body, const std::string& service = "orders",
                                  int method = REST_REQUEST_POST) {
         return testsupport::RestCall("http://127.0.0.1:" + portText_ + "/" + service + "/app-7/alarmCheck/callBack",
@@ -65,8 +61,7 @@ protected:
 
     int port_ = testsupport::FreeLoopbackPort();
     std::string portText_ = std::to_string(port_);
-    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    testsupport::ScopedEnv sdkPort_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"}, sdkPort_{"TRANSPORT_SDK_PORT", portText_.c_str()};
 };
 
 // Each queued check wakes the idle check thread: with a minute-long tick nothing else hands it on within the test.

@@ -24,7 +24,6 @@ protected:
     testsupport::LogCapture log_;
 };
 
-// Each refused call returns its failure result and leaves exactly its one error line.
 TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     AlarmManagerEx* h = ZEBInitAlarmSDK4CoProcess("app", "svc", "10.0.0.1", "10.0.0.5");
     ASSERT_NE(nullptr, h);

@@ -20,7 +20,6 @@ const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "a
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
 const std::vector<std::pair<const char*, const char*>> kDiskParams{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
 
-// Allocates, fills and sends one legacy alarm; SendAlarm's result.
 int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
                unsigned int slots) {
     AlarmObject* object = AllocAlarmObject(id, type, slots);

@@ -22,7 +22,6 @@ using sdktest::FullAlarm;
 
 JsonTree Parse(const std::string& text) { return JsonTree(cJSON_Parse(text.c_str()), &cJSON_Delete); }
 
-// A text cJSON allocated, released the documented way.
 std::string Taken(char* text) {
     std::string copy = text != nullptr ? text : "<null>";
     cJSON_free(text);

@@ -26,7 +26,6 @@ std::string Decode(const std::string& text) {
     return nodeward::DecodeBase64(text, &plain) ? plain : "<not base64: " + text + ">";
 }
 
-// A current alarm object as the library writes it.
 std::string CurrentAlarm(const std::string& id, int type) {
     return R"({"alarmId":")" + id + R"(","appId":"app-7","occurTime":1795784527123,"serviceName":"orders",)"
            R"("serviceIp":"127.0.0.1","servicePort":8080,"serviceLabel":"orders-label","alarmType":)" +

@@ -31,7 +31,6 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return lines_;
     }
-    // Number of messages with exactly this text (and level/source when given).
     std::size_t count(const std::string& text, int level = -1, const std::string& source = "") const {
         std::lock_guard<std::mutex> lock(mutex_);
         return std::count_if(lines_.begin(), lines_.end(), [&](const LogLine& l) {

@@ -75,7 +75,6 @@ struct ProgramResult {
     std::string err;
 };
 
-// Runs args to the end (at most timeoutMs) with stdin from the file in.
 inline ProgramResult RunProgram(const std::vector<std::string>& args, int timeoutMs, const std::string& in = "") {
     TempDir dir;
     ProgramResult result;

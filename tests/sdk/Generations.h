@@ -12,6 +12,18 @@
 
 namespace sdktest {
 
+// Allocates a legacy alarm with room for slots parameters, fills, sends and frees it; SendAlarm's result.
+inline int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
+                      unsigned int slots) {
+    AlarmObject* object = AllocAlarmObject(id, type, slots);
+    for (const auto& p : params) {
+        AppendParam(object, p.first, p.second);
+    }
+    const int result = SendAlarm(object);
+    FreeAlarmObject(object);
+    return result;
+}
+
 enum class Generation { Current, Legacy };
 
 inline std::ostream& operator<<(std::ostream& out, Generation g) {
@@ -37,10 +49,7 @@ public:
         if (!legacy_) {
             return SendSingleton("7", seq) == 0;
         }
-        AlarmObject* object = AllocAlarmObject("7", 0, 1);
-        const bool ok = AppendParam(object, "seq", seq.c_str()) == 1 && SendAlarm(object) == 1;
-        FreeAlarmObject(object);
-        return ok;
+        return SendLegacy("7", 0, {{"seq", seq.c_str()}}, 1) == 1;
     }
     bool send(int count) {
         bool ok = true;

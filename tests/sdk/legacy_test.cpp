@@ -20,17 +20,6 @@ const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "a
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
 const std::vector<std::pair<const char*, const char*>> kDiskParams{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
 
-int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
-               unsigned int slots) {
-    AlarmObject* object = AllocAlarmObject(id, type, slots);
-    for (const auto& p : params) {
-        AppendParam(object, p.first, p.second);
-    }
-    const int result = SendAlarm(object);
-    FreeAlarmObject(object);
-    return result;
-}
-
 class Legacy : public sdktest::AgentTest {
 protected:
     std::string DefinitionFile() { return sdktest::GenerationDriver::ExistingFile(dir_); }
@@ -43,8 +32,8 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
     WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
-        ASSERT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
-        ASSERT_EQ(1, SendLegacy("300012", 1, kDiskParams, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 1, kDiskParams, 3));
     });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
     for (const auto& request : agent_->requests()) {
@@ -119,26 +108,26 @@ TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
 
 TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillSucceeds) {
     // Before any definition is loaded, no alarm can be found.
-    EXPECT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("Get alarm 300012 failed, there is not this alarm!", 5, kManager));
     legacytest::InstallDefinitions({legacytest::DiskDefinition()});
     log_.clear();
     // Fewer parameters than announced: one empty pair joins the map, which still misses one.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, {{"disk", "sda"}}, 3));
     EXPECT_TRUE(log_.contains("The alarm param number is error", 5, kImpl));
     EXPECT_TRUE(log_.contains("alarmid is 300012, check alarmmodel failed!", 5, kManager));
     // A repeated name keeps its first value and leaves the map one short.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"disk", "sdb"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, {{"disk", "sda"}, {"disk", "sdb"}, {"state", "0"}}, 3));
     EXPECT_EQ(2u, log_.count("alarmid is 300012, check alarmmodel failed!", 5, kManager));
-    EXPECT_EQ(1, SendLegacy("404", 0, {{"a", "b"}}, 1));
+    EXPECT_EQ(1, sdktest::SendLegacy("404", 0, {{"a", "b"}}, 1));
     EXPECT_TRUE(log_.contains("Get alarm 404 failed, there is not this alarm!", 5, kManager));
     EXPECT_EQ(0u, AlarmManager::GetInstance()->queuedModelCount());
     // The bound: 1024 models, the next is refused; the registration ignores the bound.
     for (int i = 0; i < 1024; ++i) {
-        ASSERT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     }
     EXPECT_EQ(1024u, AlarmManager::GetInstance()->queuedModelCount());
-    EXPECT_EQ(1, SendLegacy("300012", 0, kDiskParams, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("the alarm queue is full, this alarm has been removed !", 5, kManager));
     EXPECT_EQ(0, AlarmManager::GetInstance()->RegisterRsetClear());
     EXPECT_EQ(1025u, AlarmManager::GetInstance()->queuedModelCount());

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "AlarmConfig.h"
 #include "LogCapture.h"

@@ -4,7 +4,6 @@
 #define GENERATIONS_H
 
 #include <cstdio>
-#include <ostream>
 
 #include "AlarmSdkStats.h"
 #include "LegacyFixtures.h"

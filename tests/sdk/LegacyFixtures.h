@@ -3,7 +3,6 @@
 #ifndef LEGACY_FIXTURES_H
 #define LEGACY_FIXTURES_H
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>

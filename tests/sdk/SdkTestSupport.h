@@ -7,8 +7,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <list>
-#include <memory>
 
 #include "AlarmEx.h"
 #include "AlarmManagerEx.h"

@@ -4,9 +4,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <filesystem>
-#include <mutex>
-#include <tuple>
 
 #include "RestCall.h"
 #include "SdkTestSupport.h"

@@ -2,9 +2,7 @@
 // adds to every alarm, the delivery counters and flush, reset-clear announcements and co-process managers.
 #include <map>
 #include <set>
-#include <tuple>
 
-#include "AlarmSdkStats.h"
 #include "Generations.h"
 
 using nodeward::FailMode;

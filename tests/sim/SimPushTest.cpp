@@ -26,32 +26,21 @@ std::string Decode(const std::string& text) {
     return nodeward::DecodeBase64(text, &plain) ? plain : "<not base64: " + text + ">";
 }
 
+// Alarm objects and documents as the library writes them, cut down to what these cases read.
 std::string CurrentAlarm(const std::string& id, int type) {
-    return R"({"alarmId":")" + id + R"(","appId":"app-7","occurTime":1795784527123,"serviceName":"orders",)"
-           R"("serviceIp":"127.0.0.1","servicePort":8080,"serviceLabel":"orders-label","alarmType":)" +
-           std::to_string(type) +
-           R"(,"serviceId":"svc-1","serviceInstId":"inst-1","rsetClear":1,"nodeIp":"10.0.0.1","callBackInfo":)"
-           R"({"serviceName":"orders","registerName":"orders","serviceIp":"127.0.0.1"},"parameters":)"
-           R"([{"paramName":"disk","paramValue":"sda"},{"paramName":"usage","paramValue":"95"}]})";
+    return R"({"alarmId":")" + id + R"(","appId":"app-7","occurTime":1795784527123,"serviceName":"orders","alarmType":)" +
+           std::to_string(type) + R"(,"parameters":[{"paramName":"disk","paramValue":"sda"}]})";
 }
-
 std::string CurrentDocument(const std::string& alarms) {
     return R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)" + alarms + R"(]},"Receiver":"SendAlarm"})";
 }
-
-std::string LegacyDocument(const std::string& alarms) {
-    return R"({"service":{"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,)"
-           R"("time_stamp":0},"business":{"name":"PushAlarm"},"payload":{"alarmList":[)" + alarms + "]}}";
-}
-
 std::string LegacyAlarm(const std::string& id, int genClear) {
-    return R"({"alarmName":"EN:Disk full##ZH:disk##","appId":"app-7","alarmId":")" + id +
-           R"(","appName":"shop","serviceName":"orders","alarmEventType":3,"genClearAlarmType":)" +
-           std::to_string(genClear) +
-           R"(,"alarmLevel":2,"alarmGenTime":1795784527123,"alarmClearTime":1795784528000,"alarmClearType":2,)"
-           R"("isCanAutoClearType":1,"eventType":0,"probableCause":"","nodeID":"10.0.0.1","NodeIp":"10.0.0.1",)"
-           R"("serviceID":"svc-1","serviceInstID":"inst-1","rsetClear":1,"location":"EN:Disk=sda##ZH:Disk=sda##",)"
-           R"("appendInfo":"EN:Usage=95##ZH:Usage=95##"})";
+    return R"({"alarmId":")" + id + R"(","appId":"app-7","genClearAlarmType":)" + std::to_string(genClear) +
+           R"(,"alarmGenTime":1795784527123,"alarmClearTime":1795784528000,"location":"EN:Disk=sda##ZH:Disk=sda##"})";
+}
+std::string LegacyDocument(const std::string& alarms) {
+    return R"({"service":{"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,"time_stamp":0},)"
+           R"("business":{"name":"PushAlarm"},"payload":{"alarmList":[)" + alarms + "]}}";
 }
 
 const std::string kAlarm = CurrentAlarm("300012", 1);

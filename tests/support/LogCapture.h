@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "TestEnv.h"

@@ -195,7 +195,6 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
 TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
     testsupport::ScopedEnv quiet("RUNLOG_FILE", nullptr);  // the program silences the loader itself
     configtest::ConfigDir dir;
-    const std::string program = testsupport::ProgramPath("alarmdef-check");
     struct Run {
         std::vector<std::string> args;
         std::string language;
@@ -217,9 +216,7 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
     };
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);
-        std::vector<std::string> args = {program};
-        args.insert(args.end(), run.args.begin(), run.args.end());
-        const testsupport::ProgramResult result = testsupport::RunProgram(args, 60000);
+        const testsupport::ProgramResult result = testsupport::RunProgram("alarmdef-check", run.args, 60000);
         EXPECT_EQ(run.exitCode, result.exitCode) << result.out << result.err;
         EXPECT_EQ(0u, result.out.find(run.out)) << result.out;
         EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
@@ -343,9 +340,7 @@ TEST_P(AlarmSendProgram, ExitsWithItsCodeAndOneLine) {
                                     run.agent == Agent::Down ? nobody.c_str() : agent->endpoint().c_str());
     const std::string input = dir_.path() + "/input";
     std::ofstream(input) << run.input;
-    std::vector<std::string> args = {testsupport::ProgramPath("alarm-send")};
-    args.insert(args.end(), run.args.begin(), run.args.end());
-    const testsupport::ProgramResult result = testsupport::RunProgram(args, 60000, input);
+    const testsupport::ProgramResult result = testsupport::RunProgram("alarm-send", run.args, 60000, input);
     EXPECT_EQ(run.exitCode, result.exitCode) << result.err;
     EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
     EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))

@@ -120,41 +120,30 @@ const Case kCases[] = {
      "key of 128 characters (at most 127): line rejected"},
 };
 
-class FindingKinds : public ::testing::TestWithParam<Case> {
-protected:
-    testsupport::ScopedEnv quiet_{"RUNLOG_FILE", "/dev/null"};
-    configtest::ConfigDir dir_;
-
-    std::string path(Target target) const {
-        return target == Target::Xml ? dir_.xml() : dir_.dir.path() + (target == Target::En ? "/en_US" : "/zh_CN") +
-                                           "/language.properties";
-    }
-};
-
-void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
-
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
     const std::size_t at = from.empty() ? text.size() : text.find(from);
     EXPECT_NE(std::string::npos, at) << from;
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
-std::string Edited(const std::string& text, const Case& c) {
-    return Replaced(Replaced(text, c.from, c.to), c.from2, c.to2);
-}
 
-TEST_P(FindingKinds, AreReportedAtTheirLine) {
-    const Case& c = GetParam();
-    dir_.Write(c.target == Target::Xml ? Edited(kXml, c) : kXml, c.target == Target::En ? Edited(kLanguage, c) : kLanguage,
-               c.target == Target::Zh ? Edited(kLanguage, c) : kLanguage);
-    const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir_.xml());
-    EXPECT_TRUE(std::any_of(findings.begin(), findings.end(), [&](const Finding& f) {
-        return f.file == path(c.reported) && f.line == c.line && f.severity == c.severity &&
-               f.message.find(c.text) != std::string::npos;
-    })) << alarmdef::FormatText(findings);
+TEST(DefinitionCheck, EachKindOfFindingIsReportedAtItsLine) {
+    testsupport::ScopedEnv quiet("RUNLOG_FILE", "/dev/null");
+    configtest::ConfigDir dir;
+    const std::string files[] = {dir.xml(), dir.dir.path() + "/en_US/language.properties",
+                                 dir.dir.path() + "/zh_CN/language.properties"};
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const auto edited = [&c](Target target, const std::string& text) {
+            return c.target == target ? Replaced(Replaced(text, c.from, c.to), c.from2, c.to2) : text;
+        };
+        dir.Write(edited(Target::Xml, kXml), edited(Target::En, kLanguage), edited(Target::Zh, kLanguage));
+        const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
+        EXPECT_TRUE(std::any_of(findings.begin(), findings.end(), [&](const Finding& f) {
+            return f.file == files[static_cast<int>(c.reported)] && f.line == c.line && f.severity == c.severity &&
+                   f.message.find(c.text) != std::string::npos;
+        })) << alarmdef::FormatText(findings);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Definitions, FindingKinds, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
 
 // Each ends with errors, quickly and in little memory (the test's time limit
 // stands guard), and never gets as far as the loader.
@@ -278,8 +267,6 @@ struct SendRun {
     std::function<void(const nodeward::Sim&, const testsupport::ProgramResult&)> check = nullptr;
 };
 
-void PrintTo(const SendRun& run, std::ostream* out) { *out << run.name; }
-
 std::string SeqLines(int count) {
     std::string lines;
     for (int i = 0; i < count; ++i) {
@@ -325,32 +312,27 @@ const SendRun kRuns[] = {
      "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
 };
 
-class AlarmSendProgram : public ::testing::TestWithParam<SendRun> {
-protected:
-    testsupport::ScopedEnv appId_{"APPID", "app-7"}, appName_{"APPNAME", "orders-app"}, log_{"RUNLOG_FILE", nullptr};
-    testsupport::TempDir dir_;
-};
-
-TEST_P(AlarmSendProgram, ExitsWithItsCodeAndOneLine) {
-    const SendRun& run = GetParam();
-    const auto agent = testsupport::StartedAgent();
-    agent->failNext(run.agent == Agent::Refusing ? 1000000 : 0, nodeward::FailMode::RetCode);
-    const std::string nobody = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv endpoint("NODEWARD_ENDPOINT",
-                                    run.agent == Agent::Down ? nobody.c_str() : agent->endpoint().c_str());
-    const std::string input = dir_.path() + "/input";
-    std::ofstream(input) << run.input;
-    const testsupport::ProgramResult result = testsupport::RunProgram("alarm-send", run.args, 60000, input);
-    EXPECT_EQ(run.exitCode, result.exitCode) << result.err;
-    EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
-    EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))
-        << result.err;
-    if (run.check) {
-        run.check(*agent, result);
+TEST(AlarmSendProgram, EachRunExitsWithItsCodeAndOneLine) {
+    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), log("RUNLOG_FILE", nullptr);
+    testsupport::TempDir dir;
+    for (const SendRun& run : kRuns) {
+        SCOPED_TRACE(run.name);
+        const auto agent = testsupport::StartedAgent();
+        agent->failNext(run.agent == Agent::Refusing ? 1000000 : 0, nodeward::FailMode::RetCode);
+        const std::string nobody = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+        testsupport::ScopedEnv endpoint("NODEWARD_ENDPOINT",
+                                        run.agent == Agent::Down ? nobody.c_str() : agent->endpoint().c_str());
+        const std::string input = dir.path() + "/input";
+        std::ofstream(input) << run.input;
+        const testsupport::ProgramResult result = testsupport::RunProgram("alarm-send", run.args, 60000, input);
+        EXPECT_EQ(run.exitCode, result.exitCode) << result.err;
+        EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
+        EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))
+            << result.err;
+        if (run.check) {
+            run.check(*agent, result);
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Runs, AlarmSendProgram, ::testing::ValuesIn(kRuns),
-                         [](const ::testing::TestParamInfo<SendRun>& info) { return info.param.name; });
 
 }  // namespace

@@ -1,5 +1,4 @@
-// Shared by the configuration tests: a definition file and its two language
-// files written into a temporary directory, loaded the way InitAlarm does.
+// The configuration tests' files: definitions and both language files in a temporary directory, loaded as InitAlarm does.
 #ifndef CONFIG_TEST_SUPPORT_H
 #define CONFIG_TEST_SUPPORT_H
 

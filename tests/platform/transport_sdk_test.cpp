@@ -98,7 +98,7 @@ TEST_F(TransportSdk, InitNeedsAPortRetriesAfterFailureThenStaysUp) {
     EXPECT_EQ(200, Call("/echo", "hi").status);
 }
 
-TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswer) {
+TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBodyLimit) {
     char* zeroed = nullptr;
     EXPECT_NE(0, allocRspBody(&zeroed, 0));
     ASSERT_EQ(0, allocRspBody(&zeroed, 4));
@@ -120,6 +120,7 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswer) {
     answer = Call("/echo", "", REST_REQUEST_PUT);
     EXPECT_EQ(std::string(1, '\0') + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +
                                                           std::to_string(answer.status));
+    EXPECT_EQ("/echo||c1|127.0.0.1", LastSeen());
     answer = Call("/fails", "x");
     EXPECT_EQ("500||", std::to_string(answer.status) + "|" + answer.body + "|" + answer.contentType);
     for (const char* path : {"/echo/more", "/"}) {
@@ -127,10 +128,7 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswer) {
     }
     ASSERT_EQ(0, RegisterUrl("/echo", &fails));  // replaces
     EXPECT_EQ(500, Call("/echo", "x").status);
-}
-
-TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
-    ASSERT_EQ(0, TransportSdkInit());
+    // The method mask and the body limit.
     stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Takes};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
     EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET).status);
@@ -275,7 +273,7 @@ TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
     EXPECT_TRUE(agent->requests().empty());
 }
 
-TEST(RestClient, PostCarriesHeadersBodyAndCookieExactly) {
+TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
     auto agent = testsupport::StartedAgent();
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
     testsupport::ScopedEnv proxy("http_proxy", "http://127.0.0.1:1");  // must be ignored
@@ -293,13 +291,11 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactly) {
     EXPECT_EQ("4|v1|k=v|" REST_LOCAL_ENDPOINT "||", seen.header("Content-Length") + "|" + seen.header("X-Custom") +
                                                         "|" + seen.header("Cookie") + "|" + seen.header("Host") + "|" +
                                                         seen.header("Expect") + "|" + seen.header("Content-Type"));
-}
-
-TEST(RestClient, ChoosesWhereToConnect) {
+    // Where it connects.
     testsupport::TempDir dir;
     auto viaEnv = testsupport::StartedAgent(nullptr, "unix:" + dir.path() + "/agent.sock");
     auto viaArg = testsupport::StartedAgent(), named = testsupport::StartedAgent();
-    testsupport::ScopedEnv env("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
+    testsupport::ScopedEnv viaEnvEndpoint("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
     Request local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
     // Alternating unix and TCP on one thread: a kept connection must not be reused for the wrong target.
     for (int round = 0; round < 2; ++round) {

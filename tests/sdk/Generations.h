@@ -1,5 +1,4 @@
-// Drives either generation through its C interface the same way, so that
-// the tests of the send cycle both share run on both.
+// Drives either generation through its C interface the same way, so that the tests of the shared send cycle run on both.
 #ifndef GENERATIONS_H
 #define GENERATIONS_H
 

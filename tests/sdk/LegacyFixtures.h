@@ -1,5 +1,4 @@
-// Legacy alarm definitions built in memory, as the loader leaves them, so the
-// model, the texts and delivery can be tested apart from the XML files.
+// Legacy alarm definitions built in memory, as the loader leaves them: the model, texts and delivery apart from XML.
 #ifndef LEGACY_FIXTURES_H
 #define LEGACY_FIXTURES_H
 

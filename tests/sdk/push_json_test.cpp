@@ -272,12 +272,12 @@ TEST(PushDocumentDifferential, BothGenerationsPrintWhatTheFrozenBuildersPrint) {
 // Bytes past the written output keep this value: neither function terminates.
 constexpr char kFill = '#';
 
-TEST(Base64, EncodesExactlyWithoutATerminator) {
+TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
     std::string allBytes(256, '\0');
     std::iota(allBytes.begin(), allBytes.end(), '\0');
-    const std::pair<std::string, std::string> rows[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
+    const std::pair<std::string, std::string> encodings[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
         {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {allBytes, nodeward::EncodeBase64(allBytes)}};
-    for (const auto& [plain, text] : rows) {
+    for (const auto& [plain, text] : encodings) {
         SCOPED_TRACE(text);
         // The input lies in a block of exactly its size: a read past inlen is an ASan finding.
         std::unique_ptr<char[]> in(new char[plain.size() + 1]);
@@ -289,18 +289,16 @@ TEST(Base64, EncodesExactlyWithoutATerminator) {
         EXPECT_EQ(text.size(), outlen);
         EXPECT_EQ(kFill, out[text.size()]) << "wrote past its output";
     }
-    char man[] = "Man";
-    char out[8] = {};
-    EXPECT_EQ(0, zeb_alm_base64_encode(man, 3, out, nullptr));  // outlen is optional
-    EXPECT_STREQ("TWFu", out);
-}
-
-TEST(Base64, DecodesLenientlyAndRefusesBadLengthsAndBytes) {
+    char man[] = "Man", encoded[8] = {}, decoded[4] = {};  // outlen is optional
+    EXPECT_EQ(0, zeb_alm_base64_encode(man, 3, encoded, nullptr));
+    EXPECT_EQ(0, zeb_alm_base64_decode(encoded, 4, decoded, nullptr));
+    EXPECT_EQ("TWFu Man", testsupport::Words(encoded, std::string(decoded, 3)));
+    // Decoding: lenient about whitespace and padding, refusing bad lengths and bytes.
     const struct {
         std::string text;
         int inlen, rc;
         std::string plain;  // what was written, also on failure
-    } rows[] = {
+    } decodings[] = {
         {"", 0, 0, ""}, {"Zg==", 4, 0, "f"}, {"Zm8=", 4, 0, "fo"}, {"Zm9vYmFy", 8, 0, "foobar"},
         // Line feed, carriage return and space are skipped but count toward inlen; a group left incomplete is dropped.
         {"TW\r\nFu  ", 8, 0, "Man"}, {" T W F u", 8, 0, "Man"}, {"TWFu TW ", 8, 0, "Man"},
@@ -313,7 +311,7 @@ TEST(Base64, DecodesLenientlyAndRefusesBadLengthsAndBytes) {
         {"TWFu\tAAA", 8, -1, "Man"}, {"TWFu-AAA", 8, -1, "Man"}, {"TWFu_AAA", 8, -1, "Man"},
         {"TWFu\x80" "AAA", 8, -1, "Man"}, {"TWFu\xff" "AAA", 8, -1, "Man"},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : decodings) {
         SCOPED_TRACE(row.text);
         std::string in = row.text;
         std::vector<char> out(row.text.size() + 8, kFill);
@@ -323,13 +321,7 @@ TEST(Base64, DecodesLenientlyAndRefusesBadLengthsAndBytes) {
         EXPECT_EQ(row.plain, std::string(out.data(), row.plain.size()));
         EXPECT_EQ(kFill, out[row.plain.size()]) << "wrote a terminator or more";
     }
-    char in[] = "TWFu";
-    char out[4] = {};
-    EXPECT_EQ(0, zeb_alm_base64_decode(in, 4, out, nullptr));  // outlen is optional
-    EXPECT_EQ("Man", std::string(out, 3));
-}
-
-TEST(Base64, MissingPointersFailWithOneLineInputFirstAndOtherRefusalsAreSilent) {
+    // Missing pointers fail with one line, input first; other refusals are silent.
     testsupport::LogCapture log;
     char buf[8] = "TWFu";
     char bad[] = "TW-u";

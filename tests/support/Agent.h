@@ -1,5 +1,4 @@
-// The agent stand-in in this process, on a free loopback port unless the
-// endpoint says otherwise; a case whose agent cannot start fails.
+// The agent stand-in in this process, on a free loopback port unless endpoint says otherwise; a case fails without it.
 #ifndef TEST_AGENT_H
 #define TEST_AGENT_H
 

@@ -1,5 +1,4 @@
-// Collects every run-log message of the process while alive, so a test can
-// assert that an exact text was logged at an exact level and source.
+// Collects every run-log message of the process while alive: a test asserts an exact text, level and source.
 #ifndef TEST_LOG_CAPTURE_H
 #define TEST_LOG_CAPTURE_H
 

@@ -1,6 +1,5 @@
 // Replaces the library's pauses for one test: each pause (and each idle wait of a library thread) is counted and lasts
-// only a scaled-down moment, so "waited 3 s before resending" can be asserted without waiting 3 s. Only one recorder
-// may be alive at a time.
+// a scaled-down moment, so "waited 3 s before resending" is asserted without waiting 3 s. One recorder at a time.
 #ifndef TEST_PAUSE_RECORDER_H
 #define TEST_PAUSE_RECORDER_H
 

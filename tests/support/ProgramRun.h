@@ -1,6 +1,5 @@
-// Runs one of the project's programs to its end, the way scripts do: through
-// the emulator named in ALARMSDK_TEST_EMULATOR (words separated by commas)
-// when the build is for another architecture, killed when it overruns.
+// Runs one of the project's programs to its end, the way scripts do: through the emulator named in
+// ALARMSDK_TEST_EMULATOR (words separated by commas) when the build is for another architecture; killed on overrun.
 #ifndef TEST_PROGRAM_RUN_H
 #define TEST_PROGRAM_RUN_H
 

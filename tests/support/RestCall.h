@@ -1,5 +1,4 @@
-// One request through the platform's REST client with its answer copied out,
-// for tests that play a client of the transport SDK or of the agent stand-in.
+// One request through the platform's REST client, its answer copied out: a client of the transport SDK or the agent.
 #ifndef TEST_REST_CALL_H
 #define TEST_REST_CALL_H
 

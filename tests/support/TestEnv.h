@@ -1,5 +1,4 @@
-// Process-level helpers for tests: environment overrides that undo
-// themselves, free loopback ports, temporary directories, bounded waits.
+// Process-level helpers: environment overrides that undo themselves, free ports, temporary directories, bounded waits.
 #ifndef TEST_ENV_H
 #define TEST_ENV_H
 

@@ -58,8 +58,7 @@ protected:
     }
     // Runs init with the send thread it starts parked in its first idle pause,
     // then queue, then lets the thread go: everything queued leaves together.
-    template <typename Init, typename Queue>
-    void WhileParked(Init init, Queue queue) {
+    template <typename Init, typename Queue> void WhileParked(Init init, Queue queue) {
         pauses_.hold();
         ASSERT_TRUE(init());
         ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));

@@ -76,9 +76,8 @@ TEST_F(AlarmCheck, OnlyAPostIsHandledAnsweredAtOnceAndEachWakesTheCheckThreadWit
     std::string delivered;
     for (std::size_t i = 0; i < std::size(checks); ++i) {
         const testsupport::RestAnswer answer = Post(CheckDocument("orders", checks[i].first));
-        EXPECT_EQ(200, answer.status);
-        EXPECT_EQ("text/plain", answer.contentType);
-        EXPECT_EQ(kAnswer, answer.body);  // 52 characters and the terminating zero, all of them on the wire
+        // 52 characters and the terminating zero, all of them on the wire.
+        EXPECT_EQ("200 text/plain " + kAnswer, testsupport::Words(answer.status, answer.contentType, answer.body));
         delivered += (i > 0 ? "|orders " : "orders ") + std::string(checks[i].second);
         ASSERT_EQ(delivered, Delivered(i + 1));
     }
@@ -102,8 +101,7 @@ TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     EXPECT_EQ(kAnswer, answer);
     EXPECT_EQ(-1, agent_->callBack("orders", "not json", &answer));
     const testsupport::RestAnswer relayed = testsupport::RestCall(control + "?service=orders", "[2]");
-    EXPECT_EQ(200, relayed.status);
-    EXPECT_EQ(kAnswer, relayed.body);
+    EXPECT_EQ("200 " + kAnswer, testsupport::Words(relayed.status, relayed.body));
     EXPECT_EQ(400, testsupport::RestCall(control, "[]").status);
     EXPECT_EQ("orders [\"first\"]|orders {\"a\":1}|orders [2]", Delivered(3));
 }

@@ -115,16 +115,15 @@ TEST_F(Delivery, CurrentAlarmsCarryTheCallersDataAndTheManagersIdentity) {
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     _ZEBAlarm* alarm = ZEBAllocAlarm("42", ZEB_ALARM_CLEAR);
-    ASSERT_EQ(0, ZEBSetAlarmServiceName(alarm, "caller-name"));
-    ASSERT_EQ(0, ZEBAppendAlarmParam(alarm, "disk", "sda"));
-    ASSERT_EQ(0, ZEBSendAlarm(alarm));
-    ASSERT_EQ(0, ZEBResetAlarmTime(alarm, 1700000000123L));
-    ASSERT_EQ(0, ZEBSendAlarm(alarm));
-    ASSERT_EQ(0, ZEBFreeAlarm(alarm));
+    const int results[] = {ZEBSetAlarmServiceName(alarm, "caller-name"), ZEBAppendAlarmParam(alarm, "disk", "sda"),
+                           ZEBSendAlarm(alarm), ZEBResetAlarmTime(alarm, 1700000000123L), ZEBSendAlarm(alarm),
+                           ZEBFreeAlarm(alarm)};
+    ASSERT_EQ(std::vector<int>(6, 0), std::vector<int>(std::begin(results), std::end(results)));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 20000));
     const auto alarms = agent_->acceptedAlarms();
     for (const ReceivedAlarm& a : alarms) {
-        EXPECT_EQ("42 2 app-7 0 sda", testsupport::Words(a.alarmId, a.alarmType, a.appId, a.rsetClear, sdktest::Param(a, "disk")));
+        EXPECT_EQ("42 2 app-7 0 sda",
+                  testsupport::Words(a.alarmId, a.alarmType, a.appId, a.rsetClear, sdktest::Param(a, "disk")));
         EXPECT_EQ("", a.serviceName) << "the manager's name (none yet) replaces the caller's";
     }
     EXPECT_GT(alarms[0].occurTime, 1700000000123LL);  // stamped in milliseconds
@@ -151,8 +150,7 @@ TEST_P(Location, ComesFromTheEnvironment) {
     EXPECT_EQ(c.source, sdktest::Param(a, "AlarmSource"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Location,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Cases, Location, ::testing::Values(
         LocationCase{"NodeIdIsTheNodeAddress", "node-9", nullptr, nullptr, nullptr, "node-9", "<absent>", "<absent>"},
         LocationCase{"HostingServerIpWins", "node-9", "10.0.0.1", "10.0.0.9", "pod-3", "10.0.0.1", "10.0.0.1", "pod-3"},
         LocationCase{"ServerIpStandsIn", nullptr, nullptr, "10.0.0.9", nullptr, "10.0.0.9", "10.0.0.9", "<absent>"},

@@ -217,8 +217,7 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     SendOptions o;
     std::string error;
     ASSERT_TRUE(ParseSendArgs({"--service", "orders", "--timeout=100", "--time", "1700000000123", "--stats", "clear",
-                               "300012", "disk=sda", "note=a=b"}, "env-id", "env-name", &o, &error))
-        << error;
+                               "300012", "disk=sda", "note=a=b"}, "env-id", "env-name", &o, &error)) << error;
     EXPECT_EQ("env-id env-name orders 100 1700000000123 300012",
               testsupport::Words(o.appId, o.appName, o.service, o.timeoutMs, o.timeMs, o.alarm.alarmId));
     EXPECT_TRUE(o.printStats && o.alarm.clear);

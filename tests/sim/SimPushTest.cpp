@@ -47,15 +47,9 @@ const std::string kAlarm = CurrentAlarm("300012", 1);
 const std::string kCurrent = Encode(CurrentDocument(kAlarm));
 const std::string kLegacy = Encode(LegacyDocument(LegacyAlarm("1001", 0)));
 
-TEST(SimBase64, EncodesByTheStandardAndDecodesOnlyCanonicalText) {
-    const std::pair<std::string, std::string> vectors[] = {
-        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {std::string("\xff\xfe\x00", 3), "//4A"}};
-    for (const auto& [plain, text] : vectors) {
-        EXPECT_EQ(text, Encode(plain));
-        std::string decoded = "<unset>";
-        EXPECT_EQ(!text.empty(), nodeward::DecodeBase64(text, &decoded)) << text;
-        EXPECT_EQ(text.empty() ? "<unset>" : plain, decoded);
-    }
+// The stand-in's encoder, and its decoder on canonical text, meet the library's codec in every end-to-end case and
+// in the base64 cases; what only it does is refusing everything else.
+TEST(SimBase64, DecodesOnlyCanonicalText) {
     const std::pair<std::string, std::string> refused[] = {
         {"", "body is empty"}, {"Zm9vY", "body length 5 is not a multiple of 4"},
         {"Zm 9v", "body length 5 is not a multiple of 4"}, {"Zm9v\r\nZg", "byte 0x0d at offset 4 is not base64"},

@@ -171,18 +171,17 @@ TEST(AlarmRecord, IdTypeAndParameters) {
     EXPECT_STREQ("7", alarm.getAlarmId());
     EXPECT_STREQ("", AlarmEx(nullptr, ZEB_ALARM_GENERATE).getAlarmId());
     const auto type = [](int value) { return AlarmEx("1", static_cast<EU_GEN_CLEAR_TYPE>(value)).getAlarmType(); };
-    EXPECT_EQ((std::vector<int>{1, 2, 0, 0, -1}), (std::vector<int>{type(ZEB_ALARM_GENERATE), type(ZEB_ALARM_CLEAR),
-                                                                    type(7), type(-1), AlarmEx().getAlarmType()}));
+    EXPECT_EQ("1 2 0 0 -1", testsupport::Words(type(ZEB_ALARM_GENERATE), type(ZEB_ALARM_CLEAR), type(7), type(-1),
+                                                AlarmEx().getAlarmType()));
     const AlarmEx plain;
     const char zeros[ZEB_ALARM_ID_SIZE] = {};
     EXPECT_EQ(0, std::memcmp(zeros, plain.getAlarmId(), ZEB_ALARM_ID_SIZE));
     EXPECT_EQ(-1, plain.getRsetClear());
     // The first value of a name wins; null is empty.
-    alarm.appendParameter("p1", "a");
-    alarm.appendParameter("p1", "b");
-    alarm.appendParameter("p2", nullptr);
-    alarm.appendParameter(nullptr, "x");
-    alarm.appendParameter(nullptr, "y");
+    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>>{
+             {"p1", "a"}, {"p1", "b"}, {"p2", nullptr}, {nullptr, "x"}, {nullptr, "y"}}) {
+        alarm.appendParameter(name, value);
+    }
     EXPECT_EQ((std::map<std::string, std::string>{{"", "x"}, {"p1", "a"}, {"p2", ""}}), alarm.getParamMap());
 }
 

@@ -180,8 +180,7 @@ struct Row {
 
 TEST(BoundedString, FitsOrFailsByTheRules) {
     const std::string big(100 * 1024 - 1, 'q');  // base64 bodies exceed 32 KiB
-    const auto abcdefgh = Unterminated("ABCDEFGH");
-    const auto wxyz = Unterminated("WXYZ");
+    const auto abcdefgh = Unterminated("ABCDEFGH"), wxyz = Unterminated("WXYZ");
     using D = char*;
     using N = std::size_t;
     const Row rows[] = {

@@ -28,9 +28,6 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     AlarmManagerEx* h = ZEBInitAlarmSDK4CoProcess("app", "svc", "10.0.0.1", "10.0.0.5");
     ASSERT_NE(nullptr, h);
     _ZEBAlarm* alarm = ZEBAllocAlarm("1", 0);
-    const std::string x65 = X(65), x257 = X(257);
-    const char* l65 = x65.c_str();
-    const char* l257 = x257.c_str();
     auto ptr = [](const void* p) { return p == nullptr ? -1L : 0L; };
     const struct Row {
         std::function<long()> call;
@@ -40,10 +37,10 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
         {[] { return ZEBRegisterRsetClearInfo("s", nullptr, "i", 1); }, "In ZEBRegisterRsetClearInfo, pStrServiceId is null!"},
         {[] { return ZEBRegisterRsetClearInfo("s", "d", nullptr, 1); }, "In ZEBRegisterRsetClearInfo, pStrServiceInsId is null!"},
         {[] { return ZEBRegisterInfo(nullptr, nullptr); }, "In ZEBRegisterInfo, pStrServiceName is null!"},
-        {[=] { return ZEBRegisterInfo(l65, "label"); }, kNameLength},
+        {[=] { return ZEBRegisterInfo(X(65).c_str(), "label"); }, kNameLength},
         {[] { return ZEBRegisterInfo("", "label"); }, kNameLength},
         {[] { return ZEBRegisterInfo("svc", nullptr); }, "In ZEBRegisterInfo, pServiceLabel is null!"},
-        {[=] { return ZEBRegisterInfo("svc", l257); }, kLabelLength},
+        {[=] { return ZEBRegisterInfo("svc", X(257).c_str()); }, kLabelLength},
         {[] { return ZEBRegisterInfo("svc", ""); }, kLabelLength},
         {[=] { return ptr(ZEBAllocAlarm(nullptr, 0)); }, "In ZEBAllocAlarm, pStrAlarmId is null!"},
         {[] { return ZEBSetAlarmServiceName(nullptr, "x"); }, "In ZEBSetAlarmServiceName, pAlarm is null!"},
@@ -55,20 +52,20 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
         {[] { return ZEBRegisterAlarmCheckCallBackFun("svc", nullptr); }, "In ZEBRegisterAlarmCheckCallBackFun, callbackFun is null!"},
         {[] { return ZEBRegisterRsetClear(nullptr); }, "In ZEBRegisterRsetClear, pAlarmManagerInstance is null!"},
         {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(nullptr, "s", "n", "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrAppId is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(l65, "s", "n", "i")); }, "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(X(65).c_str(), "s", "n", "i")); }, "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
         {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", nullptr, "n", "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrServiceName is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", l65, "n", "i")); }, kNameLength},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", X(65).c_str(), "n", "i")); }, kNameLength},
         {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", nullptr, "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrNodeIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", l257, "i")); }, "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN "},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", X(257).c_str(), "i")); }, "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN "},
         {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", nullptr)); }, "In ZEBInitAlarmSDK4CoProcess, pStrServiceIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", l65)); }, "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN "},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", X(65).c_str())); }, "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN "},
         {[] { return ZEBRegisterRsetClearInfo4CoProcess(nullptr, "s", "d", "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pAlarmManagerInstance is null!"},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, nullptr, "d", "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceName is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, l65, "d", "i", 0); }, kNameLength},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, X(65).c_str(), "d", "i", 0); }, kNameLength},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", nullptr, "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceId is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", l257, "i", 0); }, kIdLength},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", X(257).c_str(), "i", 0); }, kIdLength},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", nullptr, 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceInsId is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", l257, 0); }, kInsLength},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", X(257).c_str(), 0); }, kInsLength},
         // Empty texts pass unless the service asks for reset-clear.
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "", "a", "b", 1); }, kNameLength},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "", "b", 1); }, kIdLength},
@@ -76,7 +73,7 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
         {[] { return ZEBRegisterInfo4CoProcess(nullptr, "label"); }, "In ZEBRegisterInfo4CoProcess, pAlarmManagerInstance is null!"},
         {[=] { return ZEBRegisterInfo4CoProcess(h, nullptr); }, "In ZEBRegisterInfo4CoProcess, pStrServiceLabel is null!"},
         {[=] { return ZEBRegisterInfo4CoProcess(h, ""); }, kCoLabelLength},
-        {[=] { return ZEBRegisterInfo4CoProcess(h, l257); }, kCoLabelLength},
+        {[=] { return ZEBRegisterInfo4CoProcess(h, X(257).c_str()); }, kCoLabelLength},
         {[=] { return ZEBSendAlarm4CoProcess(nullptr, alarm); }, "In ZEBSendAlarm4CoProcess, pAlarmManagerInstance is null!"},
         // Unlike ZEBSendAlarm, a null alarm is reported before any conversion.
         {[=] { return ZEBSendAlarm4CoProcess(h, nullptr); }, "In ZEBSendAlarm4CoProcess, pZEBAlarmObject is null!"},

@@ -256,8 +256,7 @@ TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
     for (const auto& p : c.params) {
         alarm.AppendParameter(p.first.c_str(), p.second.c_str());
     }
-    ALM_Json_Para_def* location = new ALM_Json_Para_def();
-    ALM_Json_Para_def* appendInfo = new ALM_Json_Para_def();
+    ALM_Json_Para_def *location = new ALM_Json_Para_def(), *appendInfo = new ALM_Json_Para_def();
     ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
     EXPECT_STREQ("location", location->Json_para_Name);
     EXPECT_STREQ("appendInfo", appendInfo->Json_para_Name);

@@ -101,8 +101,7 @@ TEST(RetCode, AnswerTable) {
 
 // cJSON allocations through these fail exactly at the armed call and are
 // tracked while live, so each failure path is checked for its line and leaks.
-long g_failAt = -1;
-long g_calls = 0;
+long g_failAt = -1, g_calls = 0;
 std::set<void*> g_live;
 void* FailingMalloc(std::size_t size) {
     void* p = g_calls++ == g_failAt ? nullptr : std::malloc(size);
@@ -357,10 +356,8 @@ TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
             c = static_cast<char>(pick(0, 255));
         }
         const std::size_t encodedSize = (plain.size() + 2) / 3 * 4;
-        std::vector<char> ours(encodedSize + 4, kFill);
-        std::vector<char> theirs(ours);
-        unsigned int ourLen = 1;
-        unsigned int theirLen = 2;
+        std::vector<char> ours(encodedSize + 4, kFill), theirs(ours);
+        unsigned int ourLen = 1, theirLen = 2;
         ASSERT_EQ(frozen::Base64Encode(&plain[0], len, theirs.data(), &theirLen),
                   zeb_alm_base64_encode(&plain[0], len, ours.data(), &ourLen));
         ASSERT_EQ(theirLen, ourLen);
@@ -375,10 +372,8 @@ TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
             text.insert(static_cast<std::size_t>(pick(0, static_cast<int>(text.size()))), 1, c);
         }
         for (const int inlen : {static_cast<int>(text.size()), static_cast<int>(text.size() & ~std::size_t{3})}) {
-            std::vector<char> ourOut(text.size() + 4, kFill);
-            std::vector<char> theirOut(ourOut);
-            int ourCount = -7;  // left alone on failure
-            int theirCount = -7;
+            std::vector<char> ourOut(text.size() + 4, kFill), theirOut(ourOut);
+            int ourCount = -7, theirCount = -7;  // left alone on failure
             ASSERT_EQ(frozen::Base64Decode(&text[0], inlen, theirOut.data(), &theirCount),
                       zeb_alm_base64_decode(&text[0], inlen, ourOut.data(), &ourCount)) << text;
             ASSERT_EQ(theirCount, ourCount) << text;

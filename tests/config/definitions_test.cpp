@@ -1,4 +1,5 @@
-// The definition loader: the example file, positional pairing, limits, retries after a failed load, hostile files.
+// The legacy configuration: the definition loader (the example file, positional pairing, limits, retries after a
+// failed load, hostile files), where the language files are found, the look-ups, and the properties reader.
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
@@ -37,8 +38,7 @@ TEST(Definitions, ExampleFileLoadsEveryTextWithoutAMissingKey) {
     const auto items = Definitions();
     ASSERT_EQ(12u, items.size());
     const stAlarmItems& disk = *items[0];
-    EXPECT_STREQ("EN:Disk usage too high##ZH:磁盘使用率过高##", disk.alarmName);
-    EXPECT_STREQ("storage", disk.serviceType);
+    EXPECT_EQ("EN:Disk usage too high##ZH:磁盘使用率过高## storage", testsupport::Words(disk.alarmName, disk.serviceType));
     EXPECT_EQ((Numbers{300001, 1, 2, 0, 1, 1, 1, 30, 60, 300, 5, 2}),
               (Numbers{disk.alarmId, disk.alarmType, disk.alarmLevel, disk.isGlobal, disk.eventType, disk.isAutoClean,
                        disk.isCheck, disk.transientPeriod, disk.toggleStartPeriod, disk.toggleEndPeriod,

@@ -13,9 +13,8 @@ namespace testsupport {
 
 class PauseRecorder {
 public:
-    // Each requested second lasts microsPerSecond microseconds.
-    explicit PauseRecorder(long microsPerSecond = 2000) {
-        microsPerSecond_.store(microsPerSecond);
+    // Each requested second lasts 2 ms.
+    PauseRecorder() {
         for (auto& count : counts_) {
             count.store(0);
         }
@@ -45,7 +44,7 @@ private:
     static void Note(unsigned int seconds) { counts_[seconds < kLengths ? seconds : 0].fetch_add(1); }
     static void Record(unsigned int seconds) {
         Note(seconds);
-        std::this_thread::sleep_for(std::chrono::microseconds(microsPerSecond_.load() * seconds));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2 * seconds));
         for (int waited = 0; held_.load() && waited < 30000; ++waited) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
@@ -60,7 +59,6 @@ private:
     }
     static constexpr unsigned int kLengths = 16;  // pauses of 16 s or more are counted as 0 s
     static inline std::atomic<std::size_t> counts_[kLengths];
-    static inline std::atomic<long> microsPerSecond_{2000};
     static inline std::atomic<bool> held_{false};
     static inline std::atomic<long> wakeTickMillis_{0};
     alarmsdk::PauseFunction previous_ = nullptr;

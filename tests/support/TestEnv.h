@@ -2,7 +2,6 @@
 #ifndef TEST_ENV_H
 #define TEST_ENV_H
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -55,8 +55,7 @@ std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0)
 
 template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
-    const int saved = dup(STDERR_FILENO);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int saved = dup(STDERR_FILENO), fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     EXPECT_GE(fd, 0);
     dup2(fd, STDERR_FILENO);
     close(fd);

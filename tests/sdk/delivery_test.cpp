@@ -176,18 +176,14 @@ std::string Queued(AlarmManagerEx& manager, const char* source) {
 // The alarm source: the record's own, else the manager's, else PODNAME.
 // Service id and instance id go out only once the service IP and name are known.
 TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName) {
-    const struct {
-        const char *record, *manager, *podName, *expected;
-    } sources[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
+    const struct { const char *record, *manager, *podName, *expected; } sources[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
     for (const auto& c : sources) {
         testsupport::ScopedEnv pod("PODNAME", c.podName);
         AlarmManagerEx manager(0);
         manager.setAlarmSource(c.manager);
         EXPECT_EQ(std::string(c.expected) + "| ", Queued(manager, c.record));
     }
-    const struct {
-        const char *serviceIp, *name, *expected;
-    } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
+    const struct { const char *serviceIp, *name, *expected; } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
     for (const auto& c : identities) {
         AlarmManagerEx manager(0);
         manager.setServiceIp(c.serviceIp);

@@ -71,9 +71,7 @@ TEST(RetCode, AnswerTable) {
     const char kMissing[] = "AlmJsonParser::GetOprType, jsonRetCode is NULL.";
     const char kFailed[] = "AlmJsonParser::GetOprType, strRetCode is NULL.";
     const struct {
-        const char* answer;
-        const char* result;
-        const char* logged;  // nullptr: nothing logged
+        const char *answer, *result, *logged;  // logged: nullptr when nothing is
     } rows[] = {
         {R"({"retCode":0})", "OK", nullptr},         {R"({"retCode":7})", "Failed", kFailed},
         {R"({"retCode":-1})", "Failed", kFailed},    {R"({"retCode":true})", "Failed", kFailed},

@@ -144,15 +144,14 @@ TEST(SimFault, FailuresAnswerInTheirGenerationsFormAndOnlySuccessIsAccepted) {
         o.status = 503;  // for success answers only
     });
     const struct {
-        std::string body;
+        std::string body, answer;  // the answer decoded
         int status;
-        std::string answer;  // decoded
     } rows[] = {
-        {"bad!", 400, "{\"retCode\":1,\"retDesc\":\"byte 0x21 at offset 3 is not base64\"}"},
-        {kCurrent, 200, "{\"retCode\":1}"},  // refused bodies do not use up failFirst
-        {kCurrent, 503, "{\"retCode\":0}"},
-        {kLegacy, 200, "{\"returncode\":\"Failed\"}"},  // failNext(1)
-        {kLegacy, 503, "{\"returncode\":\"OK\"}"},
+        {"bad!", "{\"retCode\":1,\"retDesc\":\"byte 0x21 at offset 3 is not base64\"}", 400},
+        {kCurrent, "{\"retCode\":1}", 200},  // refused bodies do not use up failFirst
+        {kCurrent, "{\"retCode\":0}", 503},
+        {kLegacy, "{\"returncode\":\"Failed\"}", 200},  // failNext(1)
+        {kLegacy, "{\"returncode\":\"OK\"}", 503},
     };
     for (const auto& row : rows) {
         sim->failNext(row.answer == "{\"returncode\":\"Failed\"}" ? 1 : 0, FailMode::RetCode);

@@ -29,7 +29,7 @@ template <std::size_t N> void Set(char (&field)[N], const char* text) {
     std::snprintf(field, N, "%s", text);
 }
 
-// A definition like the loader's: zero-filled, and reachable until the process ends.
+// A definition like the loader's (the numbers no case reads left zero), reachable until the process ends.
 inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
                                 const std::vector<ParamSpec>& params) {
     static auto* kept = new std::vector<stAlarmItems*>();
@@ -37,10 +37,6 @@ inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char*
     item->alarmId = id;
     std::snprintf(item->alarmName, sizeof(item->alarmName), "EN:%s##ZH:%s##", en, ch);
     Set(item->serviceType, serviceType);
-    item->alarmType = 1;
-    item->alarmLevel = 2;
-    item->eventType = 3;
-    item->isAutoClean = 1;
     item->paramNum = static_cast<int64_t>(params.size());
     item->params = static_cast<stParaDef*>(std::calloc(params.size() + 1, sizeof(stParaDef)));
     for (std::size_t i = 0; i < params.size(); ++i) {

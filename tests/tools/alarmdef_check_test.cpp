@@ -186,8 +186,7 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
         std::vector<std::string> args;
         std::string language;
         int exitCode;
-        std::string out;  // the start of stdout
-        std::string err;  // part of stderr
+        std::string out, err;  // the start of stdout, part of stderr
     };
     const std::string xml = dir.xml();
     const std::vector<Run> runs = {

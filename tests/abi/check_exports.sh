@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# The library must export exactly the symbols listed in alarmsdk.symbols
-# (demangled, one per line): a missing one breaks services linked against an
-# earlier build, an extra one becomes interface by accident.
+# The library must export exactly the symbols listed in alarmsdk.symbols (demangled, one per line): a missing one breaks
+# services linked against an earlier build, an extra one becomes interface by accident.
 #   tests/abi/check_exports.sh LIBRARY [LIST]   compare (LIST: alarmsdk.symbols beside this script)
 #   tests/abi/check_exports.sh --print LIBRARY  print what LIBRARY exports, in the list's form
 set -euo pipefail

@@ -1,16 +1,13 @@
-// Shared by the configuration tests: a definition file and its two language
-// files written into a temporary directory, loaded the way InitAlarm does.
+// The configuration tests' files: definitions and both language files in a temporary directory, loaded as InitAlarm does.
 #ifndef CONFIG_TEST_SUPPORT_H
 #define CONFIG_TEST_SUPPORT_H
 
-#include <filesystem>
+#include <gtest/gtest.h>
+
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "AlarmConfig.h"
 #include "LogCapture.h"
-#include "TestEnv.h"
 
 namespace configtest {
 
@@ -21,7 +18,6 @@ inline void WriteFile(const std::string& path, const std::string& content) {
 
 inline std::string Doc(const std::string& alarms) { return "<?xml version=\"1.0\"?>\n<Alarms>" + alarms + "</Alarms>"; }
 
-// Sets the paths and loads, as the legacy initialisation does.
 inline void Load(std::string xmlPath) {
     ALM_SetConfFilePath(&xmlPath[0]);
     ALM_ConfInit();

@@ -1,19 +1,14 @@
-// The C entry points under a heap that runs out: this program replaces the
-// global allocation functions so that, on the calling thread only, the n-th
-// allocation of a call and every later one fail. For every n the call must
-// return its failure result with an error line, never throw into C.
+// The C entry points under a heap that runs out: this program replaces the global allocation functions so that, on the
+// calling thread only, the n-th allocation of a call and every later one fail. For every n the call must return its
+// failure result with an error line, never throw into C.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <new>
-#include <string>
-#include <vector>
 
 #include "AlarmSdk.h"
-#include "PauseRecorder.h"
 #include "TestEnv.h"
 #include "runlog.h"
+#include "PauseRecorder.h"
 
 namespace {
 thread_local long t_allowed = -1;  // allocations left before the heap "runs out"; -1: never
@@ -46,11 +41,14 @@ std::atomic<int> g_errors{0};  // counted without allocating: it runs inside the
 void CountErrors(void*, int level, const char*, int, const char*) { g_errors += level == RUNLOG_LEVEL_ERROR; }
 void NoCallback(char*) {}
 
-// The C object comes from malloc, so only the hand-over meets the failing heap.
-// The legacy calls report success for accepted arguments whatever happens
-// inside; under a failing heap they must still neither throw nor stay silent.
-long InitLegacy() { return InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1); }
-
+// The C objects come from malloc, so only the hand-over meets the failing heap.
+long SendOne() {
+    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
+    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
+    const int result = ZEBSendAlarm(alarm);
+    ZEBFreeAlarm(alarm);
+    return result;
+}
 long SendLegacyOne() {
     AlarmObject* alarm = AllocAlarmObject("300001", 0, 2);
     AppendParam(alarm, "diskName", "sda-on-the-node");
@@ -60,40 +58,30 @@ long SendLegacyOne() {
     return result;
 }
 
-long SendOne() {
-    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
-    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
-    const int result = ZEBSendAlarm(alarm);
-    ZEBFreeAlarm(alarm);
-    return result;
-}
-
 TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
     // Texts too long for a string's inline buffer, so copying them allocates.
-    testsupport::ScopedEnv appId("APPID", "application-0007");
-    testsupport::ScopedEnv appName("APPNAME", "orders-application");
-    testsupport::ScopedEnv ip("TRANSPORT_SDK_IP", "127.0.0.1");
     const std::string port = std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv sdkPort("TRANSPORT_SDK_PORT", port.c_str());
+    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application"),
+        ip("TRANSPORT_SDK_IP", "127.0.0.1"), sdkPort("TRANSPORT_SDK_PORT", port.c_str());
     Runlog_SetCapture(&CountErrors, nullptr);
 
-    struct Entry {
-        long failure;          // the failure result
+    // The legacy calls report success for accepted arguments whatever happens
+    // inside; under a failing heap they must still neither throw nor stay silent.
+    const struct {
+        long failure;             // the failure result
         long (*call)();
         bool resultTellsFailure;  // false: the call's result does not depend on what failed inside
-    };
-    const std::vector<Entry> entries = {
+    } entries[] = {
         {-1, [] { return long{ZEBInitAlarmSDK()}; }, true},
-        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true},
-        {-1, SendOne, true},
+        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true}, {-1, SendOne, true},
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
         {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
          true},
-        {0, InitLegacy, false},
+        {0, [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; }, false},
         {0, SendLegacyOne, false},
     };
-    for (std::size_t e = 0; e < entries.size(); ++e) {
+    for (std::size_t e = 0; e < std::size(entries); ++e) {
         const long failure = entries[e].failure;
         bool succeeded = false;
         for (long n = 0; n < 5000 && !succeeded; ++n) {

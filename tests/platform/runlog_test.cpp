@@ -1,24 +1,22 @@
-#include "runlog.h"
-
+// The small platform libraries. The run-log: line form and UTC stamps, where lines go, literal formats, and logging
+// while the process exits. The bounded string functions the library builds its fixed fields with: a copy or append
+// that does not fit fails and leaves the destination empty, never cut; a formatted text is cut and reported; no size
+// is refused.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
-#include <atomic>
+#include <cctype>
 #include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fstream>
-#include <string>
-#include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "bounded_string.h"
+#include "runlog.h"
 
 #include "LogCapture.h"
-#include "TestEnv.h"
 
 namespace {
 
@@ -35,37 +33,29 @@ std::vector<std::string> ReadLines(const std::string& path) {
     return lines;
 }
 
-// Checks "<UTC time with ms> " at the start of a line, close to now, and
-// returns the rest of the line after it. (No std::regex: g++ 12 warns inside
-// it under the sanitizers.)
+// Checks "<UTC time with ms> " at the start of a line, close to now, and returns the rest of the line after it.
 std::string AfterTimestamp(const std::string& line) {
-    static const char kShape[] = "dddd-dd-ddTdd:dd:dd.dddZ ";
-    constexpr std::size_t kLength = sizeof kShape - 1;
-    bool shaped = line.size() >= kLength;
-    for (std::size_t i = 0; shaped && i < kLength; ++i) {
-        shaped = kShape[i] == 'd' ? line[i] >= '0' && line[i] <= '9' : line[i] == kShape[i];
-    }
-    if (!shaped) {
-        ADD_FAILURE() << "no timestamp: " << line;
-        return line;
-    }
     std::tm t{};
-    t.tm_year = std::stoi(line.substr(0, 4)) - 1900;
-    t.tm_mon = std::stoi(line.substr(5, 2)) - 1;
-    t.tm_mday = std::stoi(line.substr(8, 2));
-    t.tm_hour = std::stoi(line.substr(11, 2));
-    t.tm_min = std::stoi(line.substr(14, 2));
-    t.tm_sec = std::stoi(line.substr(17, 2));
+    const char* rest = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S.", &t);
+    const bool shaped = rest != nullptr && line.size() >= 25 && rest == line.c_str() + 20 &&
+                        std::isdigit(rest[0]) && std::isdigit(rest[1]) && std::isdigit(rest[2]) &&
+                        std::string(rest + 3, 2) == "Z ";
+    EXPECT_TRUE(shaped) << "no timestamp: " << line;
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
-    return line.substr(kLength);
+    return shaped ? line.substr(25) : line;
+}
+// The lines from the from-th on, each after its timestamp, separated by "|".
+std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0) {
+    std::string text;
+    for (std::size_t i = from; i < lines.size(); ++i) {
+        text += (i > from ? "|" : "") + AfterTimestamp(lines[i]);
+    }
+    return text;
 }
 
-// Runs body with stderr sent to a file and returns what was written there.
-template <typename Body>
-std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
+template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
-    const int saved = dup(STDERR_FILENO);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int saved = dup(STDERR_FILENO), fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     EXPECT_GE(fd, 0);
     dup2(fd, STDERR_FILENO);
     close(fd);
@@ -78,9 +68,7 @@ std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
 TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     TempDir dir;
     const std::string path = dir.path() + "/run.log";
-    {
-        std::ofstream(path) << "earlier line\n";
-    }
+    std::ofstream(path) << "earlier line\n";
     ScopedEnv file("RUNLOG_FILE", path.c_str());
     // Local time far from UTC: the stamp must still be UTC.
     ScopedEnv tz("TZ", "XYZ-9");
@@ -94,24 +82,18 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/AlmJsonParser", 9, "%s", "two\nlines");
 
     const auto lines = ReadLines(path);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[0], "earlier line");
-    EXPECT_EQ(AfterTimestamp(lines[1]), "2 ../src/AlarmManagerEx:120 send 3 alarms to agent");
-    EXPECT_EQ(AfterTimestamp(lines[2]), "5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!");
-    EXPECT_EQ(AfterTimestamp(lines[3]), "0 ../src/Base64:1 lowest level too");
-    EXPECT_EQ(AfterTimestamp(lines[4]), "2 ../src/AlmJsonParser:9 two lines");
+    EXPECT_EQ("earlier line", lines.at(0));
+    EXPECT_EQ("2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
+              "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines", Untimed(lines, 1));
 
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
     ASSERT_EQ(std::remove(path.c_str()), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
-    const auto rotated = ReadLines(path);
-    ASSERT_EQ(rotated.size(), 1u);
-    EXPECT_EQ(AfterTimestamp(rotated[0]), "2 ../src/Base64:2 after rotation");
+    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
 }
 
-// Without a usable file only errors reach stderr, so they are never lost.
 TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
     TempDir dir;
     const std::string unwritable = dir.path() + "/missing-dir/run.log";
@@ -124,9 +106,7 @@ TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "../src/A", 3, "error %d", 5);
             Runlog_TextAdapt(6, "../src/A", 4, "above error");
         });
-        ASSERT_EQ(lines.size(), 2u);
-        EXPECT_EQ(AfterTimestamp(lines[0]), "5 ../src/A:3 error 5");
-        EXPECT_EQ(AfterTimestamp(lines[1]), "6 ../src/A:4 above error");
+        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", Untimed(lines));
     }
 }
 
@@ -139,9 +119,7 @@ TEST(RunlogFormat, UnknownConversionsPrintLiterally) {
          "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
         {"In %s, pAlarm is null!", "In ARG, pAlarm is null!"},
         {"%,%s", "%,ARG"},  // the argument goes to the next valid conversion
-        {"%n|%s", "%n|ARG"},
-        {"50%% of %s", "50% of ARG"},
-        {"100%", "100%"},
+        {"%n|%s", "%n|ARG"}, {"50%% of %s", "50% of ARG"}, {"100%", "100%"},
     };
     for (const auto& [format, expected] : rows) {
         capture.clear();
@@ -150,8 +128,7 @@ TEST(RunlogFormat, UnknownConversionsPrintLiterally) {
     }
 }
 
-// The libraries' threads keep logging while the process exits; nothing the
-// run-log needs may be destroyed under them.
+// The libraries' threads keep logging while the process exits; nothing the run-log needs may be destroyed under them.
 TEST(RunlogLifetime, LoggingWhileTheProcessExits) {
     TempDir dir;
     const std::string path = dir.path() + "/run.log";
@@ -177,6 +154,96 @@ TEST(RunlogLifetime, LoggingWhileTheProcessExits) {
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
     ASSERT_TRUE(WIFEXITED(status)) << "child died by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+// Destinations start with `initial` and are filled with this after it, so
+// what was (not) written is visible; one byte past destMax must keep it.
+constexpr char kFill = 'Z';
+
+// A source of exactly these characters and no terminator, on the heap so
+// that reading one byte too far is an AddressSanitizer finding.
+std::shared_ptr<char> Unterminated(const std::string& text) {
+    std::shared_ptr<char> p(new char[text.size()], std::default_delete<char[]>());
+    std::memcpy(p.get(), text.data(), text.size());
+    return p;
+}
+
+struct Row {
+    const char* name;
+    std::size_t destMax;
+    std::string initial;
+    std::function<int(char*, std::size_t)> call;
+    bool ok;
+    std::string result;  // the destination's text afterwards
+};
+
+TEST(BoundedString, FitsOrFailsByTheRules) {
+    const std::string big(100 * 1024 - 1, 'q');  // base64 bodies exceed 32 KiB
+    const auto abcdefgh = Unterminated("ABCDEFGH"), wxyz = Unterminated("WXYZ");
+    using D = char*;
+    using N = std::size_t;
+    const Row rows[] = {
+        {"strncpy fits", 8, "", [](D d, N m) { return strncpy_s(d, m, "abc", 3); }, true, "abc"},
+        {"strncpy count cuts", 8, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 4); }, true, "abcd"},
+        {"strncpy count below destMax fills", 4, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 3); }, true, "abc"},
+        {"strncpy short source", 4, "", [](D d, N m) { return strncpy_s(d, m, "abc", SIZE_MAX); }, true, "abc"},
+        {"strncpy source fills dest", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcd", 4); }, false, ""},
+        {"strncpy longer source", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcdefgh", 100); }, false, ""},
+        {"strncpy null source", 4, "x", [](D d, N m) { return strncpy_s(d, m, nullptr, 2); }, false, ""},
+        {"strncpy unterminated by count", 16, "", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 8); }, true, "ABCDEFGH"},
+        {"strncpy unterminated too long", 8, "x", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 100); }, false, ""},
+        {"strncpy large", big.size() + 1, "", [&](D d, N m) { return strncpy_s(d, m, big.c_str(), big.size()); }, true, big},
+        {"strncat appends", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cd", 10); }, true, "abcd"},
+        {"strncat count limits", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cdef", 2); }, true, "abcd"},
+        {"strncat fills exactly", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defg", 4); }, true, "abcdefg"},
+        {"strncat one too many", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defgh", 5); }, false, ""},
+        {"strncat count cuts in time", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defgh", 4); }, true, "abcdefg"},
+        {"strncat full dest", 4, "abc", [](D d, N m) { return strncat_s(d, m, "d", 5); }, false, ""},
+        {"strncat null source", 8, "ab", [](D d, N m) { return strncat_s(d, m, nullptr, 5); }, false, ""},
+        {"strncat unterminated by count", 16, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 4); }, true, "abWXYZ"},
+        {"strncat unterminated too long", 4, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 100); }, false, ""},
+        {"strncat large", big.size() + 1, "", [&](D d, N m) { return strncat_s(d, m, big.c_str(), big.size()); }, true, big},
+        // A formatted text that does not fit is cut, and the cut reported.
+        {"snprintf fits", 10, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc") == 9 ? 0 : -1; }, true, "id=42:abc"},
+        {"snprintf count cuts", 16, "", [](D d, N m) { return snprintf_s(d, m, 5, "id=%d:%s", 42, "abc"); }, false, "id=42"},
+        {"snprintf destMax cuts", 6, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc"); }, false, "id=42"},
+        {"snprintf large", big.size() + 1, "", [&](D d, N m) { return snprintf_s(d, m, m - 1, "%s", big.c_str()) > 0 ? 0 : -1; }, true, big},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<char> dest(row.destMax + 1, kFill);
+        std::memcpy(dest.data(), row.initial.c_str(), row.initial.size() + 1);
+        EXPECT_EQ(row.ok, row.call(dest.data(), row.destMax) == 0);
+        EXPECT_EQ(row.result, std::string(dest.data()));
+        EXPECT_EQ(kFill, dest[row.destMax]) << "wrote past destMax";
+    }
+    char dest[4] = {'a', 0, kFill, kFill};
+    for (int rc : {strncpy_s(nullptr, 8, "abc", 3), strncat_s(nullptr, 8, "abc", 3), strncpy_s(dest, 0, "abc", 3),
+                   strncat_s(dest, 0, "abc", 3), snprintf_s(nullptr, 8, 7, "%s", "x"), snprintf_s(dest, 0, 7, "%s", "x")}) {
+        EXPECT_NE(0, rc);
+    }
+    EXPECT_EQ('a', dest[0]) << "a destination without room is not touched";
+}
+
+TEST(BoundedString, MemoryCopiesAndFills) {
+    const char src[6] = {'a', 'b', 0, 'c', 'd', 'e'};
+    char dest[8];
+    std::memset(dest, kFill, sizeof dest);
+    EXPECT_EQ(0, memcpy_s(dest, sizeof dest, src, sizeof src));
+    EXPECT_EQ(std::string(src, 6) + "ZZ", std::string(dest, 8)) << "copies bytes, not a string";
+    EXPECT_NE(0, memcpy_s(dest, 6, "0123456789", 7));  // too long: destMax bytes zeroed, no more
+    EXPECT_EQ(std::string(6, '\0') + "ZZ", std::string(dest, 8));
+    EXPECT_NE(0, memcpy_s(dest, sizeof dest, nullptr, 2));
+    EXPECT_EQ(std::string(8, '\0'), std::string(dest, 8));
+    char overlap[] = "abcdefgh";
+    EXPECT_EQ(0, memcpy_s(overlap + 2, sizeof overlap - 2, overlap, 6));
+    EXPECT_STREQ("ababcdef", overlap);
+
+    std::memset(dest, kFill, sizeof dest);
+    EXPECT_EQ(0, memset_s(dest, 6, 'a', 4));
+    EXPECT_NE(0, memset_s(dest + 4, 2, 'b', 3));  // too many: destMax bytes set, no more
+    EXPECT_EQ("aaaabbZZ", std::string(dest, 8));
+    EXPECT_NE(0, memset_s(nullptr, 6, 0, 1));
 }
 
 }  // namespace

@@ -1,24 +1,17 @@
-// The transport SDK as the library's alarm-check resource uses it: exact
-// paths, the method mask, the body limit, the answer as the handler made it,
-// and connections that never finish.
-#include <netinet/in.h>
+// The HTTP pair. The transport SDK as the library's alarm-check resource uses it: exact paths, the method mask, the
+// body limit, the answer as the handler made it, and connections that never finish. The REST client as the library
+// uses it: where it connects, what it puts on the wire, and the failure results (the agent stand-in plays the server).
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
+#include "Agent.h"
+#include "RestCall.h"
 #include "TestEnv.h"
 #include "transport_sdk.h"
 
@@ -32,16 +25,16 @@ std::string LastSeen() {
     std::lock_guard<std::mutex> lock(g_seenMutex);
     return std::exchange(g_seen, "<none>");
 }
+void See(const std::string& seen) {
+    std::lock_guard<std::mutex> lock(g_seenMutex);
+    g_seen = seen;
+}
 
 // Records "url|body|X-Custom|client ip" and echoes the body back with a counted trailing zero byte.
 int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
-    {
-        std::lock_guard<std::mutex> lock(g_seenMutex);
-        g_seen = std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") +
-                 "|" + req->ip;
-    }
+    See(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" + req->ip);
     if (rsp->status != 0 || rsp->body != nullptr || allocRspBody(&rsp->body, req->bodyLen + 1) != 0) {
         return -1;
     }
@@ -52,8 +45,7 @@ int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
 
 // Records the body's length and answers without a body (bodies above the client's answer cap).
 int Takes(stru_REST_REQUEST* req, stru_REST_RESPONSE*) {
-    std::lock_guard<std::mutex> lock(g_seenMutex);
-    g_seen = std::to_string(req->bodyLen);
+    See(std::to_string(req->bodyLen));
     return 0;
 }
 
@@ -67,58 +59,27 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
 
 class TransportSdk : public ::testing::Test {
 protected:
-    // Sends to the SDK; the status, or -1 when the request failed.
-    int Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST,
-             std::string* answer = nullptr) {
-        std::string url = "http://127.0.0.1:" + portText_ + path;
-        std::string copy = body;
-        stru_REST_REQUEST req{};
-        req.url = &url[0];
-        req.body = copy.empty() ? nullptr : &copy[0];
-        req.bodyLen = copy.size();
-        req.header = zeb_restHeadContentCreate();
-        zeb_restHeadContentAdd(req.header, "X-Custom", "c1");
-        stru_REST_RESPONSE* rsp = nullptr;
-        const int rc = sendRequest(nullptr, type, &req, &rsp);
-        zeb_restHeadContentDestory(req.header);
-        const int status = rc == 0 ? rsp->status : -1;
-        if (rc == 0 && answer != nullptr) {
-            const char* contentType = zeb_restHeadContentFind(rsp->header, "Content-Type");
-            *answer = std::string(rsp->body, rsp->bodyLen) + "|" + (contentType != nullptr ? contentType : "");
-        }
-        freeRestResponse(&rsp);
-        return status;
+    testsupport::RestAnswer Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST) {
+        return testsupport::RestCall("http://127.0.0.1:" + portText_ + path, body, type, nullptr, {{"X-Custom", "c1"}});
     }
 
     int port_ = testsupport::FreeLoopbackPort();
     std::string portText_ = std::to_string(port_);
-    testsupport::ScopedEnv ip_{"TRANSPORT_SDK_IP", "127.0.0.1"};
-    testsupport::ScopedEnv portEnv_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    testsupport::ScopedEnv ip_{"TRANSPORT_SDK_IP", "127.0.0.1"}, portEnv_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    sockaddr_in address_{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
 };
 
-TEST(TransportSdkConfig, ReportsConfiguredAddressWithoutServer) {
-    testsupport::ScopedEnv ip("TRANSPORT_SDK_IP", "10.1.2.3");
+TEST_F(TransportSdk, InitNeedsAPortRetriesAfterFailureThenStaysUp) {
     for (const char* bad : {static_cast<const char*>(nullptr), "", "0", "65536", "80x", "-1", " 80"}) {
         testsupport::ScopedEnv port("TRANSPORT_SDK_PORT", bad);
         EXPECT_EQ(0, GetSdkPort()) << (bad != nullptr ? bad : "unset");
         EXPECT_NE(0, TransportSdkInit());
     }
-    testsupport::ScopedEnv port("TRANSPORT_SDK_PORT", "65535");
-    EXPECT_STREQ("10.1.2.3", GetSdkIP());
-    EXPECT_EQ(65535, GetSdkPort());
-    char* body = nullptr;
-    EXPECT_NE(0, allocRspBody(&body, 0));
-    ASSERT_EQ(0, allocRspBody(&body, 4));
-    EXPECT_EQ(0, std::memcmp(body, "\0\0\0\0", 4));
-    free(body);
-}
-
-TEST_F(TransportSdk, InitRetriesAfterFailureThenStaysUp) {
+    EXPECT_EQ("127.0.0.1 " + portText_, testsupport::Words(GetSdkIP(), GetSdkPort()));
     stru_REST_RESOURCE echo{0, Echo};
     EXPECT_NE(0, RegisterUrl("/echo", &echo));  // not running yet
     const int blocker = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
-    ASSERT_EQ(0, bind(blocker, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, bind(blocker, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
     ASSERT_EQ(0, listen(blocker, 1));
     EXPECT_NE(0, TransportSdkInit());  // port in use
     close(blocker);
@@ -134,52 +95,51 @@ TEST_F(TransportSdk, InitRetriesAfterFailureThenStaysUp) {
     testsupport::ScopedEnv unset("TRANSPORT_SDK_PORT", nullptr);
     EXPECT_EQ(0, TransportSdkInit());  // remembers the success
     EXPECT_EQ(0, RegisterUrl("/echo", &echo));
-    EXPECT_EQ(200, Call("/echo", "hi"));
+    EXPECT_EQ(200, Call("/echo", "hi").status);
 }
 
-TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswer) {
+TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBodyLimit) {
+    char* zeroed = nullptr;
+    EXPECT_NE(0, allocRspBody(&zeroed, 0));
+    ASSERT_EQ(0, allocRspBody(&zeroed, 4));
+    EXPECT_EQ(0, std::memcmp(zeroed, "\0\0\0\0", 4));
+    free(zeroed);
     ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE echo{0, Echo};
-    stru_REST_RESOURCE fails{0, Fails};
-    stru_REST_RESOURCE noHandler{0, nullptr};
-    for (auto [path, resource] : {std::make_pair<const char*, stru_REST_RESOURCE*>(nullptr, &echo),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("/echo", nullptr),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("echo", &echo),
-                                  std::make_pair<const char*, stru_REST_RESOURCE*>("/echo", &noHandler)}) {
-        EXPECT_NE(0, RegisterUrl(path, resource));
-    }
+    stru_REST_RESOURCE echo{0, Echo}, fails{0, Fails}, noHandler{0, nullptr};
+    EXPECT_NE(0, RegisterUrl(nullptr, &echo));
+    EXPECT_NE(0, RegisterUrl("/echo", nullptr));
+    EXPECT_NE(0, RegisterUrl("echo", &echo));
+    EXPECT_NE(0, RegisterUrl("/echo", &noHandler));
     ASSERT_EQ(0, RegisterUrl("/echo", &echo));
     ASSERT_EQ(0, RegisterUrl("/fails", &fails));
-    std::string answer;
     const std::string body("a\0b=c", 5);
-    EXPECT_EQ(200, Call("/echo?x=1&y=%2F", body, REST_REQUEST_POST, &answer));
+    testsupport::RestAnswer answer = Call("/echo?x=1&y=%2F", body);
     EXPECT_EQ("/echo?x=1&y=%2F|" + body + "|c1|127.0.0.1", LastSeen());
-    EXPECT_EQ(body + std::string(1, '\0') + "|text/plain", answer);  // bodyLen as counted, trailing zero included
-    EXPECT_EQ(200, Call("/echo", "", REST_REQUEST_PUT, &answer));
-    EXPECT_EQ(std::string(1, '\0') + "|text/plain", answer);
-    EXPECT_EQ(500, Call("/fails", "x", REST_REQUEST_POST, &answer));
-    EXPECT_EQ("|", answer);
+    EXPECT_EQ(body + '\0' + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +  // the zero as counted
+                                                 std::to_string(answer.status));
+    answer = Call("/echo", "", REST_REQUEST_PUT);
+    EXPECT_EQ(std::string(1, '\0') + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +
+                                                          std::to_string(answer.status));
+    EXPECT_EQ("/echo||c1|127.0.0.1", LastSeen());
+    answer = Call("/fails", "x");
+    EXPECT_EQ("500||", std::to_string(answer.status) + "|" + answer.body + "|" + answer.contentType);
     for (const char* path : {"/echo/more", "/"}) {
-        EXPECT_EQ(404, Call(path, "x")) << path;
+        EXPECT_EQ(404, Call(path, "x").status) << path;
     }
     ASSERT_EQ(0, RegisterUrl("/echo", &fails));  // replaces
-    EXPECT_EQ(500, Call("/echo", "x"));
-}
-
-TEST_F(TransportSdk, MethodMaskAndBodyLimit) {
-    ASSERT_EQ(0, TransportSdkInit());
+    EXPECT_EQ(500, Call("/echo", "x").status);
+    // The method mask and the body limit.
     stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Takes};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
-    EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET));
-    EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT));
+    EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET).status);
+    EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT).status);
     EXPECT_EQ("<none>", LastSeen());
-
     const std::string limit(TRANSPORT_SDK_MAX_BODY, 'z');
-    EXPECT_EQ(200, Call("/post", limit));
+    EXPECT_EQ(200, Call("/post", limit).status);
     EXPECT_EQ(std::to_string(TRANSPORT_SDK_MAX_BODY), LastSeen());
-    EXPECT_EQ(413, Call("/post", limit + "z"));
+    EXPECT_EQ(413, Call("/post", limit + "z").status);
     EXPECT_EQ("<none>", LastSeen());  // the handler never ran
-    EXPECT_EQ(200, Call("/post", "after"));  // the refused upload left no debris on the connection
+    EXPECT_EQ(200, Call("/post", "after").status);  // the refused upload left no debris on the connection
 
     // Chunked upload: no length announced, the limit is found while reading.
     CURL* curl = curl_easy_init();
@@ -211,8 +171,7 @@ TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
     transportSdkSetTimeouts(1, 2);
     ASSERT_EQ(0, TransportSdkInit());
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
-    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
     // One byte of an endless header every 200 ms: never idle, never complete.
     (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
     bool closed = false;
@@ -223,6 +182,141 @@ TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
     }
     EXPECT_TRUE(closed);
     close(fd);
+}
+
+const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
+
+struct Request {
+    explicit Request(std::string u, std::string b = "") : url(std::move(u)), body(std::move(b)) {
+        rec.url = &url[0];
+        rec.body = body.empty() ? nullptr : &body[0];
+        rec.bodyLen = body.size();
+        rec.header = zeb_restHeadContentCreate();
+    }
+    ~Request() { zeb_restHeadContentDestory(rec.header); }
+    std::string url, body;
+    stru_REST_REQUEST rec{};
+};
+
+// Sends and releases the response; true when there was one (and the result was 0).
+bool Sent(Request& req, const char* endpoint = "", int type = REST_REQUEST_POST, unsigned* bodyLen = nullptr) {
+    stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
+    const int result = sendRequest(endpoint, type, &req.rec, &response);
+    EXPECT_EQ(result == 0, response != nullptr);
+    if (bodyLen != nullptr && response != nullptr) {
+        *bodyLen = static_cast<unsigned>(response->bodyLen);
+    }
+    freeRestResponse(&response);
+    return result == 0;
+}
+
+// A peer on a loopback port that reads one request and answers with exactly these bytes.
+class RawPeer {
+public:
+    explicit RawPeer(std::string answer) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in addr{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+        socklen_t len = sizeof(addr);
+        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+        EXPECT_EQ(0, listen(fd_, 1));
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len);
+        endpoint_ = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+        peer_ = std::thread([this, answer] {
+            pollfd p{fd_, POLLIN, 0};
+            if (poll(&p, 1, 5000) == 1) {
+                const int c = accept(fd_, nullptr, nullptr);
+                char buf[4096];
+                (void)!read(c, buf, sizeof(buf));
+                (void)!send(c, answer.data(), answer.size(), MSG_NOSIGNAL);
+                close(c);
+            }
+        });
+    }
+    ~RawPeer() {
+        peer_.join();
+        close(fd_);
+    }
+    const char* endpoint() const { return endpoint_.c_str(); }
+
+private:
+    int fd_;
+    std::string endpoint_;
+    std::thread peer_;
+};
+
+TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
+    auto agent = testsupport::StartedAgent();
+    testsupport::TempDir dir;
+    RawPeer garbled("garbage garbage\r\n\r\n");
+    const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+    const std::string noSocket = "unix:" + dir.path() + "/none.sock";
+    testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
+    Request ok(kAgentUrl);
+    stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
+    EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, nullptr, &response));
+    EXPECT_EQ(nullptr, response);
+    EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, &ok.rec, nullptr));
+    EXPECT_FALSE(Sent(ok, "", 9));
+    for (const char* url : {"https://" REST_LOCAL_ENDPOINT "/x", "nodeward.local/x", "http:///x", ""}) {
+        Request bad(url);
+        EXPECT_FALSE(Sent(bad)) << url;
+    }
+    for (const char* endpoint : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:70000", ":80", "unix:", "::1:80", "h:8x",
+                                 refused.c_str(), noSocket.c_str(), garbled.endpoint()}) {
+        EXPECT_FALSE(Sent(ok, endpoint)) << endpoint;
+    }
+    Request noBody(kAgentUrl);
+    noBody.rec.bodyLen = 4;
+    EXPECT_FALSE(Sent(noBody));
+    Request injected(kAgentUrl);
+    zeb_restHeadContentAdd(injected.rec.header, "X-Custom", "v\r\nX-Evil: 1");
+    EXPECT_FALSE(Sent(injected));
+    EXPECT_TRUE(agent->requests().empty());
+}
+
+TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
+    auto agent = testsupport::StartedAgent();
+    testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
+    testsupport::ScopedEnv proxy("http_proxy", "http://127.0.0.1:1");  // must be ignored
+    Request req(kAgentUrl, std::string("a\0b\0", 4));
+    zeb_restHeadContentAdd(req.rec.header, "X-Custom", "v1");
+    zeb_restHeadContentAdd(req.rec.header, "Content-Length", "999");  // framing follows bodyLen
+    char cookie[] = "k=v";
+    req.rec.cookie = cookie;
+    unsigned answerLength = 0;
+    ASSERT_TRUE(Sent(req, "", REST_REQUEST_POST, &answerLength));  // the agent refuses the body: 400
+    ASSERT_EQ(1u, agent->requests().size());
+    const nodeward::ReceivedRequest seen = agent->requests()[0];
+    EXPECT_EQ(std::string("a\0b\0", 4), seen.body);
+    EXPECT_GT(answerLength, 0u);
+    EXPECT_EQ("4|v1|k=v|" REST_LOCAL_ENDPOINT "||", seen.header("Content-Length") + "|" + seen.header("X-Custom") +
+                                                        "|" + seen.header("Cookie") + "|" + seen.header("Host") + "|" +
+                                                        seen.header("Expect") + "|" + seen.header("Content-Type"));
+    // Where it connects.
+    testsupport::TempDir dir;
+    auto viaEnv = testsupport::StartedAgent(nullptr, "unix:" + dir.path() + "/agent.sock");
+    auto viaArg = testsupport::StartedAgent(), named = testsupport::StartedAgent();
+    testsupport::ScopedEnv viaEnvEndpoint("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
+    Request local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
+    // Alternating unix and TCP on one thread: a kept connection must not be reused for the wrong target.
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(Sent(local) && Sent(local, viaArg->endpoint().c_str()) && Sent(other) &&
+                    Sent(other, viaArg->endpoint().c_str()));
+    }
+    EXPECT_EQ("2 4 2", testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
+}
+
+// An answer sent without its length is counted while it arrives.
+TEST(RestClient, ChunkedAnswersAreCapped) {
+    for (unsigned size : {REST_MAX_ANSWER_BODY, REST_MAX_ANSWER_BODY + 1}) {
+        char head[32];
+        std::snprintf(head, sizeof(head), "%x\r\n", size);
+        RawPeer peer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(head) +
+                     std::string(size, 'x') + "\r\n0\r\n\r\n");
+        Request req(kAgentUrl);
+        unsigned answerLength = 0;
+        EXPECT_EQ(size == REST_MAX_ANSWER_BODY, Sent(req, peer.endpoint(), REST_REQUEST_POST, &answerLength));
+        EXPECT_EQ(size == REST_MAX_ANSWER_BODY ? size : 0u, answerLength);
+    }
 }
 
 }  // namespace

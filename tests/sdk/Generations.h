@@ -1,18 +1,99 @@
-// Drives either generation through its C interface the same way, so that
-// the tests of the send cycle both share run on both.
+// Drives either generation through its C interface the same way: the tests of the shared send cycle run on both.
 #ifndef GENERATIONS_H
 #define GENERATIONS_H
 
 #include <cstdio>
-#include <ostream>
-#include <string>
+#include <cstdlib>
 
-#include "AlarmSdk.h"
+#include "AlarmConfig.h"
 #include "AlarmSdkStats.h"
-#include "LegacyFixtures.h"
 #include "SdkTestSupport.h"
 
+// Legacy alarm definitions built in memory, as the loader leaves them: the model, texts and delivery apart from XML.
+namespace legacytest {
+
+struct EnumSpec {
+    int64_t value;
+    const char* en;
+    const char* ch;
+};
+
+struct ParamSpec {
+    const char *name, *en, *ch, *type;
+    int64_t len;
+    int64_t cls;  // 0 location, 1 append information
+    std::vector<EnumSpec> enums;
+};
+
+template <std::size_t N> void Set(char (&field)[N], const char* text) {
+    std::snprintf(field, N, "%s", text);
+}
+
+// A definition like the loader's (the numbers no case reads left zero), reachable until the process ends.
+inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
+                                const std::vector<ParamSpec>& params) {
+    static auto* kept = new std::vector<stAlarmItems*>();
+    stAlarmItems* item = kept->emplace_back(static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems))));
+    item->alarmId = id;
+    std::snprintf(item->alarmName, sizeof(item->alarmName), "EN:%s##ZH:%s##", en, ch);
+    Set(item->serviceType, serviceType);
+    item->paramNum = static_cast<int64_t>(params.size());
+    item->params = static_cast<stParaDef*>(std::calloc(params.size() + 1, sizeof(stParaDef)));
+    for (std::size_t i = 0; i < params.size(); ++i) {
+        const ParamSpec& spec = params[i];
+        stParaDef& p = item->params[i];
+        Set(p.paramName, spec.name);
+        Set(p.paramEnName, spec.en);
+        Set(p.paramChName, spec.ch);
+        Set(p.paramType, spec.type);
+        p.paramLen = spec.len;
+        p.paramClass = spec.cls;
+        p.enumNum = static_cast<int64_t>(spec.enums.size());
+        if (!spec.enums.empty()) {
+            p.enumValues = static_cast<stEnumBitDef*>(std::calloc(spec.enums.size(), sizeof(stEnumBitDef)));
+        }
+        for (std::size_t e = 0; e < spec.enums.size(); ++e) {
+            p.enumValues[e].value = spec.enums[e].value;
+            Set(p.enumValues[e].enName, spec.enums[e].en);
+            Set(p.enumValues[e].chName, spec.enums[e].ch);
+        }
+    }
+    return item;
+}
+
+// 300012, disk usage: location disk, append usage and state.
+inline stAlarmItems* DiskDefinition() {
+    return Definition(300012, "storage", "Disk usage high", "磁盘使用率高",
+                      {{"disk", "Disk", "磁盘", "STRING", 0, 0, {}},
+                       {"usage", "Usage", "使用率", "UINT", 1, 1, {}},
+                       {"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}}});
+}
+
+// Makes items the loaded definitions (linked in order) and marks them loaded.
+inline void InstallDefinitions(const std::vector<stAlarmItems*>& items) {
+    for (std::size_t i = 0; i + 1 < items.size(); ++i) {
+        items[i]->next = items[i + 1];
+    }
+    g_stCfgParaInfo.head = items.empty() ? nullptr : items.front();
+    g_uiInitFlag = 1;
+}
+
+}  // namespace legacytest
+
+
 namespace sdktest {
+
+// Allocates a legacy alarm with room for slots parameters, fills, sends and frees it; SendAlarm's result.
+inline int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
+                      unsigned int slots) {
+    AlarmObject* object = AllocAlarmObject(id, type, slots);
+    for (const auto& p : params) {
+        AppendParam(object, p.first, p.second);
+    }
+    const int result = SendAlarm(object);
+    FreeAlarmObject(object);
+    return result;
+}
 
 enum class Generation { Current, Legacy };
 
@@ -31,23 +112,16 @@ public:
         }
         legacytest::InstallDefinitions({legacytest::Definition(7, "orders", "Sequence", "序号告警",
                                                                {{"seq", "Seq", "序号", "STRING", 0, 0, {}}})});
-        const std::string xml = dir_.path() + "/alarms.xml";  // must exist; the definitions are in memory
-        std::fclose(std::fopen(xml.c_str(), "w"));
-        return InitAlarm(xml.c_str(), "svc-1", "inst-1", 0) == 1;
+        return InitAlarm(ExistingFile(dir_).c_str(), "svc-1", "inst-1", 0) == 1;
     }
 
-    // Sends alarm 7 carrying seq; true when the call succeeded.
+    // Sends alarm 7 carrying seq, or seq "0" to "count - 1"; true when every call succeeded.
     bool send(const std::string& seq) {
         if (!legacy_) {
             return SendSingleton("7", seq) == 0;
         }
-        AlarmObject* object = AllocAlarmObject("7", 0, 1);
-        const bool ok = AppendParam(object, "seq", seq.c_str()) == 1 && SendAlarm(object) == 1;
-        FreeAlarmObject(object);
-        return ok;
+        return SendLegacy("7", 0, {{"seq", seq.c_str()}}, 1) == 1;
     }
-
-    // Sends seq "0" to "count - 1"; true when every call succeeded.
     bool send(int count) {
         bool ok = true;
         for (int i = 0; i < count; ++i) {
@@ -56,7 +130,6 @@ public:
         return ok;
     }
 
-    // The generation's manager's counters and flush.
     alarmsdk_stats stats() const {
         alarmsdk_stats s = {};
         s.size = sizeof(s);
@@ -67,15 +140,35 @@ public:
         return legacy_ ? alarmsdk_flush_legacy(timeoutMs) : alarmsdk_flush_process(timeoutMs);
     }
 
-    // The seq an arrived alarm carries.
+    // The seq an arrived alarm carries (legacy: location "EN:Seq=<seq>##ZH:序号=<seq>##").
     static std::string SeqOf(const nodeward::ReceivedAlarm& alarm) {
+        const std::string prefix = "EN:Seq=";
         if (!alarm.legacy) {
             return Param(alarm, "seq");
         }
-        const std::string prefix = "EN:Seq=";  // location "EN:Seq=<seq>##ZH:序号=<seq>##"
-        return alarm.location.compare(0, prefix.size(), prefix) == 0
-                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
-                   : "";
+        return alarm.location.rfind(prefix, 0) == 0
+                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size()) : "";
+    }
+    // The seqs the alarms carry, and the seqs "0" to "count - 1", as words.
+    static std::string SeqsOf(const std::vector<nodeward::ReceivedAlarm>& alarms) {
+        std::string seqs;
+        for (std::size_t i = 0; i < alarms.size(); ++i) {
+            seqs += (i > 0 ? " " : "") + SeqOf(alarms[i]);
+        }
+        return seqs;
+    }
+    static std::string Counting(int count) {
+        std::string seqs;
+        for (int i = 0; i < count; ++i) {
+            seqs += (i > 0 ? " " : "") + std::to_string(i);
+        }
+        return seqs;
+    }
+    // An existing, empty alarms.xml in dir, for InitAlarm's path check when the definitions are in memory.
+    static std::string ExistingFile(const testsupport::TempDir& dir) {
+        const std::string xml = dir.path() + "/alarms.xml";
+        std::fclose(std::fopen(xml.c_str(), "w"));
+        return xml;
     }
 
     const char* successText() const { return legacy_ ? "send alarmModels success!" : "send alarms success!"; }

@@ -1,60 +1,43 @@
-// Shared pieces of the library's tests: the fixture every end-to-end case
-// starts from (an agent on loopback that the process's REST client reaches),
-// shortcuts for sending C alarms, and a fully set record.
+// Shared pieces of the library's tests: the fixture every end-to-end case starts from (an agent on loopback that the
+// process's REST client reaches), shortcuts for sending C alarms, and a fully set record.
 #ifndef SDK_TEST_SUPPORT_H
 #define SDK_TEST_SUPPORT_H
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include <atomic>
+#include <cstring>
 
 #include "AlarmEx.h"
+#include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "Agent.h"
 #include "LogCapture.h"
-#include "NodewardSim.h"
 #include "PauseRecorder.h"
-#include "TestEnv.h"
+#include "SimDocument.h"
 
 namespace sdktest {
 
-using Params = std::vector<std::pair<std::string, std::string>>;
-
-// Sends one C alarm with the given parameters through send (ZEBSendAlarm or a
-// co-process variant) and frees it. Returns the send result.
-template <typename SendFn>
-int SendCAlarm(SendFn send, const char* alarmId, int type, const Params& params) {
-    _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, type);
-    for (const auto& p : params) {
-        ZEBAppendAlarmParam(alarm, p.first.c_str(), p.second.c_str());
-    }
+// Sends one C alarm with parameter "seq" through send (ZEBSendAlarm by default), frees it; the send result.
+inline int SendSeq(const char* alarmId, const std::string& seq,
+                   const std::function<int(_ZEBAlarm*)>& send = ZEBSendAlarm) {
+    _ZEBAlarm* alarm = ZEBAllocAlarm(alarmId, ZEB_ALARM_GENERATE);
+    ZEBAppendAlarmParam(alarm, "seq", seq.c_str());
     const int result = send(alarm);
     ZEBFreeAlarm(alarm);
     return result;
 }
-
-inline int SendSingleton(const char* alarmId, const std::string& seq) {
-    return SendCAlarm(&ZEBSendAlarm, alarmId, ZEB_ALARM_GENERATE, {{"seq", seq}});
+inline int SendSingleton(const char* alarmId, const std::string& seq) { return SendSeq(alarmId, seq); }
+inline int SendVia(AlarmManagerEx* manager, const char* alarmId, const std::string& seq) {
+    return SendSeq(alarmId, seq, [manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); });
 }
 
 // The value of parameter name in alarm, or "<absent>".
 inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string& name) {
-    for (const auto& p : alarm.parameters) {
-        if (p.first == name) {
-            return p.second;
-        }
-    }
-    return "<absent>";
+    const auto& all = alarm.parameters;
+    const auto found = std::find_if(all.begin(), all.end(), [&name](const auto& p) { return p.first == name; });
+    return found != all.end() ? found->second : "<absent>";
 }
-
-// Identity for the process-wide manager.
-struct SingletonEnv {
-    testsupport::ScopedEnv appId{"APPID", "app-7"};
-    testsupport::ScopedEnv appName{"APPNAME", "orders-app"};
-};
 
 // The node's address variables for one case, each set or (nullptr) unset.
 struct NodeEnv {
@@ -68,28 +51,20 @@ struct NodeEnv {
 // agent starts on a free loopback port when a case asks for it.
 class AgentTest : public ::testing::Test {
 protected:
-    bool StartAgent(nodeward::SimOptions options = nodeward::SimOptions()) {
-        options.endpoint = "127.0.0.1:0";
-        agent_ = std::make_unique<nodeward::Sim>(options);
-        std::string error;
-        if (!agent_->start(&error)) {
-            ADD_FAILURE() << "agent did not start: " << error;
-            return false;
-        }
+    bool StartAgent(const testsupport::SimSetup& setup = nullptr) {
+        agent_ = testsupport::StartedAgent(setup);
         setenv("NODEWARD_ENDPOINT", agent_->endpoint().c_str(), 1);
-        return true;
+        return !HasFailure();
     }
     // Runs init with the send thread it starts parked in its first idle pause,
     // then queue, then lets the thread go: everything queued leaves together.
-    template <typename Init, typename Queue>
-    void WhileParked(Init init, Queue queue) {
+    template <typename Init, typename Queue> void WhileParked(Init init, Queue queue) {
         pauses_.hold();
         ASSERT_TRUE(init());
         ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
         queue();
         pauses_.release();
     }
-    // The only alarm the agent accepted, once it arrived.
     nodeward::ReceivedAlarm OnlyAlarm() {
         EXPECT_TRUE(agent_->waitForAcceptedAlarms(1, 20000));
         const auto alarms = agent_->acceptedAlarms();
@@ -99,20 +74,13 @@ protected:
 
     testsupport::PauseRecorder pauses_;
     testsupport::LogCapture log_;
-    SingletonEnv env_;
+    testsupport::ScopedEnv appId_{"APPID", "app-7"}, appName_{"APPNAME", "orders-app"};
     std::unique_ptr<nodeward::Sim> agent_;
 };
 
-// The keys of a full alarm object, and of a reset-clear announcement (id "0"), in document order.
-inline const std::vector<std::string> kAllAlarmKeys{
-    "alarmId",     "appId",        "occurTime", "serviceName", "serviceIp",     "servicePort", "serviceLabel",
-    "alarmType",   "serviceId",    "serviceInstId", "rsetClear", "nodeIp",     "callBackInfo", "parameters"};
-inline const std::vector<std::string> kAnnouncementKeys{"alarmId",   "appId",       "occurTime",   "serviceName",
-                                                        "serviceIp", "servicePort", "serviceLabel"};
-
 // A record with every field set; parameters appended out of name order.
 inline std::unique_ptr<AlarmEx> FullAlarm(const char* id = "300012", EU_GEN_CLEAR_TYPE type = ZEB_ALARM_GENERATE) {
-    std::unique_ptr<AlarmEx> alarm(new AlarmEx(id, type));
+    auto alarm = std::make_unique<AlarmEx>(id, type);
     alarm->appendParameter("usage", "95");
     alarm->appendParameter("disk", "sda");
     alarm->setServiceName("orders");

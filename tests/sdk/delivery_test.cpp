@@ -1,17 +1,8 @@
-// Alarms travel from the C interface to a real agent over loopback: batching,
-// order, the resend rule, and what the manager adds to every alarm.
-#include <gtest/gtest.h>
+// Alarms travel from the C interface to a real agent over loopback: batching, order, the resend rule, what the manager
+// adds to every alarm, the delivery counters and flush, reset-clear announcements and co-process managers.
+#include <map>
 
-#include <atomic>
-#include <set>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <vector>
-
-#include "AlarmManagerEx.h"
 #include "Generations.h"
-#include "SdkTestSupport.h"
 
 using nodeward::FailMode;
 using nodeward::ReceivedAlarm;
@@ -20,7 +11,6 @@ using sdktest::GenerationDriver;
 
 namespace {
 
-// The send cycle is shared by both generations; these cases run on each.
 class SharedDelivery : public sdktest::AgentTest, public ::testing::WithParamInterface<Generation> {
 protected:
     GenerationDriver driver_{GetParam()};
@@ -30,31 +20,21 @@ TEST_P(SharedDelivery, QueuedAlarmsLeaveInBatchesOfFiftyInQueueOrder) {
     ASSERT_TRUE(StartAgent());
     WhileParked([this] { return driver_.init(); }, [this] { ASSERT_TRUE(driver_.send(120)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(120, 20000));
-
-    const auto requests = agent_->requests();
-    ASSERT_EQ(3u, requests.size());
-    EXPECT_EQ((std::vector<std::size_t>{50, 50, 20}),
-              (std::vector<std::size_t>{requests[0].alarms.size(), requests[1].alarms.size(),
-                                        requests[2].alarms.size()}));
-    for (const auto& request : requests) {
+    std::vector<std::size_t> sizes;
+    for (const auto& request : agent_->requests()) {
+        sizes.push_back(request.alarms.size());
         EXPECT_EQ("application/json", request.header("Content-Type"));
-        EXPECT_EQ(std::to_string(request.body.size()), request.header("Content-Length"));
     }
-    const auto alarms = agent_->acceptedAlarms();
-    for (int i = 0; i < 120; ++i) {
-        EXPECT_EQ(std::to_string(i), GenerationDriver::SeqOf(alarms[i])) << "queue order lost at " << i;
-        EXPECT_EQ(GetParam() == Generation::Legacy, alarms[i].legacy);
-    }
+    EXPECT_EQ((std::vector<std::size_t>{50, 50, 20}), sizes);
+    EXPECT_EQ(GenerationDriver::Counting(120), GenerationDriver::SeqsOf(agent_->acceptedAlarms()));
     EXPECT_TRUE(testsupport::WaitUntil(
-        [this] { return log_.count(driver_.successText(), driver_.successLevel(), driver_.logSource()) == 3; },
-        5000));
+        [this] { return log_.count(driver_.successText(), driver_.successLevel(), driver_.logSource()) == 3; }, 5000));
 }
 
 TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     ASSERT_TRUE(StartAgent());
     ASSERT_TRUE(driver_.init());
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 200;
+    constexpr int kThreads = 4, kPerThread = 200;
     std::atomic<int> failures{0};
     std::vector<std::thread> senders;
     for (int t = 0; t < kThreads; ++t) {
@@ -69,119 +49,90 @@ TEST_P(SharedDelivery, SeveralThreadsSendingAtOnceLoseNothingBelowTheBound) {
     }
     EXPECT_EQ(0, failures.load());
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(kThreads * kPerThread, 30000));
-    // Each sender's alarms keep their order, and none arrives twice.
-    std::vector<int> next(kThreads, 0);
-    std::set<std::string> seen;
+    // Each sender's alarms arrive once, in their order.
+    std::vector<std::string> seqs(kThreads);
     for (const auto& a : agent_->acceptedAlarms()) {
         const std::string seq = GenerationDriver::SeqOf(a);
-        ASSERT_TRUE(seen.insert(seq).second) << "duplicate " << seq;
-        const int t = std::stoi(seq.substr(0, seq.find(':')));
-        EXPECT_EQ(next[t]++, std::stoi(seq.substr(seq.find(':') + 1)));
+        std::string& sender = seqs.at(std::stoi(seq));
+        sender += (sender.empty() ? "" : " ") + seq.substr(seq.find(':') + 1);
     }
+    EXPECT_EQ(std::vector<std::string>(kThreads, GenerationDriver::Counting(kPerThread)), seqs);
 }
 
-// The idle wait on the production queue, its tick stretched or shrunk: with a
-// minute-long tick only a full batch can end it within the test; with a short
-// one a lone alarm leaves at the next tick.
-class IdleWake : public sdktest::AgentTest,
-                 public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {
-protected:
-    GenerationDriver driver_{std::get<0>(GetParam())};
-};
+// The idle wait on the production queue, its tick stretched or shrunk: with a minute-long tick only a full batch can
+// end it within the test; with a short one a lone alarm leaves at the next tick.
+class IdleWake : public sdktest::AgentTest, public ::testing::WithParamInterface<std::tuple<Generation, long, int>> {};
 
 TEST_P(IdleWake, TheIdleWaitEndsAtAFullBatchOrAtTheNextTick) {
-    const int alarms = std::get<2>(GetParam());
+    const auto [generation, tick, alarms] = GetParam();
+    GenerationDriver driver(generation);
     ASSERT_TRUE(StartAgent());
-    pauses_.wakeOnWork(std::get<1>(GetParam()));
-    ASSERT_TRUE(driver_.init());
+    pauses_.wakeOnWork(tick);
+    ASSERT_TRUE(driver.init());
     ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
-    ASSERT_TRUE(driver_.send(alarms));
+    ASSERT_TRUE(driver.send(alarms));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(alarms, 20000));
     const auto requests = agent_->requests();
     ASSERT_EQ(1u, requests.size()) << "the batch left before it was complete";
     EXPECT_EQ(static_cast<std::size_t>(alarms), requests[0].alarms.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(60000L), ::testing::Values(50)));
-INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(20L), ::testing::Values(1)));
+const auto kBoth = ::testing::Values(Generation::Current, Generation::Legacy);
+INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake, ::testing::Combine(kBoth, ::testing::Values(60000L), ::testing::Values(50)));
+INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake, ::testing::Combine(kBoth, ::testing::Values(20L), ::testing::Values(1)));
 
 class SharedDeliveryRetry : public sdktest::AgentTest,
                             public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {};
 
 TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
     GenerationDriver driver(std::get<0>(GetParam()));
-    nodeward::SimOptions options;
-    options.failFirst = 2;
-    options.failMode = std::get<1>(GetParam());
-    ASSERT_TRUE(StartAgent(options));
+    ASSERT_TRUE(StartAgent([this](nodeward::SimOptions& o) {
+        o.failFirst = 2;
+        o.failMode = std::get<1>(GetParam());
+    }));
     WhileParked([&] { return driver.init(); }, [&] { ASSERT_TRUE(driver.send(5)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(5, 20000));
-
     const auto requests = agent_->requests();
     ASSERT_EQ(3u, requests.size());
     EXPECT_FALSE(requests[0].accepted || requests[1].accepted);
     EXPECT_EQ(requests[0].body, requests[2].body) << "a resend must carry the same batch";
     EXPECT_EQ(2u, pauses_.count(3));
-    const auto alarms = agent_->acceptedAlarms();
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(std::to_string(i), GenerationDriver::SeqOf(alarms[i]));
-    }
+    EXPECT_EQ(GenerationDriver::Counting(5), GenerationDriver::SeqsOf(agent_->acceptedAlarms()));
     // An answer that is not base64 is reported, then judged like any other failure.
     EXPECT_EQ(std::get<1>(GetParam()) == FailMode::Garbage ? 2u : 0u,
               log_.count("encode response body error", 5, driver.logSource()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Generations, SharedDelivery, ::testing::Values(Generation::Current, Generation::Legacy),
-                         ::testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Generations, SharedDelivery, kBoth, ::testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(Modes, SharedDeliveryRetry,
-                         ::testing::Combine(::testing::Values(Generation::Current, Generation::Legacy),
-                                            ::testing::Values(FailMode::RetCode, FailMode::Empty, FailMode::Garbage,
-                                                              FailMode::Close)));
+                         ::testing::Combine(kBoth, ::testing::Values(FailMode::RetCode, FailMode::Empty,
+                                                                     FailMode::Garbage, FailMode::Close)));
 
 using Delivery = sdktest::AgentTest;
 
-TEST_F(Delivery, CurrentDocumentsCarryEveryKeyInTheirEnvelope) {
+TEST_F(Delivery, CurrentAlarmsCarryTheCallersDataAndTheManagersIdentity) {
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     _ZEBAlarm* alarm = ZEBAllocAlarm("42", ZEB_ALARM_CLEAR);
-    ASSERT_EQ(0, ZEBSetAlarmServiceName(alarm, "caller-name"));
-    ASSERT_EQ(0, ZEBAppendAlarmParam(alarm, "disk", "sda"));
-    ASSERT_EQ(0, ZEBSendAlarm(alarm));
-    ASSERT_EQ(0, ZEBResetAlarmTime(alarm, 1700000000123L));
-    ASSERT_EQ(0, ZEBSendAlarm(alarm));
-    ASSERT_EQ(0, ZEBFreeAlarm(alarm));
+    const int results[] = {ZEBSetAlarmServiceName(alarm, "caller-name"), ZEBAppendAlarmParam(alarm, "disk", "sda"),
+                           ZEBSendAlarm(alarm), ZEBResetAlarmTime(alarm, 1700000000123L), ZEBSendAlarm(alarm),
+                           ZEBFreeAlarm(alarm)};
+    ASSERT_EQ(std::vector<int>(6, 0), std::vector<int>(std::begin(results), std::end(results)));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 20000));
     const auto alarms = agent_->acceptedAlarms();
     for (const ReceivedAlarm& a : alarms) {
-        EXPECT_EQ(sdktest::kAllAlarmKeys, a.keys);
-        EXPECT_EQ("42", a.alarmId);
-        EXPECT_EQ(2, a.alarmType);  // clear on the wire
-        EXPECT_EQ("app-7", a.appId);
+        EXPECT_EQ("42 2 app-7 0 sda",
+                  testsupport::Words(a.alarmId, a.alarmType, a.appId, a.rsetClear, sdktest::Param(a, "disk")));
         EXPECT_EQ("", a.serviceName) << "the manager's name (none yet) replaces the caller's";
-        EXPECT_EQ(0, a.rsetClear);
-        EXPECT_EQ("sda", sdktest::Param(a, "disk"));
     }
     EXPECT_GT(alarms[0].occurTime, 1700000000123LL);  // stamped in milliseconds
     EXPECT_EQ(1700000000123LL, alarms[1].occurTime);  // the caller's time is kept
-    const std::string json = agent_->requests().at(0).json;
-    EXPECT_EQ(1u, json.find("\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[")) << json;
-    EXPECT_NE(std::string::npos, json.find("]},\"Receiver\":\"SendAlarm\"}"));
 }
 
-// Where the node address and the alarm-source parameters come from.
+// Where the node address and the alarm-source parameters come from: the variables, and what the
+// alarm's "nodeIp", "AlarmSourceLocation" and "AlarmSource" parameter then are.
 struct LocationCase {
-    const char* name;
-    const char* nodeId;
-    const char* hostingServerIp;
-    const char* serverIp;
-    const char* podName;
-    const char* nodeIp;          // the alarm's "nodeIp"
-    const char* sourceLocation;  // its "AlarmSourceLocation" parameter
-    const char* source;          // its "AlarmSource" parameter
+    const char *name, *nodeId, *hostingServerIp, *serverIp, *podName, *nodeIp, *sourceLocation, *source;
 };
 
 class Location : public sdktest::AgentTest, public ::testing::WithParamInterface<LocationCase> {};
@@ -198,104 +149,57 @@ TEST_P(Location, ComesFromTheEnvironment) {
     EXPECT_EQ(c.source, sdktest::Param(a, "AlarmSource"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Location,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Cases, Location, ::testing::Values(
         LocationCase{"NodeIdIsTheNodeAddress", "node-9", nullptr, nullptr, nullptr, "node-9", "<absent>", "<absent>"},
         LocationCase{"HostingServerIpWins", "node-9", "10.0.0.1", "10.0.0.9", "pod-3", "10.0.0.1", "10.0.0.1", "pod-3"},
         LocationCase{"ServerIpStandsIn", nullptr, nullptr, "10.0.0.9", nullptr, "10.0.0.9", "10.0.0.9", "<absent>"},
-        LocationCase{"OneCharacterHostingServerIpIsIgnored", "node-9", "x", nullptr, nullptr, "node-9", "<absent>",
-                     "<absent>"},
-        LocationCase{"OneCharacterHostingServerIpLeavesServerIp", nullptr, "x", "10.0.0.9", nullptr, "10.0.0.9",
-                     "10.0.0.9", "<absent>"}),
+        LocationCase{"OneCharacterHostingServerIpIsIgnored", "node-9", "x", nullptr, nullptr, "node-9", "<absent>", "<absent>"},
+        LocationCase{"OneCharacterHostingServerIpLeavesServerIp", nullptr, "x", "10.0.0.9", nullptr, "10.0.0.9", "10.0.0.9",
+                     "<absent>"}),
     [](const ::testing::TestParamInfo<LocationCase>& info) { return std::string(info.param.name); });
 
-// The alarm source: the record's own, else the manager's, else PODNAME.
-TEST(AlarmSource, RecordThenManagerThenPodName) {
-    const struct {
-        const char* record;
-        const char* manager;
-        const char* podName;
-        const char* expected;
-    } cases[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
-    for (const auto& c : cases) {
-        testsupport::ScopedEnv pod("PODNAME", c.podName);
-        AlarmManagerEx manager(0);  // never started: its queue is read here
-        manager.setAlarmSource(c.manager);
-        AlarmEx alarm("1", ZEB_ALARM_GENERATE);
-        alarm.setAlarmSource(c.record);
-        ASSERT_EQ(0, manager.sendAlarm(&alarm));
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        ASSERT_EQ(1u, batch.size());
-        const auto params = batch.front()->getParamMap();
-        EXPECT_EQ(c.expected, params.count("AlarmSource") != 0 ? params.at("AlarmSource") : "") << c.expected;
-        deleteAlarms(batch);
-    }
+// What a manager that was never started queues for a bare alarm with this
+// source (its queue is read here): "<AlarmSource parameter>|<service id> <instance id>".
+std::string Queued(AlarmManagerEx& manager, const char* source) {
+    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
+    alarm.setAlarmSource(source);
+    EXPECT_EQ(0, manager.sendAlarm(&alarm));
+    std::list<AlarmEx*> batch;
+    manager.getSendAlarmDatas(batch);
+    EXPECT_EQ(1u, batch.size());
+    const std::string queued = batch.front()->getParamMap()["AlarmSource"] + "|" + batch.front()->getServiceId() + " " +
+                               batch.front()->getServiceInsId();
+    deleteAlarms(batch);
+    return queued;
 }
 
+// The alarm source: the record's own, else the manager's, else PODNAME.
 // Service id and instance id go out only once the service IP and name are known.
-TEST(ServiceIdentity, NeedsServiceIpAndName) {
-    const struct {
-        const char* serviceIp;
-        const char* name;
-        bool identified;
-    } cases[] = {{"127.0.0.1", "orders", true}, {"", "orders", false}, {"127.0.0.1", "", false}};
-    for (const auto& c : cases) {
-        AlarmManagerEx manager(0);  // never started: its queue is read here
+TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName) {
+    const struct { const char *record, *manager, *podName, *expected; } sources[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
+    for (const auto& c : sources) {
+        testsupport::ScopedEnv pod("PODNAME", c.podName);
+        AlarmManagerEx manager(0);
+        manager.setAlarmSource(c.manager);
+        EXPECT_EQ(std::string(c.expected) + "| ", Queued(manager, c.record));
+    }
+    const struct { const char *serviceIp, *name, *expected; } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
+    for (const auto& c : identities) {
+        AlarmManagerEx manager(0);
         manager.setServiceIp(c.serviceIp);
         ASSERT_EQ(0, manager.addServiceInfo(c.name, "svc-1", "inst-1", 0));
-        AlarmEx alarm("1", ZEB_ALARM_GENERATE);
-        ASSERT_EQ(0, manager.sendAlarm(&alarm));
-        std::list<AlarmEx*> batch;
-        manager.getSendAlarmDatas(batch);
-        ASSERT_EQ(1u, batch.size());
-        EXPECT_EQ(c.identified ? "svc-1 inst-1" : " ", batch.front()->getServiceId() + " " +
-                                                          batch.front()->getServiceInsId())
-            << c.serviceIp << "/" << c.name;
-        deleteAlarms(batch);
+        EXPECT_EQ(c.expected, Queued(manager, "")) << c.serviceIp << "/" << c.name;
     }
 }
 
 TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
-    nodeward::SimOptions options;
-    options.status = 500;
-    ASSERT_TRUE(StartAgent(options));
+    ASSERT_TRUE(StartAgent([](nodeward::SimOptions& o) { o.status = 500; }));
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, sdktest::SendSingleton("9", "0"));
     ASSERT_TRUE(log_.waitFor("send alarms success!", 10000));
     EXPECT_EQ(1u, agent_->requests().size());
     EXPECT_EQ(0u, pauses_.count(3));
     EXPECT_TRUE(log_.contains("Nodeward response retCode is 500 ", 5));
-}
-
-TEST_F(Delivery, WithTheAgentDownTheBoundRefusesTheRestAndEveryAcceptedAlarmArrivesOnceInOrder) {
-    const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv target("NODEWARD_ENDPOINT", endpoint.c_str());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
-    std::vector<int> accepted;
-    for (int i = 0; i < 1100; ++i) {
-        if (sdktest::SendSingleton("5", std::to_string(i)) == 0) {
-            accepted.push_back(i);
-        }
-    }
-    // The queue holds 1024; the send thread may hold one batch of 50 besides.
-    EXPECT_GE(accepted.size(), 1024u);
-    EXPECT_LE(accepted.size(), 1024u + 50u);
-    EXPECT_EQ(1100 - accepted.size(),
-              log_.count("the alarm queue is full, this alarm has been removed !", 5, "../src/AlarmManagerEx"));
-    ASSERT_TRUE(log_.waitFor("Nodeward pResponse is NULL.", 10000));
-
-    nodeward::SimOptions options;
-    options.endpoint = endpoint;
-    nodeward::Sim agent(options);
-    ASSERT_TRUE(agent.start(nullptr));
-    ASSERT_TRUE(agent.waitForAcceptedAlarms(accepted.size(), 60000));
-    const auto alarms = agent.acceptedAlarms();
-    ASSERT_EQ(accepted.size(), alarms.size());
-    for (std::size_t i = 0; i < alarms.size(); ++i) {
-        ASSERT_EQ(std::to_string(accepted[i]), sdktest::Param(alarms[i], "seq")) << "at " << i;
-    }
 }
 
 TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
@@ -305,8 +209,7 @@ TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
     EXPECT_EQ(-1, ZEBInitAlarmSDK());
     EXPECT_EQ(2u, log_.count("TransportSdkInit success in AlarmSdk", 2));
     {
-        testsupport::ScopedEnv appId("APPID", "a1");
-        testsupport::ScopedEnv noAppName("APPNAME", nullptr);
+        testsupport::ScopedEnv appId("APPID", "a1"), noAppName("APPNAME", nullptr);
         EXPECT_EQ(-1, ZEBInitAlarmSDK());
         EXPECT_TRUE(log_.contains("APPNAME EV is NULL", 5));
         EXPECT_TRUE(log_.contains("Get AppId a1", 2));
@@ -316,5 +219,175 @@ TEST_F(Delivery, InitialisationNeedsAppIdAndAppNameAndRunsAgainAfterAFailure) {
     EXPECT_EQ(0, ZEBInitAlarmSDK());  // once initialised, a further call changes nothing
     EXPECT_EQ(1u, log_.count("create send alarm thread success!", 2));
 }
+
+// Delivery counters and flush: the counts add up through a refusing agent, one that is down and a full queue.
+alarmsdk_stats HandleStats(AlarmManagerEx* manager) {
+    alarmsdk_stats s = {};
+    s.size = sizeof(s);
+    EXPECT_EQ(0, alarmsdk_get_stats(manager, &s));
+    return s;
+}
+
+TEST_P(SharedDelivery, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatWasCounted) {
+    ASSERT_TRUE(StartAgent());
+    agent_->failNext(1000000, nodeward::FailMode::RetCode);
+    // The three leave as one batch.
+    WhileParked([this] { return driver_.init(); }, [this] { ASSERT_TRUE(driver_.send(3)); });
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, driver_.flush(20));
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return driver_.stats().retried >= 2; }, 10000));
+    alarmsdk_stats s = driver_.stats();
+    EXPECT_EQ("3 0 3 0", testsupport::Words(s.accepted, s.delivered, s.waiting, s.last_delivery_ms));
+    agent_->failNext(0, nodeward::FailMode::RetCode);
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, driver_.flush(30000));
+    s = driver_.stats();
+    EXPECT_EQ(static_cast<uint64_t>(sizeof(alarmsdk_stats)), s.size);
+    EXPECT_EQ("3 1 0 0", testsupport::Words(s.delivered, s.batches, s.waiting, s.refused + s.dropped));
+    EXPECT_GT(s.last_delivery_ms, 1700000000000LL);
+    // Every refused attempt is one retry of the one batch.
+    EXPECT_EQ(agent_->requests().size() - 1, s.retried);
+    EXPECT_EQ(3u, agent_->acceptedAlarms().size());
+}
+
+// With the agent down the bound refuses the rest; once it is up every accepted
+// alarm arrives, once and in order, and the counts say so.
+TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarmArrivesAfterIt) {
+    testsupport::PauseRecorder pauses;
+    testsupport::LogCapture log;
+    const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+    testsupport::ScopedEnv target("NODEWARD_ENDPOINT", endpoint.c_str());
+    AlarmManagerEx* manager = ZEBInitAlarmSDK4CoProcess("app-7", "orders", "10.0.0.1", "127.0.0.1");
+    ASSERT_NE(nullptr, manager);
+    std::string seqs;  // of the accepted alarms
+    std::size_t accepted = 0;
+    for (int i = 0; i < 1100; ++i) {
+        if (sdktest::SendVia(manager, "5", std::to_string(i)) == 0) {
+            seqs += (accepted++ > 0 ? " " : "") + std::to_string(i);
+        }
+    }
+    // The queue holds 1024; the send thread may hold one batch of 50 besides.
+    EXPECT_GE(accepted, 1024u);
+    EXPECT_LE(accepted, 1024u + 50u);
+    EXPECT_EQ(1100 - accepted, log.count("the alarm queue is full, this alarm has been removed !", 5, "../src/AlarmManagerEx"));
+    ASSERT_TRUE(log.waitFor("Nodeward pResponse is NULL.", 10000));
+    ASSERT_TRUE(testsupport::WaitUntil([manager] { return HandleStats(manager).retried >= 1; }, 10000));
+    alarmsdk_stats s = HandleStats(manager);
+    EXPECT_EQ(testsupport::Words(accepted, 1100 - accepted, accepted), testsupport::Words(s.accepted, s.refused, s.waiting));
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(manager, 0));
+
+    const auto agent = testsupport::StartedAgent(nullptr, endpoint);
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(manager, 60000));
+    s = HandleStats(manager);
+    EXPECT_EQ(testsupport::Words(accepted, 0, agent->requests().size()), testsupport::Words(s.delivered, s.waiting, s.batches));
+    EXPECT_EQ(seqs, sdktest::GenerationDriver::SeqsOf(agent->acceptedAlarms()));
+}
+
+TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKeepsItsTail) {
+    testsupport::LogCapture log;
+    alarmsdk_stats small = {}, s = {};
+    small.size = ALARMSDK_STATS_MIN_SIZE - 8;
+    s.size = sizeof(s);
+    const int refused[] = {alarmsdk_get_process_stats(&small), alarmsdk_get_stats(nullptr, &s),
+                           alarmsdk_get_process_stats(nullptr), alarmsdk_get_legacy_stats(nullptr), alarmsdk_flush(nullptr, 0)};
+    EXPECT_EQ(std::vector<int>(5, -1), std::vector<int>(std::begin(refused), std::end(refused)));
+    EXPECT_TRUE(log.contains("In alarmsdk_flush, manager is null!", 5, "../src/AlarmSdkStats"));
+    struct { alarmsdk_stats stats; uint64_t later; } newer = {};
+    newer.stats.size = sizeof(newer);
+    newer.later = 77;
+    EXPECT_EQ(0, alarmsdk_get_legacy_stats(&newer.stats));
+    EXPECT_EQ(testsupport::Words(ALARMSDK_STATS_MIN_SIZE, 77), testsupport::Words(newer.stats.size, newer.later));
+
+    // Nothing drains a manager that was never initialised: its flush only succeeds while nothing is queued.
+    AlarmManagerEx idle(0);
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(&idle, 0));
+    AlarmEx alarm("1", ZEB_ALARM_GENERATE);
+    ASSERT_EQ(0, idle.sendAlarm(&alarm));
+    EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(&idle, 10));
+    EXPECT_EQ(1u, HandleStats(&idle).waiting);
+    std::list<AlarmEx*> batch;
+    idle.getSendAlarmDatas(batch);
+    deleteAlarms(batch);
+}
+
+// Reset-clear announcements and co-process managers, seen from the agent.
+class ResetClear : public sdktest::AgentTest {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(StartAgent());
+        ASSERT_EQ(0, ZEBInitAlarmSDK());
+    }
+    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"}, sdkPort_{"TRANSPORT_SDK_PORT", "8123"};
+};
+
+TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) {
+    ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::processRsetAction", 2));
+    // Later calls store the new name and label but announce nothing.
+    EXPECT_EQ(0, ZEBRegisterInfo("orders2", "label2"));
+    EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
+    EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
+    ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    const auto alarms = agent_->acceptedAlarms();
+    ASSERT_EQ(2u, alarms.size());
+    const ReceivedAlarm& announcement = alarms[0];
+    EXPECT_EQ("0 orders 127.0.0.1 8123 app-7 orders-label",
+              testsupport::Words(announcement.alarmId, announcement.serviceName, announcement.serviceIp,
+                                 announcement.servicePort, announcement.appId, announcement.serviceLabel));
+    EXPECT_EQ("1 orders2 label2", testsupport::Words(alarms[1].rsetClear, alarms[1].serviceName, alarms[1].serviceLabel));
+}
+
+TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
+    EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
+    EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
+    EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
+    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
+    const ReceivedAlarm alarm = OnlyAlarm();
+    EXPECT_EQ("1 1", testsupport::Words(alarm.alarmId, alarm.rsetClear));
+}
+
+TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
+    EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
+    ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
+    const auto alarms = agent_->acceptedAlarms();
+    EXPECT_EQ("0", alarms[0].alarmId);
+    EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
+        << alarms[1].json;
+}
+
+// Run without and with a transport address: the address the service is served on replaces the one each co-process gave.
+class CoProcess : public sdktest::AgentTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {
+    testsupport::ScopedEnv sdkIp("TRANSPORT_SDK_IP", GetParam());
+    ASSERT_TRUE(StartAgent());
+    AlarmManagerEx* first = ZEBInitAlarmSDK4CoProcess("app-a", "svc-a", "10.1.0.1", "10.1.0.5");
+    AlarmManagerEx* second = ZEBInitAlarmSDK4CoProcess("app-b", "svc-b", "10.2.0.1", "10.2.0.5");
+    EXPECT_EQ(0, ZEBRegisterInfo4CoProcess(first, "label-a"));
+    constexpr int kEach = 60;
+    for (int i = 0; i < kEach; ++i) {
+        ASSERT_EQ(0, sdktest::SendVia(first, "77", std::to_string(i)));
+        ASSERT_EQ(0, sdktest::SendVia(second, "77", std::to_string(i)));
+    }
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(2 * kEach + 1, 20000));  // and app-a's announcement
+    // Per co-process: its alarms in order, each "service ip rsetClear seq".
+    std::map<std::string, std::string> seen, expected;
+    const std::string ip = GetParam() != nullptr ? GetParam() : "";
+    for (int i = 0; i < kEach; ++i) {
+        expected["app-a"] += " svc-a " + (ip.empty() ? "10.1.0.5" : ip) + " 1 " + std::to_string(i);
+        expected["app-b"] += " svc-b " + (ip.empty() ? "10.2.0.5" : ip) + " 0 " + std::to_string(i);
+    }
+    for (const auto& request : agent_->requests()) {
+        for (const ReceivedAlarm& a : request.alarms) {
+            ASSERT_EQ(request.alarms.front().appId, a.appId) << "one batch mixes two co-processes";
+            if (a.alarmId != "0") {
+                seen[a.appId] += " " + testsupport::Words(a.serviceName, a.serviceIp, a.rsetClear, sdktest::Param(a, "seq"));
+            }
+        }
+    }
+    EXPECT_EQ(expected, seen);
+}
+
+INSTANTIATE_TEST_SUITE_P(TransportAddress, CoProcess, ::testing::Values(nullptr, "127.0.0.1"));
 
 }  // namespace

@@ -1,13 +1,9 @@
-// The legacy generation end to end: its C functions' checks, the manager's
-// refusals, and the legacy document as the agent receives it.
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
+// The legacy generation: its C functions' checks, the manager's refusals, the legacy document as the agent receives
+// it, and its bilingual location and append-information texts (parameter classes and types, the alarm source and its
+// location with their fallbacks, the 1024-byte limit).
+#include "AlarmAdapter.h"
 #include "AlarmManager.h"
-#include "AlarmSdk.h"
+#include "AlmRukInterface.h"
 #include "Generations.h"
 
 namespace {
@@ -22,42 +18,22 @@ const std::vector<std::string> kLegacyAlarmKeys{
     "rsetClear",    "location",      "appendInfo"};
 const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
                                                  "serviceIp", "restClearAlarmList", "occurTime"};
-
-// Allocates, fills and sends one legacy alarm; SendAlarm's result.
-int SendLegacy(const char* id, int type, const std::vector<std::pair<const char*, const char*>>& params,
-               unsigned int slots) {
-    AlarmObject* object = AllocAlarmObject(id, type, slots);
-    for (const auto& p : params) {
-        AppendParam(object, p.first, p.second);
-    }
-    const int result = SendAlarm(object);
-    FreeAlarmObject(object);
-    return result;
-}
+const std::vector<std::pair<const char*, const char*>> kDiskParams{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
 
 class Legacy : public sdktest::AgentTest {
 protected:
-    // An existing file for InitAlarm's path check; the definitions are installed in memory.
-    std::string DefinitionFile() {
-        const std::string path = dir_.path() + "/alarms.xml";
-        std::fclose(std::fopen(path.c_str(), "w"));
-        return path;
-    }
-
+    std::string DefinitionFile() { return sdktest::GenerationDriver::ExistingFile(dir_); }
     testsupport::TempDir dir_;
 };
 
 TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeFields) {
-    testsupport::ScopedEnv hosting("HOSTING_SERVER_IP", "10.0.0.1");
-    testsupport::ScopedEnv server("SERVER_IP", "10.0.0.9");
-    testsupport::ScopedEnv node("NODE_ID", "node-1");
+    const sdktest::NodeEnv env("node-1", "10.0.0.1", "10.0.0.9", nullptr);
     ASSERT_TRUE(StartAgent());
     legacytest::InstallDefinitions({legacytest::DiskDefinition(),
                                     legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
-    const std::vector<std::pair<const char*, const char*>> params{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
     WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
-        ASSERT_EQ(1, SendLegacy("300012", 0, params, 3));
-        ASSERT_EQ(1, SendLegacy("300012", 1, params, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 1, kDiskParams, 3));
     });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
     for (const auto& request : agent_->requests()) {
@@ -74,11 +50,9 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     for (int i = 1; i <= 2; ++i) {
         const nodeward::ReceivedAlarm& a = alarms[i];
         EXPECT_EQ(kLegacyAlarmKeys, a.keys);
-        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##", a.alarmName);
-        EXPECT_EQ("EN:Disk=sda##ZH:磁盘=sda##", a.location);
-        EXPECT_EQ("EN:Usage=95,State=normal,Alarm Source Location=10.0.0.1:node-1##"
-                  "ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
-                  a.appendInfo);
+        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##|EN:Disk=sda##ZH:磁盘=sda##|EN:Usage=95,State=normal,"
+                  "Alarm Source Location=10.0.0.1:node-1##ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
+                  a.alarmName + "|" + a.location + "|" + a.appendInfo);
         for (const char* field : {"\"appName\":\"orders-app\"", "\"serviceName\":\"storage\"",
                                   "\"nodeID\":\"10.0.0.1\",\"NodeIp\":\"10.0.0.1\",\"serviceID\":\"svc-1\","
                                   "\"serviceInstID\":\"inst-1\",\"rsetClear\":1"}) {
@@ -92,26 +66,11 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     }
 }
 
-TEST_F(Legacy, TheShippedExampleDefinitionsLoadAndTheirAlarmsArriveWithBothLanguages) {
-    ASSERT_TRUE(StartAgent());
-    ASSERT_EQ(1, InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 0));
-    ASSERT_EQ(1, SendLegacy("300002", 0, {{"interface", "eth1"}, {"reason", "1"}}, 2));
-    const nodeward::ReceivedAlarm a = OnlyAlarm();
-    EXPECT_EQ("EN:Network link down##ZH:网络链路中断##", a.alarmName);
-    EXPECT_EQ("EN:Interface=eth1##ZH:接口=eth1##", a.location);
-    EXPECT_EQ("EN:Reason=Peer shut down##ZH:原因=对端关闭##", a.appendInfo);
-    EXPECT_EQ("network", a.serviceName);
-}
-
-TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
+// The shipped example definitions end to end: alarm-send's LegacyDelivered run.
+TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
-    ASSERT_NE(nullptr, full);
     ASSERT_EQ(1, AppendParam(full, "a", "b"));
-    struct Row {
-        std::function<bool()> call;  // true when the call was refused as it should be
-        const char* error;
-    };
-    const Row rows[] = {
+    const std::pair<std::function<bool()>, const char*> rows[] = {  // true when refused as it should be
         {[] { return InitAlarm(nullptr, "s", "i", 0) == 0; }, "The xmlFile is null"},
         {[] { return InitAlarm("", "s", "i", 0) == 0; }, "The xmlFile is empty"},
         {[] { return InitAlarm("/x.xml", nullptr, "i", 0) == 0; }, "The serviceId is null"},
@@ -125,54 +84,47 @@ TEST_F(Legacy, ArgumentChecksRefuseWithTheirOwnLine) {
         {[] { return AppendParam(nullptr, "a", "b") == 0; }, "AppendParam() pAlarmObject,paramName,paramValue is NULL"},
         {[full] { return AppendParam(full, "c", "d") == 0; }, "This pair of param is num 1d, and the max num is 1d"},
     };
-    for (const Row& row : rows) {
+    for (const auto& [call, error] : rows) {
         log_.clear();
-        EXPECT_TRUE(row.call()) << row.error;
-        EXPECT_TRUE(log_.contains(row.error, 5, kImpl)) << row.error << "\n" << log_.dump();
+        EXPECT_TRUE(call()) << error;
+        EXPECT_TRUE(log_.contains(error, 5, kImpl)) << error << "\n" << log_.dump();
     }
     EXPECT_EQ(0, SendAlarm(nullptr));
     FreeAlarmObject(full);
     FreeAlarmObject(nullptr);
-}
-
-TEST_F(Legacy, ObjectsHoldNineCharacterIdsAndCutLongTexts) {
+    // Nine-character ids fit; long values are cut.
     AlarmObject* object = AllocAlarmObject("123456789", 1, 2);
     ASSERT_NE(nullptr, object);
     EXPECT_TRUE(log_.contains("the len of alarm memory is 534d, len of AlarmObject is 22d, len of AlarmParam is 256d",
                               2, kImpl));
-    EXPECT_STREQ("123456789", object->alarmId);
-    EXPECT_EQ(1, +object->genClearType);  // packed: read by value
-    const std::string longValue(200, 'v');
-    ASSERT_EQ(1, AppendParam(object, "name", longValue.c_str()));
-    EXPECT_EQ(std::string(127, 'v'), object->params[0].paramValue);
-    EXPECT_EQ(1u, +object->paramCount);
+    ASSERT_EQ(1, AppendParam(object, "name", std::string(200, 'v').c_str()));
+    EXPECT_EQ("123456789 1 1 " + std::string(127, 'v'),  // packed fields: read by value
+              testsupport::Words(object->alarmId, object->genClearType, object->paramCount, object->params[0].paramValue));
     FreeAlarmObject(object);
 }
 
 TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillSucceeds) {
     // Before any definition is loaded, no alarm can be found.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("Get alarm 300012 failed, there is not this alarm!", 5, kManager));
-
     legacytest::InstallDefinitions({legacytest::DiskDefinition()});
     log_.clear();
     // Fewer parameters than announced: one empty pair joins the map, which still misses one.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, {{"disk", "sda"}}, 3));
     EXPECT_TRUE(log_.contains("The alarm param number is error", 5, kImpl));
     EXPECT_TRUE(log_.contains("alarmid is 300012, check alarmmodel failed!", 5, kManager));
     // A repeated name keeps its first value and leaves the map one short.
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"disk", "sdb"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, {{"disk", "sda"}, {"disk", "sdb"}, {"state", "0"}}, 3));
     EXPECT_EQ(2u, log_.count("alarmid is 300012, check alarmmodel failed!", 5, kManager));
-    EXPECT_EQ(1, SendLegacy("404", 0, {{"a", "b"}}, 1));
+    EXPECT_EQ(1, sdktest::SendLegacy("404", 0, {{"a", "b"}}, 1));
     EXPECT_TRUE(log_.contains("Get alarm 404 failed, there is not this alarm!", 5, kManager));
     EXPECT_EQ(0u, AlarmManager::GetInstance()->queuedModelCount());
-
     // The bound: 1024 models, the next is refused; the registration ignores the bound.
     for (int i = 0; i < 1024; ++i) {
-        ASSERT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+        ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     }
     EXPECT_EQ(1024u, AlarmManager::GetInstance()->queuedModelCount());
-    EXPECT_EQ(1, SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "1"}, {"state", "0"}}, 3));
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     EXPECT_TRUE(log_.contains("the alarm queue is full, this alarm has been removed !", 5, kManager));
     EXPECT_EQ(0, AlarmManager::GetInstance()->RegisterRsetClear());
     EXPECT_EQ(1025u, AlarmManager::GetInstance()->queuedModelCount());
@@ -201,22 +153,17 @@ TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
 
 TEST_F(Legacy, BothGenerationsDeliverTheirOwnDocumentsFromOneProcess) {
     ASSERT_TRUE(StartAgent());
-    sdktest::GenerationDriver legacy(sdktest::Generation::Legacy);
-    sdktest::GenerationDriver current(sdktest::Generation::Current);
-    ASSERT_TRUE(legacy.init());
-    ASSERT_TRUE(current.init());
+    sdktest::GenerationDriver legacy(sdktest::Generation::Legacy), current(sdktest::Generation::Current);
+    ASSERT_TRUE(legacy.init() && current.init());
     for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(legacy.send("L" + std::to_string(i)));
-        ASSERT_TRUE(current.send("C" + std::to_string(i)));
+        ASSERT_TRUE(legacy.send("L" + std::to_string(i)) && current.send("C" + std::to_string(i)));
     }
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(6, 20000));
-    std::vector<std::string> legacySeqs;
-    std::vector<std::string> currentSeqs;
+    std::string seqs[2];
     for (const auto& a : agent_->acceptedAlarms()) {
-        (a.legacy ? legacySeqs : currentSeqs).push_back(sdktest::GenerationDriver::SeqOf(a));
+        seqs[a.legacy] += sdktest::GenerationDriver::SeqOf(a);
     }
-    EXPECT_EQ((std::vector<std::string>{"L0", "L1", "L2"}), legacySeqs);
-    EXPECT_EQ((std::vector<std::string>{"C0", "C1", "C2"}), currentSeqs);
+    EXPECT_EQ("C0C1C2 L0L1L2", testsupport::Words(seqs[0], seqs[1]));
 }
 
 // The source named in the appended text: the alarm's own, else the manager's.
@@ -236,5 +183,92 @@ TEST_F(Legacy, TheAlarmsOwnSourceWinsOverTheManagers) {
     EXPECT_EQ("EN:N=1,Alarm Source=own-source##ZH:N=1,告警源=own-source##", alarms[0].appendInfo);
     EXPECT_EQ("EN:N=1,Alarm Source=manager-source##ZH:N=1,告警源=manager-source##", alarms[1].appendInfo);
 }
+
+using legacytest::ParamSpec;
+
+struct TextCase {
+    const char* name;
+    std::vector<ParamSpec> definition;
+    std::vector<std::pair<std::string, std::string>> params;
+    const char* serviceName;  // the alarm's service instance name
+    const char *podName, *hostingServerIp, *serverIp, *nodeId;
+    std::string location, appendInfo;
+    std::string error;  // an error line the case must log ("" for none)
+};
+
+const ParamSpec kUsage{"usage", "Usage", "UsageCh", "UINT", 1, 1, {}};
+const ParamSpec kDisk{"disk", "Disk", "磁盘", "STRING", 0, 0, {}};
+const ParamSpec kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}};
+
+// Five location texts of 120 characters: more than the 1024 bytes of the text.
+const std::string kLong(120, 'v');
+const std::string kLongText = "p0=" + kLong + ",p1=" + kLong + ",p2=" + kLong + ",p3=" + kLong + ",p4=" + kLong;
+ParamSpec Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}; }
+
+const TextCase kTextCases[] = {
+    {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
+     "EN:Usage=95,Alarm Source=svc-a,Alarm Source Location=10.0.0.5:node-1##"
+     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##", ""},
+    {"LocationAndAppendByClassUintCutEnumSignExtended", {kDisk, kUsage, kState},
+     {{"disk", "sda"}, {"usage", "300"}, {"state", "255"}}, "", nullptr, nullptr, nullptr, nullptr,
+     "EN:Disk=sda##ZH:磁盘=sda##", "EN:Usage=44,State=failed##ZH:UsageCh=44,状态=故障##", ""},
+    {"EnumWithoutMatchAddsOnlyTheSeparator", {kState}, {{"state", "7"}}, "", nullptr, nullptr, nullptr, nullptr,
+     "EN:##ZH:##", "EN:State=##ZH:状态=##", ""},
+    {"UintOfUnsupportedLengthIsZero", {{"n", "N", "N", "UINT", 8, 0, {}}}, {{"n", "12"}}, "", nullptr, nullptr,
+     nullptr, nullptr, "EN:N=0##ZH:N=0##", "EN:##ZH:##", "In ALM_GetIntValue, paraLen=8  is invalid !"},
+    {"PodNameAndServerIpStandInWithoutNodeId", {kUsage}, {{"usage", "1"}}, "", "pod-1", nullptr, "10.9.9.9",
+     nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
+     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##", ""},
+    {"ServiceNameWinsOverPodNameAndNodeAddressOverServerIp", {kUsage}, {{"usage", "1"}}, "svc-b", "pod-1",
+     "10.0.0.7", "10.9.9.9", nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
+     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##", ""},
+    {"OneCharacterNodeAddressIsIgnored", {kUsage}, {{"usage", "1"}}, "", nullptr, "x", nullptr, "node-1",
+     "EN:##ZH:##", "EN:Usage=1##ZH:UsageCh=1##", ""},
+    {"InvalidClassIsSkipped", {{"x", "X", "X", "STRING", 0, 2, {}}, kUsage}, {{"x", "v"}, {"usage", "2"}}, "",
+     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=2##ZH:UsageCh=2##",
+     "[ALM_ContructLocationAndAppendParainfo] ParamName=x ,ParamClass(2) is invalid!"},
+    {"UndefinedNameIsIgnoredAndTheDefinedOneSkipped", {kDisk, kUsage}, {{"other", "v"}, {"usage", "3"}}, "",
+     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=3##ZH:UsageCh=3##", ""},
+    {"CountMismatchAddsNoParameters", {kDisk, kUsage}, {{"usage", "3"}}, "svc-a", nullptr, nullptr, nullptr,
+     nullptr, "EN:##ZH:##", "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
+     "[ALM_InitAlarmCruxInfo] paralen(1) is not equal config(2)!"},
+    // An overlong location is cut, and reported with the append-information text.
+    {"AnOverlongLocationIsCut", {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
+     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}}, "", nullptr,
+     nullptr, nullptr, nullptr, ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
+     "EN:Usage=9##ZH:UsageCh=9##", "LocationInfo Len > 1024,Ch is---" + kLongText + ",En is---Usage=9"},
+};
+
+void PrintTo(const TextCase& c, std::ostream* os) { *os << c.name; }
+
+class LegacyTexts : public ::testing::TestWithParam<TextCase> {};
+
+TEST_P(LegacyTexts, AreAssembledFromDefinitionAndEnvironment) {
+    const TextCase& c = GetParam();
+    const sdktest::NodeEnv env(c.nodeId, c.hostingServerIp, c.serverIp, c.podName);
+    AlmRukInterface::InitAllIp();
+    testsupport::LogCapture log;
+
+    stAlarmItems* item = legacytest::Definition(300012, "storage", "Disk", "磁盘", c.definition);
+    Alarm alarm("300012", ZEB_ALARM_GENERATE);
+    alarm.SetServiceInsName(c.serviceName);
+    for (const auto& p : c.params) {
+        alarm.AppendParameter(p.first.c_str(), p.second.c_str());
+    }
+    ALM_Json_Para_def *location = new ALM_Json_Para_def(), *appendInfo = new ALM_Json_Para_def();
+    ALM_ContructLocationAndAppendParainfo(&alarm, item, location, appendInfo);
+    EXPECT_STREQ("location", location->Json_para_Name);
+    EXPECT_STREQ("appendInfo", appendInfo->Json_para_Name);
+    EXPECT_EQ(c.location, location->Json_para_Value);
+    EXPECT_EQ(c.appendInfo, appendInfo->Json_para_Value);
+    if (c.error[0] != '\0') {
+        EXPECT_TRUE(log.contains(c.error, 5, "../src/AlarmAdapter")) << log.dump();
+    }
+    deleteALM_Json_ParaPtr(location);
+    deleteALM_Json_ParaPtr(appendInfo);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, LegacyTexts, ::testing::ValuesIn(kTextCases),
+                         [](const ::testing::TestParamInfo<TextCase>& info) { return info.param.name; });
 
 }  // namespace

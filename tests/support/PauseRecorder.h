@@ -1,16 +1,11 @@
-// Replaces the library's pauses for one test: each pause (and each idle wait
-// of a library thread) is recorded and lasts only a scaled-down moment, so
-// "waited 3 s before resending" can be asserted without waiting 3 s. Only one
-// recorder may be alive at a time.
+// Replaces the library's pauses for one test: each pause (and each idle wait of a library thread) is counted and lasts
+// a scaled-down moment, so "waited 3 s before resending" is asserted without waiting 3 s. One recorder at a time.
 #ifndef TEST_PAUSE_RECORDER_H
 #define TEST_PAUSE_RECORDER_H
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
-#include <mutex>
 #include <thread>
-#include <vector>
 
 #include "Pause.h"
 
@@ -18,12 +13,10 @@ namespace testsupport {
 
 class PauseRecorder {
 public:
-    // Each requested second lasts microsPerSecond microseconds.
-    explicit PauseRecorder(long microsPerSecond = 2000) {
-        microsPerSecond_.store(microsPerSecond);
-        {
-            std::lock_guard<std::mutex> lock(mutex());
-            history().clear();
+    // Each requested second lasts 2 ms.
+    PauseRecorder() {
+        for (auto& count : counts_) {
+            count.store(0);
         }
         previous_ = alarmsdk::SetPauseFunction(&PauseRecorder::Record);
         previousIdle_ = alarmsdk::SetIdleWaitFunction(&PauseRecorder::RecordIdle);
@@ -38,36 +31,20 @@ public:
     PauseRecorder& operator=(const PauseRecorder&) = delete;
 
     // How many pauses of exactly this many seconds were requested so far.
-    std::size_t count(unsigned int seconds) const {
-        std::lock_guard<std::mutex> lock(mutex());
-        std::size_t n = 0;
-        for (unsigned int s : history()) {
-            n += (s == seconds) ? 1 : 0;
-        }
-        return n;
-    }
+    std::size_t count(unsigned int seconds) const { return seconds < kLengths ? counts_[seconds].load() : 0; }
     // While held, every pause lasts until release() (at most 30 s), so a test
     // can park a library thread in its idle pause.
     void hold() { held_.store(true); }
     void release() { held_.store(false); }
-    // From now on idle waits are still recorded but wait on the library's
-    // queue as production does, with a tick of tickMillis instead of each
-    // second: only a full pass of work (or the tick) ends them.
+    // From now on idle waits are still counted but wait on the library's queue as production does, with a tick of
+    // tickMillis instead of each second: only a full pass of work (or the tick) ends them.
     void wakeOnWork(long tickMillis) { wakeTickMillis_.store(tickMillis); }
 
-    std::vector<unsigned int> all() const {
-        std::lock_guard<std::mutex> lock(mutex());
-        return history();
-    }
-
 private:
-    static void Note(unsigned int seconds) {
-        std::lock_guard<std::mutex> lock(mutex());
-        history().push_back(seconds);
-    }
+    static void Note(unsigned int seconds) { counts_[seconds < kLengths ? seconds : 0].fetch_add(1); }
     static void Record(unsigned int seconds) {
         Note(seconds);
-        std::this_thread::sleep_for(std::chrono::microseconds(microsPerSecond_.load() * seconds));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2 * seconds));
         for (int waited = 0; held_.load() && waited < 30000; ++waited) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
@@ -75,22 +52,13 @@ private:
     static void RecordIdle(unsigned int seconds, alarmsdk::IdleWaitable& work) {
         const long tick = wakeTickMillis_.load();
         if (tick <= 0) {
-            Record(seconds);
-            return;
+            return Record(seconds);
         }
         Note(seconds);
         work.waitIdle(std::chrono::milliseconds(tick * seconds));
     }
-    // Never destroyed: library threads may still pause while the process exits.
-    static std::mutex& mutex() {
-        static std::mutex* m = new std::mutex();
-        return *m;
-    }
-    static std::vector<unsigned int>& history() {
-        static std::vector<unsigned int>* h = new std::vector<unsigned int>();
-        return *h;
-    }
-    static inline std::atomic<long> microsPerSecond_{2000};
+    static constexpr unsigned int kLengths = 16;  // pauses of 16 s or more are counted as 0 s
+    static inline std::atomic<std::size_t> counts_[kLengths];
     static inline std::atomic<bool> held_{false};
     static inline std::atomic<long> wakeTickMillis_{0};
     alarmsdk::PauseFunction previous_ = nullptr;

@@ -1,38 +1,46 @@
-// Runs one of the project's programs as a child process, the way scripts do:
-// through the emulator named in ALARMSDK_TEST_EMULATOR when the build is for
-// another architecture, with bounded waits.
+// Runs one of the project's programs to its end, the way scripts do: through the emulator named in
+// ALARMSDK_TEST_EMULATOR (words separated by commas) when the build is for another architecture; killed on overrun.
 #ifndef TEST_PROGRAM_RUN_H
 #define TEST_PROGRAM_RUN_H
 
-#include <sys/types.h>
+#include <sys/wait.h>
 
-#include <string>
+#include <algorithm>
+#include <fstream>
 #include <vector>
+
+#include "TestEnv.h"
 
 namespace testsupport {
 
-// The program of tools/<name>, built as <build>/tools/<name>/<name> beside the
-// test executables in <build>/tests.
-std::string ProgramPath(const std::string& name);
-
-std::string ReadFile(const std::string& path);
-
-// Starts args with stdout and stderr going to the files out and err, and
-// stdin from the file in ("" for /dev/null). -1 when it cannot be started.
-pid_t Spawn(const std::vector<std::string>& args, const std::string& out, const std::string& err,
-            const std::string& in = "");
-
-// Exit status, or -1 when it did not end in time (it is then killed).
-int WaitExit(pid_t pid, int timeoutMs);
-
 struct ProgramResult {
-    int exitCode = -1;  // -1: could not start, killed, or did not end in time
+    int exitCode = -1;  // -1: killed, or it could not start
     std::string out;
     std::string err;
 };
 
-// Runs args to the end (at most timeoutMs) with stdin from the file in.
-ProgramResult RunProgram(const std::vector<std::string>& args, int timeoutMs, const std::string& in = "");
+// tools/<name>, built as <build>/tools/<name>/<name> beside the test executables in <build>/tests, with args (none
+// holds a single quote) and stdin from the file in ("": /dev/null), for at most timeoutMs.
+inline ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& args, int timeoutMs,
+                                const std::string& in = "") {
+    const auto self = std::filesystem::read_symlink("/proc/self/exe");
+    const char* emulator = std::getenv("ALARMSDK_TEST_EMULATOR");
+    std::string command = "timeout -s KILL " + std::to_string(timeoutMs / 1000.0) + " " + (emulator ? emulator : "");
+    std::replace(command.begin(), command.end(), ',', ' ');
+    command += " '" + (self.parent_path() / ".." / "tools" / name / name).lexically_normal().string() + "'";
+    for (const std::string& arg : args) {
+        command += " '" + arg + "'";
+    }
+    TempDir dir;
+    command += " <" + (in.empty() ? "/dev/null" : in) + " >" + dir.path() + "/out 2>" + dir.path() + "/err";
+    const int status = std::system(command.c_str());
+    const auto read = [&dir](const char* file) {
+        std::stringstream content;
+        content << std::ifstream(dir.path() + file).rdbuf();
+        return content.str();
+    };
+    return {WIFEXITED(status) && WEXITSTATUS(status) < 124 ? WEXITSTATUS(status) : -1, read("/out"), read("/err")};
+}
 
 }  // namespace testsupport
 

@@ -1,18 +1,20 @@
-// alarmdef-check: one broken fixture per kind of finding, at its line; the
-// shipped examples pass; hostile files end quickly; the program's exit codes.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <utility>
-#include <vector>
+// The programs. alarmdef-check: one broken fixture per kind of finding, at its line; hostile files end quickly; the
+// program's exit codes (it passes the clean fixture here and the shipped examples in
+// AlarmdefCheck.ExampleDefinitionsAreClean). alarm-send: its command line rules, and real runs against an agent
+// stand-in that accepts, refuses or is not there, one per exit code.
+#include <fstream>
+#include <map>
 
 #include "../config/ConfigTestSupport.h"
+#include "Agent.h"
+#include "AlarmSendArgs.h"
 #include "DefinitionCheck.h"
 #include "ProgramRun.h"
 
 using alarmdef::Finding;
 using alarmdef::Severity;
+using alarmsend::ParseSendArgs;
+using alarmsend::SendOptions;
 
 namespace {
 
@@ -21,8 +23,7 @@ std::string Definition(const std::string& id, const std::string& tail) {
     return "  <Alarm>\n    <AlarmID>" + id +
            "</AlarmID>\n    <AlarmType>1</AlarmType>\n    <ServiceType>storage</ServiceType>\n"
            "    <AlarmLevel>2</AlarmLevel>\n    <IsGlobal>0</IsGlobal>\n    <EventType>1</EventType>\n"
-           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" +
-           tail + "  </Alarm>\n";
+           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" + tail + "  </Alarm>\n";
 }
 
 // A clean file: every finding below comes from one edit of it. Lines 3 to 29
@@ -55,127 +56,91 @@ enum class Target { Xml, En, Zh };
 struct Case {
     const char* name;
     Target target;
-    std::string from;  // replaced once in the target file ("" appends `to`)
-    std::string to;
+    std::string from, to;  // from replaced once by to in the target file ("" appends to)
     Target reported;
     int line;
     Severity severity;
     const char* text;  // part of the message
-    std::string from2 = "";  // a second edit of the target, when one is not enough
-    std::string to2 = "";
+    std::string from2 = "", to2 = "";  // a second edit of the target, when one is not enough
 };
 
 const std::string kToggle = "    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>\n";
 
+constexpr Target Xml = Target::Xml, En = Target::En, Zh = Target::Zh;
+constexpr Severity Err = Severity::Error, Warn = Severity::Warning;
+
 const Case kCases[] = {
-    {"MissingPairedElement", Target::Xml, "    <AlarmLevel>2</AlarmLevel>\n", "", Target::Xml, 3, Severity::Error,
+    {"MissingPairedElement", Xml, "    <AlarmLevel>2</AlarmLevel>\n", "", Xml, 3, Err,
      "alarm 300001 has no <AlarmLevel>; the loader pairs the n-th <AlarmLevel> with the n-th definition, so alarm "
      "300001 gets alarm 300002's, alarm 300002 gets none"},
-    {"ToggleParamsNotFirst", Target::Xml, kToggle + "    <Params>\n      <Param>\n        <ParamName>disk",
-     "    <Params>\n      <Param>\n        <ParamName>disk", Target::Xml, 3, Severity::Error,
+    {"ToggleParamsNotFirst", Xml, kToggle + "    <Params>\n      <Param>\n        <ParamName>disk",
+     "    <Params>\n      <Param>\n        <ParamName>disk", Xml, 3, Err,
      "<ToggleParams> in only some definitions, and not the first ones; the loader pairs the n-th <ToggleParams> "
      "with the n-th definition, so alarm 300001 gets alarm 300002's, alarm 300002 gets none",
      "    <Params></Params>", kToggle + "    <Params></Params>"},
-    {"DuplicateId", Target::Xml, "300002</AlarmID>", "300001</AlarmID>", Target::Xml, 31, Severity::Error,
+    {"DuplicateId", Xml, "300002</AlarmID>", "300001</AlarmID>", Xml, 31, Err,
      "alarm id 300001 is defined again: only the first definition (line 4)"},
-    {"IdTooLong", Target::Xml, "300002</AlarmID>", "1000000002</AlarmID>", Target::Xml, 31, Severity::Error,
+    {"IdTooLong", Xml, "300002</AlarmID>", "1000000002</AlarmID>", Xml, 31, Err,
      "has 10 characters: the legacy C interface takes at most 9"},
-    {"NotANumber", Target::Xml, "<AlarmType>1<", "<AlarmType>one<", Target::Xml, 5, Severity::Error,
-     "<AlarmType> 'one' is not a decimal number"},
-    {"UnknownElement", Target::Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Target::Xml,
-     18, Severity::Warning, "unknown element <Note> in <Param> is ignored"},
-    {"BadType", Target::Xml, "STRING", "String", Target::Xml, 16, Severity::Error,
-     "'String' is none of UINT, STRING, ENUM"},
-    {"BadLength", Target::Xml, "<ParamLen>1<", "<ParamLen>8<", Target::Xml, 23, Severity::Error,
+    {"NotANumber", Xml, "<AlarmType>1<", "<AlarmType>one<", Xml, 5, Err, "<AlarmType> 'one' is not a decimal number"},
+    {"UnknownElement", Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Xml,
+     18, Warn, "unknown element <Note> in <Param> is ignored"},
+    {"BadType", Xml, "STRING", "String", Xml, 16, Err, "'String' is none of UINT, STRING, ENUM"},
+    {"BadLength", Xml, "<ParamLen>1<", "<ParamLen>8<", Xml, 23, Err,
      "<ParamLen> 8 of parameter 'state' of alarm 300001 is none of 1, 2, 4, as a ENUM needs"},
-    {"BadClass", Target::Xml, "<ParamClass>0<", "<ParamClass>2<", Target::Xml, 18, Severity::Error,
+    {"BadClass", Xml, "<ParamClass>0<", "<ParamClass>2<", Xml, 18, Err,
      "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
-    {"EnumWithoutEnumeration", Target::Xml, "STRING", "ENUM", Target::Xml, 14, Severity::Error,
-     "is an ENUM without <ENUM> or <Bit>"},
-    {"ParameterNamedTwice", Target::Xml, ">state<", ">disk<", Target::Xml, 21, Severity::Error,
-     "is named twice"},
-    {"EnumerationKeyTooLong", Target::Xml, ">State<", ">" + std::string(120, 'S') + "<", Target::Xml, 26,
-     Severity::Error, "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
-    {"ServiceNameTooLong", Target::Xml, ">storage<", ">" + std::string(64, 's') + "<", Target::Xml, 6,
-     Severity::Error, "<ServiceType> of 64 characters reaches the agent empty"},
-    {"Doctype", Target::Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Target::Xml, 1, Severity::Error,
-     "DOCTYPE: the library's loader expands no entity"},
-    {"ExternalEntity", Target::Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n",
-     Target::Xml, 1, Severity::Error, "external entity x (file:///etc/passwd) is never read"},
-    {"MissingNameKey", Target::Zh, "300002_ALARMNAME=Other\n", "", Target::Xml, 31, Severity::Warning,
+    {"EnumWithoutEnumeration", Xml, "STRING", "ENUM", Xml, 14, Err, "is an ENUM without <ENUM> or <Bit>"},
+    {"ParameterNamedTwice", Xml, ">state<", ">disk<", Xml, 21, Err, "is named twice"},
+    {"EnumerationKeyTooLong", Xml, ">State<", ">" + std::string(120, 'S') + "<", Xml, 26,
+     Err, "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
+    {"ServiceNameTooLong", Xml, ">storage<", ">" + std::string(64, 's') + "<", Xml, 6,
+     Err, "<ServiceType> of 64 characters reaches the agent empty"},
+    {"Doctype", Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Xml, 1, Err, "DOCTYPE: the library's loader expands no entity"},
+    {"ExternalEntity", Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n",
+     Xml, 1, Err, "external entity x (file:///etc/passwd) is never read"},
+    {"MissingNameKey", Zh, "300002_ALARMNAME=Other\n", "", Xml, 31, Warn,
      "key 300002_ALARMNAME is missing from zh_CN/language.properties"},
-    {"MissingParamKey", Target::En, "300001_disk=Disk\n", "", Target::Xml, 15, Severity::Warning,
+    {"MissingParamKey", En, "300001_disk=Disk\n", "", Xml, 15, Warn,
      "key 300001_disk is missing from en_US/language.properties"},
-    {"ParamTextStoredEmpty", Target::En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state",
-     Target::En, 2, Severity::Warning, "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
-    {"AlarmNameCut", Target::Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Target::Xml, 4, Severity::Warning,
+    {"ParamTextStoredEmpty", En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state",
+     En, 2, Warn, "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
+    {"AlarmNameCut", Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Xml, 4, Warn,
      "alarm name of 134 bytes is cut to 126"},
-    {"ParamNameStoredEmpty", Target::Xml, ">disk<", ">" + std::string(127, 'd') + "<", Target::Xml, 15,
-     Severity::Error, "<ParamName> of 127 characters is stored empty (at most 126)"},
-    {"EnumTextCut", Target::Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Target::Zh, 4, Severity::Warning,
+    {"ParamNameStoredEmpty", Xml, ">disk<", ">" + std::string(127, 'd') + "<", Xml, 15,
+     Err, "<ParamName> of 127 characters is stored empty (at most 126)"},
+    {"EnumTextCut", Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Zh, 4, Warn,
      "text of 300001_State_0 is 128 bytes: cut (at most 127)"},
-    {"LanguageLineInPieces", Target::En, "", "k=" + std::string(800, 'v') + "\n", Target::En, 6, Severity::Warning,
+    {"LanguageLineInPieces", En, "", "k=" + std::string(800, 'v') + "\n", En, 6, Warn,
      "line of 803 characters: the reader takes 769 at a time"},
-    {"RejectedLanguageLine", Target::En, "", "orphan\n", Target::En, 6, Severity::Warning,
-     "not a key=value line: the reader rejects it"},
-    {"LanguageKeyTooLong", Target::Zh, "", std::string(128, 'k') + "=v\n", Target::Zh, 6, Severity::Warning,
+    {"RejectedLanguageLine", En, "", "orphan\n", En, 6, Warn, "not a key=value line: the reader rejects it"},
+    {"LanguageKeyTooLong", Zh, "", std::string(128, 'k') + "=v\n", Zh, 6, Warn,
      "key of 128 characters (at most 127): line rejected"},
 };
 
-class FindingKinds : public ::testing::TestWithParam<Case> {
-protected:
-    testsupport::ScopedEnv quiet_{"RUNLOG_FILE", "/dev/null"};
-    configtest::ConfigDir dir_;
-
-    std::string path(Target target) const {
-        return target == Target::Xml ? dir_.xml()
-                                     : dir_.dir.path() + (target == Target::En ? "/en_US" : "/zh_CN") +
-                                           "/language.properties";
-    }
-};
-
-void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
-
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
-    if (from.empty()) {
-        return text + to;
-    }
-    const std::size_t at = text.find(from);
+    const std::size_t at = from.empty() ? text.size() : text.find(from);
     EXPECT_NE(std::string::npos, at) << from;
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
-std::string Edited(const std::string& text, const Case& c) {
-    const std::string once = Replaced(text, c.from, c.to);
-    return c.from2.empty() ? once : Replaced(once, c.from2, c.to2);
-}
-
-std::string Listed(const std::vector<Finding>& findings) {
-    return alarmdef::FormatText(findings);
-}
-
-TEST_P(FindingKinds, AreReportedAtTheirLine) {
-    const Case& c = GetParam();
-    dir_.Write(c.target == Target::Xml ? Edited(kXml, c) : kXml, c.target == Target::En ? Edited(kLanguage, c) : kLanguage,
-               c.target == Target::Zh ? Edited(kLanguage, c) : kLanguage);
-    const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir_.xml());
-    bool found = false;
-    for (const Finding& f : findings) {
-        found = found || (f.file == path(c.reported) && f.line == c.line && f.severity == c.severity &&
-                          f.message.find(c.text) != std::string::npos);
-    }
-    EXPECT_TRUE(found) << Listed(findings);
-}
-
-INSTANTIATE_TEST_SUITE_P(Definitions, FindingKinds, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
-
-TEST(DefinitionCheck, TheFixtureAndTheShippedExamplesAreClean) {
+TEST(DefinitionCheck, EachKindOfFindingIsReportedAtItsLine) {
     testsupport::ScopedEnv quiet("RUNLOG_FILE", "/dev/null");
     configtest::ConfigDir dir;
-    dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(dir.xml())));
-    EXPECT_EQ("", Listed(alarmdef::CheckDefinitionFile(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml")));
+    const std::string files[] = {dir.xml(), dir.dir.path() + "/en_US/language.properties",
+                                 dir.dir.path() + "/zh_CN/language.properties"};
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const auto edited = [&c](Target target, const std::string& text) {
+            return c.target == target ? Replaced(Replaced(text, c.from, c.to), c.from2, c.to2) : text;
+        };
+        dir.Write(edited(Target::Xml, kXml), edited(Target::En, kLanguage), edited(Target::Zh, kLanguage));
+        const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
+        EXPECT_TRUE(std::any_of(findings.begin(), findings.end(), [&](const Finding& f) {
+            return f.file == files[static_cast<int>(c.reported)] && f.line == c.line && f.severity == c.severity &&
+                   f.message.find(c.text) != std::string::npos;
+        })) << alarmdef::FormatText(findings);
+    }
 }
 
 // Each ends with errors, quickly and in little memory (the test's time limit
@@ -200,30 +165,28 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
     for (const auto& file : files) {
         dir.Write(file.first, kLanguage, kLanguage);
         const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
-        EXPECT_NE(std::string::npos, Listed(findings).find(file.second)) << Listed(findings);
+        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second)) << alarmdef::FormatText(findings);
         EXPECT_EQ(2, alarmdef::ExitCodeOf(findings));
     }
     // 100 MB, sparse: refused by its size before a byte is read.
     dir.Write(kXml, kLanguage, kLanguage);
     std::filesystem::resize_file(dir.xml(), 100u << 20);
     EXPECT_NE(std::string::npos,
-              Listed(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
+              alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
     alarmdef::CheckLimits few;
     few.outline.maxElements = 10;
     dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_NE(std::string::npos, Listed(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
+    EXPECT_NE(std::string::npos, alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
 }
 
 TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
     testsupport::ScopedEnv quiet("RUNLOG_FILE", nullptr);  // the program silences the loader itself
     configtest::ConfigDir dir;
-    const std::string program = testsupport::ProgramPath("alarmdef-check");
     struct Run {
         std::vector<std::string> args;
         std::string language;
         int exitCode;
-        std::string out;  // the start of stdout
-        std::string err;  // part of stderr
+        std::string out, err;  // the start of stdout, part of stderr
     };
     const std::string xml = dir.xml();
     const std::vector<Run> runs = {
@@ -235,18 +198,136 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
         {{dir.dir.path() + "/absent.xml"}, kLanguage, 2, dir.dir.path() + "/absent.xml: error: the definition file "
                                                                           "cannot be read", ""},
         {{"--yaml", xml}, kLanguage, 3, "", "alarmdef-check: unknown option --yaml (alarmdef-check --help"},
-        {{}, kLanguage, 3, "", "no FILE given"},
-        {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
+        {{}, kLanguage, 3, "", "no FILE given"}, {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
     };
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);
-        std::vector<std::string> args = {program};
-        args.insert(args.end(), run.args.begin(), run.args.end());
-        const testsupport::ProgramResult result = testsupport::RunProgram(args, 60000);
+        const testsupport::ProgramResult result = testsupport::RunProgram("alarmdef-check", run.args, 60000);
         EXPECT_EQ(run.exitCode, result.exitCode) << result.out << result.err;
         EXPECT_EQ(0u, result.out.find(run.out)) << result.out;
         EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
         EXPECT_EQ(run.err.empty(), result.err.empty()) << result.err;
+    }
+}
+
+TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
+    SendOptions o;
+    std::string error;
+    ASSERT_TRUE(ParseSendArgs({"--service", "orders", "--timeout=100", "--time", "1700000000123", "--stats", "clear",
+                               "300012", "disk=sda", "note=a=b"}, "env-id", "env-name", &o, &error)) << error;
+    EXPECT_EQ("env-id env-name orders 100 1700000000123 300012",
+              testsupport::Words(o.appId, o.appName, o.service, o.timeoutMs, o.timeMs, o.alarm.alarmId));
+    EXPECT_TRUE(o.printStats && o.alarm.clear);
+    EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{{"disk", "sda"}, {"note", "a=b"}}), o.alarm.params);
+    ASSERT_TRUE(ParseSendArgs({"--app-id", "a", "--legacy", "--definitions", "d.xml", "-"}, nullptr, "n", &o, &error));
+    EXPECT_TRUE(o.fromStdin && o.legacy);
+    EXPECT_EQ("a", o.appId);
+}
+
+TEST(AlarmSendArgs, EveryBadArgumentIsRefusedWithItsReason) {
+    const std::string longValue = "a=" + std::string(128, 'v');
+    const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
+        {{"raise"}, "raise needs an alarm id"}, {{"shout", "1"}, "expected raise or clear"},
+        {{}, "expected raise or clear"}, {{"raise", "1234567890"}, "'1234567890' is not 1 to 9 decimal digits"},
+        {{"raise", "12a"}, "is not 1 to 9 decimal digits"}, {{"raise", "1", "disk"}, "'disk' is not NAME=VALUE"},
+        {{"raise", "1", "=x"}, "'=x' is not NAME=VALUE"}, {{"raise", "1", "a=1", "a=2"}, "parameter a is given twice"},
+        {{"raise", "1", longValue}, "at most 127 characters"}, {{"--bogus", "raise", "1"}, "unknown option --bogus"},
+        {{"--service"}, "--service needs a value"}, {{"--stats=1", "raise", "1"}, "--stats takes no value"},
+        {{"--timeout", "-1", "raise", "1"}, "--timeout takes milliseconds"},
+        {{"--time", "999999999", "raise", "1"}, "--time takes milliseconds since the epoch"},
+        {{"--legacy", "raise", "1", "a=1"}, "--legacy needs --definitions FILE"},
+        {{"--legacy", "--definitions", "d.xml", "raise", "1"}, "a legacy alarm carries at least one parameter"},
+        {{"--legacy", "--definitions", "d.xml", "--service", "s", "raise", "1", "a=1"}, "not --legacy"},
+        {{"--definitions", "d.xml", "raise", "1"}, "--definitions belongs to --legacy"},
+        {{"--label", "l", "raise", "1"}, "--label needs --service"},
+        {{"--app-id", "", "raise", "1"}, "no application id: set APPID or --app-id"},
+    };
+    for (const auto& c : bad) {
+        SendOptions o;
+        std::string error;
+        EXPECT_FALSE(ParseSendArgs(c.first, "id", "name", &o, &error)) << c.second;
+        EXPECT_NE(std::string::npos, error.find(c.second)) << error;
+    }
+}
+
+enum class Agent { Accepting, Refusing, Down };
+
+struct SendRun {
+    const char* name;
+    std::vector<std::string> args;
+    std::string input;  // standard input
+    Agent agent;
+    int exitCode;
+    const char* err;    // part of the one line on stderr ("" when none)
+    // What the agent must have received, checked when set.
+    std::function<void(const nodeward::Sim&, const testsupport::ProgramResult&)> check = nullptr;
+};
+
+std::string SeqLines(int count) {
+    std::string lines;
+    for (int i = 0; i < count; ++i) {
+        lines += "raise 5 seq=" + std::to_string(i) + "\n";
+    }
+    return lines;
+}
+
+const std::string kDefinitions = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
+
+const SendRun kRuns[] = {
+    {"Delivered", {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"}, "", Agent::Accepting,
+     0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
+         ASSERT_EQ(1u, agent.acceptedAlarms().size());
+         const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
+         std::map<std::string, std::string> params(a.parameters.begin(), a.parameters.end());
+         EXPECT_EQ("300012 1 app-7 orders sda 95",
+                   testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
+         EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
+                                       "last_delivery_ms=1")) << result.out;
+     }},
+    // The shipped example definitions, their language files included, as the agent receives them.
+    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"}, "",
+     Agent::Accepting, 0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+         ASSERT_EQ(1u, agent.acceptedAlarms().size());
+         const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
+         EXPECT_EQ("1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
+                   "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
+                   testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
+                       a.appendInfo);
+     }},
+    {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
+    {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,
+     "alarm-send: line 4: expected raise or clear", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+         EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
+     }},
+    {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
+     Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
+    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "", Agent::Accepting, 1,
+     "alarm-send: 1 of 1 alarms refused: not defined in"},
+    {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},
+    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "", Agent::Refusing, 4,
+     "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
+};
+
+TEST(AlarmSendProgram, EachRunExitsWithItsCodeAndOneLine) {
+    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), log("RUNLOG_FILE", nullptr);
+    testsupport::TempDir dir;
+    for (const SendRun& run : kRuns) {
+        SCOPED_TRACE(run.name);
+        const auto agent = testsupport::StartedAgent();
+        agent->failNext(run.agent == Agent::Refusing ? 1000000 : 0, nodeward::FailMode::RetCode);
+        const std::string nobody = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
+        testsupport::ScopedEnv endpoint("NODEWARD_ENDPOINT",
+                                        run.agent == Agent::Down ? nobody.c_str() : agent->endpoint().c_str());
+        const std::string input = dir.path() + "/input";
+        std::ofstream(input) << run.input;
+        const testsupport::ProgramResult result = testsupport::RunProgram("alarm-send", run.args, 60000, input);
+        EXPECT_EQ(run.exitCode, result.exitCode) << result.err;
+        EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
+        EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))
+            << result.err;
+        if (run.check) {
+            run.check(*agent, result);
+        }
     }
 }
 

@@ -1,12 +1,10 @@
-// A host that loads the library with dlopen, uses it and unloads it: the
-// library's threads never end, so its code must stay mapped. This program
-// does not link the library; it loads the built libalarmsdk.so.
+// A host that loads the library with dlopen, uses it and unloads it: the library's threads never end, so its code must
+// stay mapped. This program does not link the library; it loads the built libalarmsdk.so.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 
 #include "TestEnv.h"
 
@@ -16,11 +14,9 @@ std::atomic<int> g_checks{0};
 void OnCheck(char*) { ++g_checks; }
 
 TEST(Unload, ThreadsKeepRunningAfterDlclose) {
-    testsupport::ScopedEnv appId("APPID", "app-7");
-    testsupport::ScopedEnv appName("APPNAME", "orders-app");
-    testsupport::ScopedEnv ip("TRANSPORT_SDK_IP", "127.0.0.1");
     const std::string port = std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv sdkPort("TRANSPORT_SDK_PORT", port.c_str());
+    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), ip("TRANSPORT_SDK_IP", "127.0.0.1"),
+        sdkPort("TRANSPORT_SDK_PORT", port.c_str());
     void* library = dlopen(ALARMSDK_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
     auto init = reinterpret_cast<int (*)()>(dlsym(library, "ZEBInitAlarmSDK"));

@@ -85,6 +85,15 @@ const std::string* FindValue(const std::map<std::string, std::string>& params, c
     return nullptr;
 }
 
+// The first sizeof(T) bytes at data; memcpy because the caller's buffer
+// need not be aligned for T.
+template <typename T>
+T LoadBytes(const void* data) {
+    T value;
+    std::memcpy(&value, data, sizeof(value));
+    return value;
+}
+
 }  // namespace
 
 extern "C" {
@@ -226,13 +235,7 @@ void ALM_AddAlarmSourceInfo(Alarm* alarm, ALM_Json_Para_def*& appendInfo) {
 }
 
 void ALM_AddAlarmSourcePosition(Alarm* /*alarm*/, ALM_Json_Para_def*& appendInfo, unsigned long& len) {
-    std::string address = AlmRukInterface::GetNodeIP();
-    if (address.empty()) {
-        const char* serverIp = std::getenv("SERVER_IP");
-        if (serverIp != nullptr) {
-            address = serverIp;
-        }
-    }
+    const std::string address = AlmRukInterface::GetAlarmSourceAddress();
     if (!address.empty()) {
         AppendBoth(appendInfo, "Alarm Source Location", "告警源位置", kTextSize);
         AppendBoth(appendInfo, "=");
@@ -255,21 +258,12 @@ unsigned long ALM_GetIntValue(unsigned long paraLen, unsigned long* data) {
     }
     // The low-order bytes, as they lie in memory on the little-endian targets.
     switch (paraLen) {
-        case 1: {
-            uint8_t v;
-            std::memcpy(&v, data, sizeof(v));
-            return v;
-        }
-        case 2: {
-            uint16_t v;
-            std::memcpy(&v, data, sizeof(v));
-            return v;
-        }
-        case 4: {
-            uint32_t v;
-            std::memcpy(&v, data, sizeof(v));
-            return v;
-        }
+        case 1:
+            return LoadBytes<uint8_t>(data);
+        case 2:
+            return LoadBytes<uint16_t>(data);
+        case 4:
+            return LoadBytes<uint32_t>(data);
         default:
             ALM_LOG_ERROR("In ALM_GetIntValue, paraLen=%d  is invalid !", static_cast<int>(paraLen));
             return 0;
@@ -282,16 +276,11 @@ unsigned int ALM_GetEnumValue(unsigned long paraLen, unsigned int* data) {
         return 0;
     }
     switch (paraLen) {
-        case 1: {
-            int8_t v;
-            std::memcpy(&v, data, sizeof(v));
-            return static_cast<unsigned int>(static_cast<int>(v));
-        }
-        case 2: {
-            int16_t v;
-            std::memcpy(&v, data, sizeof(v));
-            return static_cast<unsigned int>(static_cast<int>(v));
-        }
+        // Signed, widened: an enumeration key of 0xFF in one byte is -1.
+        case 1:
+            return static_cast<unsigned int>(static_cast<int>(LoadBytes<int8_t>(data)));
+        case 2:
+            return static_cast<unsigned int>(static_cast<int>(LoadBytes<int16_t>(data)));
         case 4:
             return *data;
         default:

@@ -98,6 +98,19 @@ void FreeTextBuffer(char*& buffer, const char* missingMessage) {
     buffer = nullptr;
 }
 
+// Copies the environment variable `name` into `*out` with its log line; false,
+// with `missingMessage`, when it is unset (start-up then stops short).
+bool ReadIdentity(const char* name, const char* missingMessage, const char* gotFormat, std::string* out) {
+    const char* value = std::getenv(name);
+    if (value == nullptr) {
+        ALM_LOG_ERROR("%s", missingMessage);
+        return false;
+    }
+    *out = value;
+    ALM_LOG_INFO(gotFormat, value);
+    return true;
+}
+
 }  // namespace
 
 AlarmManager* AlarmManager::m_pInstance = new AlarmManager();
@@ -151,22 +164,11 @@ void AlarmManager::InitXML(const char* xmlFilePath, const char* serviceId, const
         m_strNodeId = nodeId;
     }
     AlmRukInterface::InitAllIp();
-    const char* appId = std::getenv("APPID");
-    if (appId == nullptr) {
-        ALM_LOG_ERROR("APPID is NULL");
+    if (!ReadIdentity("APPID", "APPID is NULL", "Get AppId %s", &m_strAppId) ||
+        !ReadIdentity("APPNAME", "APPNAME is NULL", "Get AppName %s", &m_strAppName)) {
         ReleaseLock();
         return;
     }
-    m_strAppId = appId;
-    ALM_LOG_INFO("Get AppId %s", m_strAppId.c_str());
-    const char* appName = std::getenv("APPNAME");
-    if (appName == nullptr) {
-        ALM_LOG_ERROR("APPNAME is NULL");
-        ReleaseLock();
-        return;
-    }
-    m_strAppName = appName;
-    ALM_LOG_INFO("Get AppName %s", m_strAppName.c_str());
     if (initSendThread() == 1) {
         m_uInitFlag.store(1, std::memory_order_release);
     }

@@ -295,13 +295,7 @@ void AlarmManagerEx::fillNodIp2Alarm(AlarmEx* alarm) {
         ALM_LOG_ERROR("AlarmManagerEx::fillNodIp2Alarm pAlarm is Null!");
         return;
     }
-    std::string value = AlmRukInterface::GetNodeIP();
-    if (value.empty()) {
-        const char* serverIp = std::getenv("SERVER_IP");
-        if (serverIp != nullptr) {
-            value = serverIp;
-        }
-    }
+    const std::string value = AlmRukInterface::GetAlarmSourceAddress();
     if (!value.empty()) {
         alarm->setNodeIp(value);
         alarm->appendParameter("AlarmSourceLocation", value.c_str());

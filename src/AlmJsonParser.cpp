@@ -177,6 +177,27 @@ cJSON* NewAlarmObject(const void* record, const char* nullRecordFormat, const ch
     return object;
 }
 
+// Parses an agent answer and hands its code field to `read`; "" when the
+// answer or the field is missing. Both generations' readers name GetOprType
+// in their lines; operators search for those words.
+template <typename Read>
+std::string ReadAnswerCode(const char* json, const char* key, Read read) {
+    cJSON* pJsonRoot = cJSON_Parse(json);
+    if (pJsonRoot == nullptr) {
+        ALM_LOG_ERROR("In %s, pJsonRoot is null!", "AlmJsonParser::GetOprType");
+        return "";
+    }
+    const cJSON* jsonRetCode = cJSON_GetObjectItem(pJsonRoot, key);
+    if (jsonRetCode == nullptr) {
+        ALM_LOG_ERROR("AlmJsonParser::GetOprType, jsonRetCode is NULL.");
+        cJSON_Delete(pJsonRoot);
+        return "";
+    }
+    std::string code = read(*jsonRetCode);
+    cJSON_Delete(pJsonRoot);
+    return code;
+}
+
 }  // namespace
 
 int64_t AlmJsonParser::m_lTimeStamp = 0;
@@ -264,27 +285,16 @@ cJSON* AlmJsonParser::BuildAlarmEx(AlarmEx* pAlarm, DocumentScratch* scratch) {
     return pAlarmJson;
 }
 
-// Both answer readers name GetOprType in their lines; operators search for those words.
 std::string AlmJsonParser::GetRetCodeEx(const char* json) {
-    cJSON* pJsonRoot = cJSON_Parse(json);
-    if (pJsonRoot == nullptr) {
-        ALM_LOG_ERROR("In %s, pJsonRoot is null!", "AlmJsonParser::GetOprType");
-        return "";
-    }
-    const cJSON* jsonRetCode = cJSON_GetObjectItem(pJsonRoot, "retCode");
-    if (jsonRetCode == nullptr) {
-        ALM_LOG_ERROR("AlmJsonParser::GetOprType, jsonRetCode is NULL.");
-        cJSON_Delete(pJsonRoot);
-        return "";
-    }
-    // Deliberately lenient: anything whose integer value is 0 (a string,
-    // false, null, an array, an object) counts as success.
-    const bool accepted = jsonRetCode->valueint == 0;
-    if (!accepted) {
+    return ReadAnswerCode(json, "retCode", [](const cJSON& jsonRetCode) -> std::string {
+        // Deliberately lenient: anything whose integer value is 0 (a string,
+        // false, null, an array, an object) counts as success.
+        if (jsonRetCode.valueint == 0) {
+            return "OK";
+        }
         ALM_LOG_ERROR("AlmJsonParser::GetOprType, strRetCode is NULL.");
-    }
-    cJSON_Delete(pJsonRoot);
-    return accepted ? "OK" : "Failed";
+        return "Failed";
+    });
 }
 
 char* AlmJsonParser::GenRestDataJson(const std::list<_AlarmModel*>& models) {
@@ -416,21 +426,8 @@ cJSON* AlmJsonParser::BuildAlarmModel(_AlarmModel* alarmModel, DocumentScratch* 
 }
 
 std::string AlmJsonParser::GetRetCode(const char* json) {
-    cJSON* pJsonRoot = cJSON_Parse(json);
-    if (pJsonRoot == nullptr) {
-        ALM_LOG_ERROR("In %s, pJsonRoot is null!", "AlmJsonParser::GetOprType");
-        return "";
-    }
-    const cJSON* jsonRetCode = cJSON_GetObjectItem(pJsonRoot, "returncode");
-    if (jsonRetCode == nullptr) {
-        ALM_LOG_ERROR("AlmJsonParser::GetOprType, jsonRetCode is NULL.");
-        cJSON_Delete(pJsonRoot);
-        return "";
-    }
-    // The legacy protocol sends a string; anything else reads as "".
-    std::string retCode = cJSON_IsString(jsonRetCode) && jsonRetCode->valuestring != nullptr
-                              ? jsonRetCode->valuestring
-                              : "";
-    cJSON_Delete(pJsonRoot);
-    return retCode;
+    return ReadAnswerCode(json, "returncode", [](const cJSON& jsonRetCode) -> std::string {
+        // The legacy protocol sends a string; anything else reads as "".
+        return cJSON_IsString(&jsonRetCode) && jsonRetCode.valuestring != nullptr ? jsonRetCode.valuestring : "";
+    });
 }

@@ -63,6 +63,17 @@ std::string AlmRukInterface::GetServiceIp() {
     return m_strServiceIp;
 }
 
+std::string AlmRukInterface::GetAlarmSourceAddress() {
+    std::string address = GetNodeIP();
+    if (address.empty()) {
+        const char* serverIp = std::getenv("SERVER_IP");
+        if (serverIp != nullptr) {
+            address = serverIp;
+        }
+    }
+    return address;
+}
+
 unsigned short AlmRukInterface::GetLocalPort() { return m_uLocalPort; }
 
 stru_REST_REQUEST* AlmRukInterface::AllocRestRequest(size_t bodyLength) {

@@ -18,6 +18,9 @@ public:
 
     static std::string GetNodeIP();
     static std::string GetServiceIp();
+    // Where an alarm says it comes from: the node address, else SERVER_IP as
+    // it is set (even one character); "" when neither is known.
+    static std::string GetAlarmSourceAddress();
     static unsigned short GetLocalPort();
 
     // A request record with its buffers and header list attached; NULL on failure.

@@ -6,12 +6,12 @@
 #   scripts/mutate.sh            every mutation
 #   scripts/mutate.sh WORD       only the mutations whose line contains WORD
 # Exit status 0 when every mutation was caught. The unmutated copy must build
-# and pass first; a mutation that does not build is reported apart.
+# and pass first; a mutation that does not build is reported apart. The run
+# works on its copy only, so the tree may be edited meanwhile.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 work=$root/build/mutate
-list=$root/scripts/mutations.txt
 filter=${1:-}
 jobs=${MUTATE_JOBS:-2}
 
@@ -19,6 +19,9 @@ mkdir -p "$work"
 # A copy of the tree as it is (time stamps kept, so a rerun rebuilds only what changed).
 rm -rf "$work/src" && mkdir -p "$work/src"
 tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$work/src" -xf -
+# A run that did not end may have left objects built from mutated files, newer
+# than the originals' time stamps: such a build is not trusted, it is redone.
+if [ -e "$work/mutated" ]; then rm -rf "$work/build"; fi
 build() { cmake --build "$work/build" -j"$jobs" > "$work/build.log" 2>&1; }
 suite() { ctest --test-dir "$work/build" -j$((jobs + 1)) --stop-on-failure --timeout 300 > "$work/ctest.log" 2>&1; }
 
@@ -53,6 +56,8 @@ while IFS= read -r line; do
   IFS=$'\x1f' read -r file text replacement what <<< "${line//$'\t'/$'\x1f'}"
   [ -z "$filter" ] || [[ "$file $text $what" == *"$filter"* ]] || continue
   label="$file: $what"
+  echo "$file" > "$work/mutated"
+  cp -p "$work/src/$file" "$work/original"
   if ! apply "$work/src/$file" "$text" "$replacement" 2> "$work/apply.log"; then
     broken+=("$label ($(cat "$work/apply.log"))")
     echo "NOT APPLIED  $label"
@@ -69,9 +74,10 @@ while IFS= read -r line; do
     failed=$(grep -m1 -E '^\s+[0-9]+ - ' "$work/ctest.log" | sed -E 's/^\s+[0-9]+ - //' || true)
     echo "caught       $label   [$failed]"
   fi
-  cp "$root/$file" "$work/src/$file"  # a fresh time stamp, so it is rebuilt
-done < "$list"
+  cp "$work/original" "$work/src/$file"  # a fresh time stamp, so it is rebuilt
+done < "$work/src/scripts/mutations.txt"  # the list as it was at the start
 build || true  # leave the copy built unmutated
+rm -f "$work/mutated"
 
 echo "=== $caught caught, ${#survived[@]} survived, ${#broken[@]} not applied or not built"
 for s in "${survived[@]}"; do echo "survived: $s"; done

@@ -18,7 +18,7 @@ struct EnumSpec {
     const char* ch;
 };
 
-struct ParamSpec {
+struct ParamDef {
     const char *name, *en, *ch, *type;
     int64_t len;
     int64_t cls;  // 0 location, 1 append information
@@ -31,7 +31,7 @@ template <std::size_t N> void Set(char (&field)[N], const char* text) {
 
 // A definition like the loader's (the numbers no case reads left zero), reachable until the process ends.
 inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
-                                const std::vector<ParamSpec>& params) {
+                                const std::vector<ParamDef>& params) {
     static auto* kept = new std::vector<stAlarmItems*>();
     stAlarmItems* item = kept->emplace_back(static_cast<stAlarmItems*>(std::calloc(1, sizeof(stAlarmItems))));
     item->alarmId = id;
@@ -40,22 +40,22 @@ inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char*
     item->paramNum = static_cast<int64_t>(params.size());
     item->params = static_cast<stParaDef*>(std::calloc(params.size() + 1, sizeof(stParaDef)));
     for (std::size_t i = 0; i < params.size(); ++i) {
-        const ParamSpec& spec = params[i];
+        const ParamDef& param = params[i];
         stParaDef& p = item->params[i];
-        Set(p.paramName, spec.name);
-        Set(p.paramEnName, spec.en);
-        Set(p.paramChName, spec.ch);
-        Set(p.paramType, spec.type);
-        p.paramLen = spec.len;
-        p.paramClass = spec.cls;
-        p.enumNum = static_cast<int64_t>(spec.enums.size());
-        if (!spec.enums.empty()) {
-            p.enumValues = static_cast<stEnumBitDef*>(std::calloc(spec.enums.size(), sizeof(stEnumBitDef)));
+        Set(p.paramName, param.name);
+        Set(p.paramEnName, param.en);
+        Set(p.paramChName, param.ch);
+        Set(p.paramType, param.type);
+        p.paramLen = param.len;
+        p.paramClass = param.cls;
+        p.enumNum = static_cast<int64_t>(param.enums.size());
+        if (!param.enums.empty()) {
+            p.enumValues = static_cast<stEnumBitDef*>(std::calloc(param.enums.size(), sizeof(stEnumBitDef)));
         }
-        for (std::size_t e = 0; e < spec.enums.size(); ++e) {
-            p.enumValues[e].value = spec.enums[e].value;
-            Set(p.enumValues[e].enName, spec.enums[e].en);
-            Set(p.enumValues[e].chName, spec.enums[e].ch);
+        for (std::size_t e = 0; e < param.enums.size(); ++e) {
+            p.enumValues[e].value = param.enums[e].value;
+            Set(p.enumValues[e].enName, param.enums[e].en);
+            Set(p.enumValues[e].chName, param.enums[e].ch);
         }
     }
     return item;

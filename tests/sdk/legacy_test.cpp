@@ -184,11 +184,11 @@ TEST_F(Legacy, TheAlarmsOwnSourceWinsOverTheManagers) {
     EXPECT_EQ("EN:N=1,Alarm Source=manager-source##ZH:N=1,告警源=manager-source##", alarms[1].appendInfo);
 }
 
-using legacytest::ParamSpec;
+using legacytest::ParamDef;
 
 struct TextCase {
     const char* name;
-    std::vector<ParamSpec> definition;
+    std::vector<ParamDef> definition;
     std::vector<std::pair<std::string, std::string>> params;
     const char* serviceName;  // the alarm's service instance name
     const char *podName, *hostingServerIp, *serverIp, *nodeId;
@@ -196,14 +196,14 @@ struct TextCase {
     std::string error;  // an error line the case must log ("" for none)
 };
 
-const ParamSpec kUsage{"usage", "Usage", "UsageCh", "UINT", 1, 1, {}};
-const ParamSpec kDisk{"disk", "Disk", "磁盘", "STRING", 0, 0, {}};
-const ParamSpec kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}};
+const ParamDef kUsage{"usage", "Usage", "UsageCh", "UINT", 1, 1, {}};
+const ParamDef kDisk{"disk", "Disk", "磁盘", "STRING", 0, 0, {}};
+const ParamDef kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "正常"}, {-1, "failed", "故障"}}};
 
 // Five location texts of 120 characters: more than the 1024 bytes of the text.
 const std::string kLong(120, 'v');
 const std::string kLongText = "p0=" + kLong + ",p1=" + kLong + ",p2=" + kLong + ",p3=" + kLong + ",p4=" + kLong;
-ParamSpec Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}; }
+ParamDef Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}; }
 
 const TextCase kTextCases[] = {
     {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",

@@ -106,18 +106,18 @@ std::vector<std::string> SplitWords(const std::string& line) {
     return words;
 }
 
-bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmSpec* alarm, std::string* error) {
+bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmRequest* alarm, std::string* error) {
     if (words.empty() || (words[0] != "raise" && words[0] != "clear")) {
         return Fail(error, "expected raise or clear, then the alarm id");
     }
     if (words.size() < 2) {
         return Fail(error, words[0] + " needs an alarm id");
     }
-    AlarmSpec spec;
-    spec.clear = words[0] == "clear";
-    spec.alarmId = words[1];
-    if (!AllDigits(spec.alarmId) || spec.alarmId.size() > kAlarmIdMax) {
-        return Fail(error, "alarm id '" + spec.alarmId + "' is not 1 to 9 decimal digits");
+    AlarmRequest request;
+    request.clear = words[0] == "clear";
+    request.alarmId = words[1];
+    if (!AllDigits(request.alarmId) || request.alarmId.size() > kAlarmIdMax) {
+        return Fail(error, "alarm id '" + request.alarmId + "' is not 1 to 9 decimal digits");
     }
     std::set<std::string> names;
     for (std::size_t i = 2; i < words.size(); ++i) {
@@ -133,12 +133,12 @@ bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmSp
         if (!names.insert(name).second) {
             return Fail(error, "parameter " + name + " is given twice");
         }
-        spec.params.emplace_back(std::move(name), std::move(value));
+        request.params.emplace_back(std::move(name), std::move(value));
     }
-    if (legacy && spec.params.empty()) {
+    if (legacy && request.params.empty()) {
         return Fail(error, "a legacy alarm carries at least one parameter");
     }
-    *alarm = std::move(spec);
+    *alarm = std::move(request);
     return true;
 }
 

@@ -17,7 +17,7 @@ constexpr int kExitUsage = 2;         // bad arguments or a bad input line
 constexpr int kExitQueueFull = 3;     // 1024 alarms were already waiting
 constexpr int kExitNotDelivered = 4;  // not delivered within --timeout
 
-struct AlarmSpec {
+struct AlarmRequest {
     bool clear = false;
     std::string alarmId;
     std::vector<std::pair<std::string, std::string>> params;
@@ -37,7 +37,7 @@ struct SendOptions {
     std::string definitions;
     bool printStats = false;
     bool fromStdin = false;  // "-": one alarm per line of standard input
-    AlarmSpec alarm;         // the one alarm of the command line
+    AlarmRequest alarm;         // the one alarm of the command line
     bool help = false;
 };
 
@@ -48,7 +48,7 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
 
 // "raise|clear ALARM_ID [NAME=VALUE ...]" as words; legacy asks for at least
 // one parameter. false with *error.
-bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmSpec* alarm, std::string* error);
+bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmRequest* alarm, std::string* error);
 
 // A line of standard input split at blanks.
 std::vector<std::string> SplitWords(const std::string& line);

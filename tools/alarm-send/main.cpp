@@ -34,7 +34,7 @@ enum class Outcome { Queued, Refused, QueueFull };
 
 // Hands one alarm to the library. A refusal by the full queue is told apart
 // from the others by the counters (the legacy SendAlarm reports neither).
-Outcome Send(const SendOptions& options, const AlarmSpec& alarm) {
+Outcome Send(const SendOptions& options, const AlarmRequest& alarm) {
     const alarmsdk_stats before = Stats(options.legacy);
     if (options.legacy) {
         AlarmObject* object =
@@ -127,7 +127,7 @@ void SendLines(const SendOptions& options, Tally& tally) {
         if (words.empty() || words[0][0] == '#') {
             continue;
         }
-        AlarmSpec alarm;
+        AlarmRequest alarm;
         std::string error;
         if (line.size() > kMaxLineBytes) {
             error = "longer than 4096 bytes";

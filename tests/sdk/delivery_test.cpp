@@ -86,9 +86,10 @@ class SharedDeliveryRetry : public sdktest::AgentTest,
 
 TEST_P(SharedDeliveryRetry, AFailingAgentGetsTheSameBatchAgainAfterThreeSeconds) {
     GenerationDriver driver(std::get<0>(GetParam()));
-    ASSERT_TRUE(StartAgent([this](nodeward::SimOptions& o) {
+    const FailMode failMode = std::get<1>(GetParam());
+    ASSERT_TRUE(StartAgent([failMode](nodeward::SimOptions& o) {
         o.failFirst = 2;
-        o.failMode = std::get<1>(GetParam());
+        o.failMode = failMode;
     }));
     WhileParked([&] { return driver.init(); }, [&] { ASSERT_TRUE(driver.send(5)); });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(5, 20000));

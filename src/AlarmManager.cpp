@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 
@@ -208,26 +209,24 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
         return 0;
     }
 
-    _AlarmModel* model = new (std::nothrow) _AlarmModel();
+    std::unique_ptr<_AlarmModel> model(new (std::nothrow) _AlarmModel());
     if (model == nullptr) {
         ALM_LOG_ERROR("In %s, alarmModel is null!", "alarmModel");
         return 0;
     }
     CopyField(model->appId, m_strAppId.c_str());
     CopyField(model->appName, m_strAppName.c_str());
-    FillFromDefinition(model, alarm, definition, alarmId);
+    FillFromDefinition(model.get(), alarm, definition, alarmId);
 
     ALM_Json_Para_def* location = new (std::nothrow) ALM_Json_Para_def();
     if (location == nullptr) {
         ALM_LOG_ERROR("In %s, locationJson is null!", "locationJson");
-        delete model;
         return 0;
     }
     ALM_Json_Para_def* appendInfo = new (std::nothrow) ALM_Json_Para_def();
     if (appendInfo == nullptr) {
         ALM_LOG_ERROR("In %s, appendInfoJson is null!", "appendInfoJson");
         deleteALM_Json_ParaPtr(location);
-        delete model;
         return 0;
     }
     ALM_ContructLocationAndAppendParainfo(alarm, definition, location, appendInfo);
@@ -236,12 +235,12 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
     deleteALM_Json_ParaPtr(location);
     deleteALM_Json_ParaPtr(appendInfo);
 
-    m_pAlarmQueue->push(model);
+    m_pAlarmQueue->push(std::move(model));
     return 1;
 }
 
 int AlarmManager::RegisterRsetClear() {
-    _AlarmModel* model = new (std::nothrow) _AlarmModel();
+    std::unique_ptr<_AlarmModel> model(new (std::nothrow) _AlarmModel());
     if (model == nullptr) {
         ALM_LOG_ERROR("In %s, alarmModel is null!", "alarmModel");
         return 0;
@@ -250,7 +249,7 @@ int AlarmManager::RegisterRsetClear() {
     CopyField(model->alarmId, "0");
     CopyField(model->appId, m_strAppId.c_str());
     CopyField(model->appName, m_strAppName.c_str());
-    m_pAlarmQueue->push(model);
+    m_pAlarmQueue->push(std::move(model));
     return 0;
 }
 

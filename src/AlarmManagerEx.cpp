@@ -202,8 +202,7 @@ int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* s
     }
     fillAlarmSouce2Alarm(source, record.get());
     fillNodIp2Alarm(record.get());
-    m_alarmQueue.push(record.get());
-    record.release();
+    m_alarmQueue.push(std::move(record));
     return 0;
 }
 

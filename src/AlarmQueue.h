@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <deque>
 #include <list>
+#include <memory>
 #include <queue>
 
 #include "DeliveryCounters.h"
@@ -72,11 +73,13 @@ public:
     }
 
     // Appends under the lock, whatever the size: the bound is the caller's
-    // test. May throw std::bad_alloc; the item then stays the caller's.
-    void push(T* item) {
+    // test. The queue holds the item from here on; if it cannot grow
+    // (std::bad_alloc) the item is freed on the way out, never leaked.
+    void push(std::unique_ptr<T> item) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        items_.push(item);
+        items_.push(item.get());
+        item.release();
         counters_.noteQueued();
         signal_.added(items_.size());
     }

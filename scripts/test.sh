@@ -34,20 +34,25 @@ note_broken() {
   summary="$summary  $1: $2 FAILED, $((SECONDS - $3)) s"$'\n'
 }
 
+# Configures and builds DIR with the cmake arguments that follow (the whole
+# tree, or only TARGET when it is not empty); a failure is noted in the
+# summary and the failure count.
+configure_and_build() {
+  local name=$1 dir=$2 started=$3 target=$4
+  shift 4
+  mkdir -p build
+  echo "=== $name: configure and build"
+  cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 ||
+    { cat "$dir.configure.log"; note_broken "$name" configure "$started"; return 1; }
+  cmake --build "$dir" -j"$jobs" ${target:+--target "$target"} || { note_broken "$name" build "$started"; return 1; }
+}
+
 run_suite() {
   local name=$1
   shift
   local dir="build/$name"
-  mkdir -p build
   local started=$SECONDS
-  echo "=== $name: configure and build"
-  local broken=""
-  cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; broken="configure"; }
-  [ -n "$broken" ] || cmake --build "$dir" -j"$jobs" || broken="build"
-  if [ -n "$broken" ]; then
-    note_broken "$name" "$broken" "$started"
-    return 1
-  fi
+  configure_and_build "$name" "$dir" "$started" "" "$@" || return 1
   echo "=== $name: tests"
   local log="$dir/ctest.log"
   local rc=0
@@ -88,12 +93,9 @@ run_fuzz() {
   local dir=build/fuzz
   local seconds=${FUZZ_SECONDS:-30}
   local started=$SECONDS
-  mkdir -p build
-  echo "=== fuzz: configure and build"
-  cmake -S . -B "$dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DALARMSDK_FUZZ=ON -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; note_broken fuzz configure "$started"; return 1; }
-  cmake --build "$dir" -j"$jobs" --target alarmsdk_fuzzers || { note_broken fuzz build "$started"; return 1; }
+  configure_and_build fuzz "$dir" "$started" alarmsdk_fuzzers -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_FUZZ=ON -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF ||
+    return 1
   local target rc=0 failed=0 ran=0 line
   while read -r target; do
     [ -n "$target" ] || continue

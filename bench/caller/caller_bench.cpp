@@ -130,7 +130,6 @@ public:
             unlink(path_.c_str());
         }
     }
-    const std::string& path() const { return path_; }
 
 private:
     std::string path_;

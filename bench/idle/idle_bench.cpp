@@ -4,9 +4,7 @@
 // benchmark's threads are running.
 #include <benchmark/benchmark.h>
 
-#include <netinet/in.h>
 #include <pthread.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -23,6 +21,7 @@
 
 #include "AlarmSdk.h"
 #include "Pause.h"
+#include "TestEnv.h"
 
 namespace {
 
@@ -86,22 +85,10 @@ long Switches(const std::vector<Idler>& idlers) {
     return total;
 }
 
-int FreePort() {
-    const int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(addr);
-    bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-    getsockname(s, reinterpret_cast<sockaddr*>(&addr), &length);
-    close(s);
-    return ntohs(addr.sin_port);
-}
-
 void NoCheck(char*) {}
 
 void IdleThreads(benchmark::State& state) {
-    const std::string port = std::to_string(FreePort());
+    const std::string port = std::to_string(testsupport::FreeLoopbackPort());
     setenv("APPID", "app-7", 1);
     setenv("APPNAME", "orders-app", 1);
     setenv("TRANSPORT_SDK_IP", "127.0.0.1", 1);

@@ -14,7 +14,8 @@
 
 #include "AlarmSdk.h"
 #include "Base64.h"
-#include "rest_client.h"
+#include "RestCall.h"
+#include "TestEnv.h"
 #include "transport_sdk.h"
 
 namespace {
@@ -56,36 +57,25 @@ std::string FloodBody() {
     return encoded;
 }
 
-int Post(const std::string& url, std::string& body) {
-    stru_REST_REQUEST request{};
-    std::string target = url;
-    request.url = &target[0];
-    request.body = &body[0];
-    request.bodyLen = body.size();
-    stru_REST_RESPONSE* response = nullptr;
-    int status = sendRequest("", REST_REQUEST_POST, &request, &response) == 0 ? response->status : -1;
-    freeRestResponse(&response);
-    return status;
-}
-
 void BM_CheckFlood(benchmark::State& state) {
     setenv("APPID", "app-7", 1);
     setenv("APPNAME", "orders-app", 1);
     setenv("TRANSPORT_SDK_IP", "127.0.0.1", 1);
-    setenv("TRANSPORT_SDK_PORT", "47811", 1);
+    const std::string port = std::to_string(testsupport::FreeLoopbackPort());
+    setenv("TRANSPORT_SDK_PORT", port.c_str(), 1);
     setenv("RUNLOG_FILE", "/dev/null", 1);
     if (ZEBInitAlarmSDK() != 0 || ZEBRegisterAlarmCheckCallBackFun("orders", &BusyCallback) != 0) {
         state.SkipWithError("service did not start");
         return;
     }
-    const std::string url = "http://127.0.0.1:47811/orders/app-7/alarmCheck/callBack";
-    std::string body = FloodBody();
+    const std::string url = "http://127.0.0.1:" + port + "/orders/app-7/alarmCheck/callBack";
+    const std::string body = FloodBody();
     long baseline = 0;
     int refused = 0;
     for (auto _ : state) {
         baseline = StatusKb("VmRSS");
         for (int i = 0; i < kPosts; ++i) {
-            refused += Post(url, body) == 200 ? 0 : 1;
+            refused += testsupport::RestCall(url, body).status == 200 ? 0 : 1;
         }
     }
     g_floodOver = true;

@@ -60,10 +60,9 @@ long SendLegacyOne() {
 
 TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
+    const testsupport::LoopbackTransport transport;
     // Texts too long for a string's inline buffer, so copying them allocates.
-    const std::string port = std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application"),
-        ip("TRANSPORT_SDK_IP", "127.0.0.1"), sdkPort("TRANSPORT_SDK_PORT", port.c_str());
+    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application");
     Runlog_SetCapture(&CountErrors, nullptr);
 
     // The legacy calls report success for accepted arguments whatever happens

@@ -60,13 +60,11 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
 class TransportSdk : public ::testing::Test {
 protected:
     testsupport::RestAnswer Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST) {
-        return testsupport::RestCall("http://127.0.0.1:" + portText_ + path, body, type, nullptr, {{"X-Custom", "c1"}});
+        return testsupport::RestCall("http://127.0.0.1:" + transport_.portText + path, body, type, nullptr, {{"X-Custom", "c1"}});
     }
 
-    int port_ = testsupport::FreeLoopbackPort();
-    std::string portText_ = std::to_string(port_);
-    testsupport::ScopedEnv ip_{"TRANSPORT_SDK_IP", "127.0.0.1"}, portEnv_{"TRANSPORT_SDK_PORT", portText_.c_str()};
-    sockaddr_in address_{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
+    testsupport::LoopbackTransport transport_;
+    sockaddr_in address_{AF_INET, htons(static_cast<uint16_t>(transport_.port)), {htonl(INADDR_LOOPBACK)}, {}};
 };
 
 TEST_F(TransportSdk, InitNeedsAPortRetriesAfterFailureThenStaysUp) {
@@ -75,7 +73,7 @@ TEST_F(TransportSdk, InitNeedsAPortRetriesAfterFailureThenStaysUp) {
         EXPECT_EQ(0, GetSdkPort()) << (bad != nullptr ? bad : "unset");
         EXPECT_NE(0, TransportSdkInit());
     }
-    EXPECT_EQ("127.0.0.1 " + portText_, testsupport::Words(GetSdkIP(), GetSdkPort()));
+    EXPECT_EQ("127.0.0.1 " + transport_.portText, testsupport::Words(GetSdkIP(), GetSdkPort()));
     stru_REST_RESOURCE echo{0, Echo};
     EXPECT_NE(0, RegisterUrl("/echo", &echo));  // not running yet
     const int blocker = socket(AF_INET, SOCK_STREAM, 0);
@@ -143,7 +141,7 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
 
     // Chunked upload: no length announced, the limit is found while reading.
     CURL* curl = curl_easy_init();
-    const std::string url = "http://127.0.0.1:" + portText_ + "/post";
+    const std::string url = "http://127.0.0.1:" + transport_.portText + "/post";
     size_t sent = 0;
     curl_slist* headers = curl_slist_append(nullptr, "Transfer-Encoding: chunked");
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
@@ -186,20 +184,10 @@ TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
 
 const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
 
-struct Request {
-    explicit Request(std::string u, std::string b = "") : url(std::move(u)), body(std::move(b)) {
-        rec.url = &url[0];
-        rec.body = body.empty() ? nullptr : &body[0];
-        rec.bodyLen = body.size();
-        rec.header = zeb_restHeadContentCreate();
-    }
-    ~Request() { zeb_restHeadContentDestory(rec.header); }
-    std::string url, body;
-    stru_REST_REQUEST rec{};
-};
+using testsupport::RestRequest;
 
 // Sends and releases the response; true when there was one (and the result was 0).
-bool Sent(Request& req, const char* endpoint = "", int type = REST_REQUEST_POST, unsigned* bodyLen = nullptr) {
+bool Sent(RestRequest& req, const char* endpoint = "", int type = REST_REQUEST_POST, unsigned* bodyLen = nullptr) {
     stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
     const int result = sendRequest(endpoint, type, &req.rec, &response);
     EXPECT_EQ(result == 0, response != nullptr);
@@ -250,24 +238,24 @@ TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
     const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
     const std::string noSocket = "unix:" + dir.path() + "/none.sock";
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
-    Request ok(kAgentUrl);
+    RestRequest ok(kAgentUrl);
     stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
     EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, nullptr, &response));
     EXPECT_EQ(nullptr, response);
     EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, &ok.rec, nullptr));
     EXPECT_FALSE(Sent(ok, "", 9));
     for (const char* url : {"https://" REST_LOCAL_ENDPOINT "/x", "nodeward.local/x", "http:///x", ""}) {
-        Request bad(url);
+        RestRequest bad(url);
         EXPECT_FALSE(Sent(bad)) << url;
     }
     for (const char* endpoint : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:70000", ":80", "unix:", "::1:80", "h:8x",
                                  refused.c_str(), noSocket.c_str(), garbled.endpoint()}) {
         EXPECT_FALSE(Sent(ok, endpoint)) << endpoint;
     }
-    Request noBody(kAgentUrl);
+    RestRequest noBody(kAgentUrl);
     noBody.rec.bodyLen = 4;
     EXPECT_FALSE(Sent(noBody));
-    Request injected(kAgentUrl);
+    RestRequest injected(kAgentUrl);
     zeb_restHeadContentAdd(injected.rec.header, "X-Custom", "v\r\nX-Evil: 1");
     EXPECT_FALSE(Sent(injected));
     EXPECT_TRUE(agent->requests().empty());
@@ -277,7 +265,7 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
     auto agent = testsupport::StartedAgent();
     testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
     testsupport::ScopedEnv proxy("http_proxy", "http://127.0.0.1:1");  // must be ignored
-    Request req(kAgentUrl, std::string("a\0b\0", 4));
+    RestRequest req(kAgentUrl, std::string("a\0b\0", 4));
     zeb_restHeadContentAdd(req.rec.header, "X-Custom", "v1");
     zeb_restHeadContentAdd(req.rec.header, "Content-Length", "999");  // framing follows bodyLen
     char cookie[] = "k=v";
@@ -296,7 +284,7 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
     auto viaEnv = testsupport::StartedAgent(nullptr, "unix:" + dir.path() + "/agent.sock");
     auto viaArg = testsupport::StartedAgent(), named = testsupport::StartedAgent();
     testsupport::ScopedEnv viaEnvEndpoint("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
-    Request local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
+    RestRequest local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
     // Alternating unix and TCP on one thread: a kept connection must not be reused for the wrong target.
     for (int round = 0; round < 2; ++round) {
         EXPECT_TRUE(Sent(local) && Sent(local, viaArg->endpoint().c_str()) && Sent(other) &&
@@ -312,7 +300,7 @@ TEST(RestClient, ChunkedAnswersAreCapped) {
         std::snprintf(head, sizeof(head), "%x\r\n", size);
         RawPeer peer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(head) +
                      std::string(size, 'x') + "\r\n0\r\n\r\n");
-        Request req(kAgentUrl);
+        RestRequest req(kAgentUrl);
         unsigned answerLength = 0;
         EXPECT_EQ(size == REST_MAX_ANSWER_BODY, Sent(req, peer.endpoint(), REST_REQUEST_POST, &answerLength));
         EXPECT_EQ(size == REST_MAX_ANSWER_BODY ? size : 0u, answerLength);

@@ -118,7 +118,7 @@ public:
     // Sends alarm 7 carrying seq, or seq "0" to "count - 1"; true when every call succeeded.
     bool send(const std::string& seq) {
         if (!legacy_) {
-            return SendSingleton("7", seq) == 0;
+            return SendSeq("7", seq) == 0;
         }
         return SendLegacy("7", 0, {{"seq", seq.c_str()}}, 1) == 1;
     }

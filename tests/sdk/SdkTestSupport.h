@@ -27,7 +27,6 @@ inline int SendSeq(const char* alarmId, const std::string& seq,
     ZEBFreeAlarm(alarm);
     return result;
 }
-inline int SendSingleton(const char* alarmId, const std::string& seq) { return SendSeq(alarmId, seq); }
 inline int SendVia(AlarmManagerEx* manager, const char* alarmId, const std::string& seq) {
     return SendSeq(alarmId, seq, [manager](_ZEBAlarm* a) { return ZEBSendAlarm4CoProcess(manager, a); });
 }

@@ -49,16 +49,14 @@ protected:
     void SetUp() override { ASSERT_EQ(0, ZEBInitAlarmSDK()); }
     testsupport::RestAnswer Post(const std::string& body, const std::string& service = "orders",
                                  int method = REST_REQUEST_POST) {
-        return testsupport::RestCall("http://127.0.0.1:" + portText_ + "/" + service + "/app-7/alarmCheck/callBack",
+        return testsupport::RestCall("http://127.0.0.1:" + transport_.portText + "/" + service + "/app-7/alarmCheck/callBack",
                                      body, method);
     }
     int Check(const std::string& alarms, const std::string& service = "orders") {
         return Post(CheckDocument(service, alarms), service).status;
     }
 
-    int port_ = testsupport::FreeLoopbackPort();
-    std::string portText_ = std::to_string(port_);
-    testsupport::ScopedEnv sdkIp_{"TRANSPORT_SDK_IP", "127.0.0.1"}, sdkPort_{"TRANSPORT_SDK_PORT", portText_.c_str()};
+    testsupport::LoopbackTransport transport_;
 };
 
 // Each queued check wakes the idle check thread: with a minute-long tick nothing else hands it on within the test.
@@ -93,9 +91,9 @@ TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     std::string answer;
     EXPECT_EQ(-1, agent_->callBack("orders", "[]", &answer));  // nothing heard from it yet
     EXPECT_EQ(404, testsupport::RestCall(control + "?service=orders", "[0]").status);
-    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));  // carries the service's name, address and port
+    ASSERT_EQ(0, sdktest::SendSeq("1", "x"));  // carries the service's name, address and port
     ASSERT_EQ("orders [\"first\"]", Delivered(1));
-    ASSERT_EQ(0, sdktest::SendSingleton("1", "y"));
+    ASSERT_EQ(0, sdktest::SendSeq("1", "y"));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
     EXPECT_EQ(200, agent_->callBack("orders", "{\"a\": 1}", &answer));
     EXPECT_EQ(kAnswer, answer);
@@ -190,9 +188,7 @@ std::atomic<bool> g_gateOpen{false};
 std::atomic<int> g_gated{0};
 void GatedCallback(char* text) {
     ++g_gated;
-    for (int waited = 0; !g_gateOpen.load() && waited < 30000; ++waited) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    (void)testsupport::WaitUntil([] { return g_gateOpen.load(); }, 30000);
     Record("orders", text);
 }
 
@@ -280,14 +276,14 @@ int StartIdleAttacker(int port, int count) {
 TEST_F(AlarmCheck, ElevenHundredIdleConnectionsStopNeitherDeliveryNorChecks) {
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    const int attacker = StartIdleAttacker(port_, 1100);
+    const int attacker = StartIdleAttacker(transport_.port, 1100);
     ASSERT_GE(attacker, 0);
     rlimit limit{};  // the service's usual descriptor budget
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 1024);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     for (int i = 0; i < 20; ++i) {
-        ASSERT_EQ(0, sdktest::SendSingleton("7", std::to_string(i)));
+        ASSERT_EQ(0, sdktest::SendSeq("7", std::to_string(i)));
     }
     EXPECT_TRUE(agent_->waitForAcceptedAlarms(20, 30000));
     EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}), 256);

@@ -143,7 +143,7 @@ TEST_P(Location, ComesFromTheEnvironment) {
     const sdktest::NodeEnv env(c.nodeId, c.hostingServerIp, c.serverIp, c.podName);
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
-    ASSERT_EQ(0, sdktest::SendSingleton("5", "1"));
+    ASSERT_EQ(0, sdktest::SendSeq("5", "1"));
     const ReceivedAlarm a = OnlyAlarm();
     EXPECT_NE(std::string::npos, a.json.find(std::string("\"nodeIp\":\"") + c.nodeIp + "\"")) << a.json;
     EXPECT_EQ(c.sourceLocation, sdktest::Param(a, "AlarmSourceLocation"));
@@ -196,7 +196,7 @@ TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName
 TEST_F(Delivery, ANon200StatusWithAnOkBodyCountsAsAccepted) {
     ASSERT_TRUE(StartAgent([](nodeward::SimOptions& o) { o.status = 500; }));
     ASSERT_EQ(0, ZEBInitAlarmSDK());
-    ASSERT_EQ(0, sdktest::SendSingleton("9", "0"));
+    ASSERT_EQ(0, sdktest::SendSeq("9", "0"));
     ASSERT_TRUE(log_.waitFor("send alarms success!", 10000));
     EXPECT_EQ(1u, agent_->requests().size());
     EXPECT_EQ(0u, pauses_.count(3));
@@ -326,7 +326,7 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     EXPECT_EQ(0, ZEBRegisterInfo("orders2", "label2"));
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(2u, log_.count("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
-    ASSERT_EQ(0, sdktest::SendSingleton("300012", "1"));
+    ASSERT_EQ(0, sdktest::SendSeq("300012", "1"));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
     const auto alarms = agent_->acceptedAlarms();
     ASSERT_EQ(2u, alarms.size());
@@ -341,14 +341,14 @@ TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
     EXPECT_EQ(0, ZEBRegisterRsetClear(AlarmManagerEx::getInstance()));
     EXPECT_EQ(0, ZEBRegisterInfo("orders", "label"));
     EXPECT_TRUE(log_.contains("AlarmManagerEx::RegisterRsetClear Repeat process", 5));
-    ASSERT_EQ(0, sdktest::SendSingleton("1", "x"));
+    ASSERT_EQ(0, sdktest::SendSeq("1", "x"));
     const ReceivedAlarm alarm = OnlyAlarm();
     EXPECT_EQ("1 1", testsupport::Words(alarm.alarmId, alarm.rsetClear));
 }
 
 TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
     EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 1));
-    ASSERT_EQ(0, sdktest::SendSingleton("2", "x"));
+    ASSERT_EQ(0, sdktest::SendSeq("2", "x"));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 10000));
     const auto alarms = agent_->acceptedAlarms();
     EXPECT_EQ("0", alarms[0].alarmId);

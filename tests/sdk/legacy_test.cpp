@@ -66,7 +66,6 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     }
 }
 
-// The shipped example definitions end to end: alarm-send's LegacyDelivered run.
 TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
     ASSERT_EQ(1, AppendParam(full, "a", "b"));

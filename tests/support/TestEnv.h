@@ -48,6 +48,13 @@ inline int FreeLoopbackPort() {
     return bound ? ntohs(addr.sin_port) : throw std::runtime_error("no free loopback port");
 }
 
+// The transport SDK set to serve on a free loopback port for the scope.
+struct LoopbackTransport {
+    int port = FreeLoopbackPort();
+    std::string portText = std::to_string(port);
+    ScopedEnv ip{"TRANSPORT_SDK_IP", "127.0.0.1"}, portEnv{"TRANSPORT_SDK_PORT", portText.c_str()};
+};
+
 // A new empty directory under /tmp, removed with its contents when destroyed.
 class TempDir {
 public:

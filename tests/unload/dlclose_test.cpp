@@ -14,9 +14,8 @@ std::atomic<int> g_checks{0};
 void OnCheck(char*) { ++g_checks; }
 
 TEST(Unload, ThreadsKeepRunningAfterDlclose) {
-    const std::string port = std::to_string(testsupport::FreeLoopbackPort());
-    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), ip("TRANSPORT_SDK_IP", "127.0.0.1"),
-        sdkPort("TRANSPORT_SDK_PORT", port.c_str());
+    const testsupport::LoopbackTransport transport;
+    testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app");
     void* library = dlopen(ALARMSDK_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
     auto init = reinterpret_cast<int (*)()>(dlsym(library, "ZEBInitAlarmSDK"));
@@ -30,7 +29,7 @@ TEST(Unload, ThreadsKeepRunningAfterDlclose) {
     // The library's threads run on: a check posted now reaches the callback.
     // (base64 of {"callBackInfo":{"serviceName":"orders"},"callBackAlarms":"after unload"})
     CURL* curl = curl_easy_init();
-    const std::string url = "http://127.0.0.1:" + port + "/orders/app-7/alarmCheck/callBack";
+    const std::string url = "http://127.0.0.1:" + transport.portText + "/orders/app-7/alarmCheck/callBack";
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, "eyJjYWxsQmFja0luZm8iOnsic2VydmljZU5hbWUiOiJvcmRlcnMifSwiY2FsbEJhY2t"
                                                "BbGFybXMiOiJhZnRlciB1bmxvYWQifQ==");

@@ -5,13 +5,15 @@
 #include <cstdlib>
 #include <set>
 
+#include "AlarmSdk.h"
+
 namespace alarmsend {
 
 namespace {
 
 // What the interfaces hold: longer texts would be cut or refused silently.
-constexpr std::size_t kAlarmIdMax = 9;
-constexpr std::size_t kParamTextMax = 127;
+constexpr std::size_t kAlarmIdMax = ZEB_ALARM_ID_SIZE - 1;
+constexpr std::size_t kParamTextMax = ZEB_ALARM_PARAM_TEXT_SIZE - 1;
 constexpr std::size_t kServiceNameMax = 64;
 constexpr std::size_t kLabelMax = 256;
 constexpr int64_t kFirstMillisecondTime = 1000000000;  // nine digits or fewer are no time in ms

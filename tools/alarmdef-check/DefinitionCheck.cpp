@@ -328,8 +328,7 @@ private:
     }
 
     void checkEnumeration(int d, int p, const std::string& what, bool isEnum) {
-        int enumeration = child(p, "ENUM");
-        enumeration = enumeration >= 0 ? enumeration : child(p, "Bit");
+        const int enumeration = enumerationOf(p);
         if (enumeration < 0) {
             if (isEnum) {
                 error(el(p).line, what + " is an ENUM without <ENUM> or <Bit>: its values print nothing");
@@ -351,15 +350,27 @@ private:
                 notANumber(el(entry).children[0]);
             }
         }
-        for (const auto& key : enumKeys(idOf(d), p)) {
-            if (key.second.size() > kKeyMax) {
-                error(el(key.first).line, "language key " + key.second.substr(0, 60) + "... is " +
-                                              std::to_string(key.second.size()) +
-                                              " characters (at most 126): the whole enumeration of " + what +
-                                              " is dropped");
-                break;
-            }
+        const std::vector<std::pair<int, std::string>> keys = enumKeys(idOf(d), p);
+        if (const auto* key = OverlongKey(keys)) {
+            error(el(key->first).line, "language key " + key->second.substr(0, 60) + "... is " +
+                                           std::to_string(key->second.size()) +
+                                           " characters (at most 126): the whole enumeration of " + what +
+                                           " is dropped");
         }
+    }
+
+    // A parameter's enumeration element, <ENUM> or else <Bit>; -1 without one.
+    int enumerationOf(int p) const {
+        const int enumeration = child(p, "ENUM");
+        return enumeration >= 0 ? enumeration : child(p, "Bit");
+    }
+
+    // The first key longer than the loader takes (it then drops the whole
+    // enumeration); NULL when every key fits.
+    static const std::pair<int, std::string>* OverlongKey(const std::vector<std::pair<int, std::string>>& keys) {
+        const auto found =
+            std::find_if(keys.begin(), keys.end(), [](const auto& k) { return k.second.size() > kKeyMax; });
+        return found != keys.end() ? &*found : nullptr;
     }
 
     // The alarm id as the loader formats it into keys; "" without a usable one.
@@ -373,8 +384,7 @@ private:
     // An entry without a value element repeats the previous value (the first
     // one the type).
     std::vector<std::pair<int, std::string>> enumKeys(const std::string& id, int p) const {
-        int enumeration = child(p, "ENUM");
-        enumeration = enumeration >= 0 ? enumeration : child(p, "Bit");
+        const int enumeration = enumerationOf(p);
         const int values = enumeration >= 0 ? child(enumeration, "Values") : -1;
         std::vector<std::pair<int, std::string>> keys;
         if (values < 0) {
@@ -438,7 +448,7 @@ private:
             }
         }
         const std::vector<std::pair<int, std::string>> keys = enumKeys(id, p);
-        const bool dropped = std::any_of(keys.begin(), keys.end(), [](const auto& k) { return k.second.size() > kKeyMax; });
+        const bool dropped = OverlongKey(keys) != nullptr;
         for (std::size_t e = 0; !dropped && e < keys.size(); ++e) {
             const bool stored = loaded != nullptr && loaded->enumValues != nullptr &&
                                 static_cast<int64_t>(e) < loaded->enumNum;

@@ -224,7 +224,6 @@ MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const cha
             std::lock_guard<std::mutex> lock(self->mu);
             ++self->openExchanges;
         }
-        MHD_get_connection_values(connection, MHD_HEADER_KIND, &KeepHeader, exchange);
         const std::string path = url;
         const bool post = std::strcmp(method, MHD_HTTP_METHOD_POST) == 0;
         if (path != kPushPath && path != kCallBackPath) {
@@ -234,6 +233,10 @@ MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const cha
             return Answer(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "POST only\n");
         }
         exchange->route = path == kPushPath ? Route::Push : Route::CallBack;
+        if (exchange->route == Route::Push && self->options.recordRequests) {
+            // Only a recorded push keeps its headers.
+            MHD_get_connection_values(connection, MHD_HEADER_KIND, &KeepHeader, exchange);
+        }
         const std::size_t limit = exchange->route == Route::Push ? self->options.maxBodyBytes : kMaxControlBodyBytes;
         const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
         const unsigned long long announced = length != nullptr ? std::strtoull(length, nullptr, 10) : 0;
@@ -282,11 +285,15 @@ void Sim::Impl::OnCompleted(void* cls, MHD_Connection* /*connection*/, void** co
     delete static_cast<Exchange*>(*context);
     *context = nullptr;
     auto* self = static_cast<Impl*>(cls);
+    bool lastWhileStopping = false;
     {
         std::lock_guard<std::mutex> lock(self->mu);
-        --self->openExchanges;
+        lastWhileStopping = --self->openExchanges == 0 && self->stopping;
     }
-    self->changed.notify_all();
+    // Only stop() waits for open exchanges; other waiters need no wake-up per request.
+    if (lastWhileStopping) {
+        self->changed.notify_all();
+    }
 }
 
 std::optional<FailMode> Sim::Impl::decideFailure() {
@@ -316,9 +323,10 @@ void Sim::Impl::learn(const std::vector<ReceivedAlarm>& alarms) {
             continue;
         }
         ServiceAddress& known = services[alarm.serviceName];
-        if (known.ip != alarm.serviceIp || known.port != alarm.servicePort || known.appId != alarm.appId) {
-            known = {alarm.serviceIp, static_cast<int>(alarm.servicePort), alarm.appId};
-        }
+        // Field by field: the strings keep their capacity, so a known service costs no allocation.
+        known.ip = alarm.serviceIp;
+        known.port = static_cast<int>(alarm.servicePort);
+        known.appId = alarm.appId;
         for (const auto& [service, json] : options.callBackOnFirstAlarm) {
             if (service == alarm.serviceName && firstAlarmCallBacksDone.insert(service).second) {
                 pendingCallBacks.emplace_back(service, json);

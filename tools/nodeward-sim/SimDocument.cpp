@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 namespace nodeward {
 
@@ -92,21 +91,16 @@ bool SameSender(const ReceivedAlarm& a, const ReceivedAlarm& b) {
 }
 
 ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
-    ReceivedAlarm alarm;
-    alarm.legacy = legacy;
+    ReceivedAlarm alarm = ReadSender(object, legacy);
     alarm.json = PrintCompact(object);
     for (const cJSON* item = object->child; item != nullptr; item = item->next) {
         alarm.keys.push_back(item->string != nullptr ? item->string : "");
     }
     alarm.alarmId = TextOf(Member(object, "alarmId"));
-    alarm.appId = TextOf(Member(object, "appId"));
-    alarm.serviceName = TextOf(Member(object, "serviceName"));
-    alarm.serviceIp = TextOf(Member(object, "serviceIp"));
     ReadNumber(object, "rsetClear", &alarm.rsetClear);
     ReadNumber(object, "occurTime", &alarm.occurTime);
     if (!legacy) {
         ReadNumber(object, "alarmType", &alarm.alarmType);
-        ReadNumber(object, "servicePort", &alarm.servicePort);
         alarm.serviceLabel = TextOf(Member(object, "serviceLabel"));
         const cJSON* parameters = Member(object, "parameters");
         if (cJSON_IsArray(parameters)) {

@@ -5,7 +5,11 @@
 
 #include <new>
 
+#include <cstring>
+
+#include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "AlarmSendLoop.h"
 #include "TestEnv.h"
 #include "runlog.h"
 #include "PauseRecorder.h"
@@ -104,6 +108,23 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
         EXPECT_TRUE(succeeded) << "entry " << e;
     }
     Runlog_SetCapture(nullptr, nullptr);
+}
+
+// An answer that cannot even be decoded for lack of memory gives its batch up:
+// settled with its items kept (the loop counts them dropped), not sent again.
+TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
+    testsupport::PauseRecorder pauses;
+    auto* answer = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
+    answer->status = 200;
+    answer->body = strdup("eyJyZXRDb2RlIjoiT0sifQ==");  // {"retCode":"OK"}
+    answer->bodyLen = std::strlen(answer->body);
+    std::list<int*> batch{new int(1)};
+    t_allowed = 0;
+    const int settled = alarmsdk::SettleBatch<int>(AlarmManagerEx::kSendProfile, batch, answer,
+                                                  [](std::list<int*>& items) { items.clear(); });
+    t_allowed = -1;
+    EXPECT_EQ("1 1 0", testsupport::Words(settled, batch.size(), pauses.count(3)));
+    delete batch.front();
 }
 
 }  // namespace

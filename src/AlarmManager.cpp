@@ -14,6 +14,7 @@
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "NoThrow.h"
 #include "bounded_string.h"
 
 namespace {
@@ -159,21 +160,23 @@ void AlarmManager::InitXML(const char* xmlFilePath, const char* serviceId, const
     ALM_LOG_INFO("init xml success!");
     ALM_RsetConf(serviceId, serviceInsId, rsetClear);
 
-    AcquireLock();
-    const char* nodeId = std::getenv("NODE_ID");
-    if (nodeId != nullptr) {
-        m_strNodeId = nodeId;
+    {
+        // Released on every path: copying the identity can run out of memory.
+        AcquireLock();
+        const alarmsdk::ScopeExit unlock([this] { ReleaseLock(); });
+        const char* nodeId = std::getenv("NODE_ID");
+        if (nodeId != nullptr) {
+            m_strNodeId = nodeId;
+        }
+        AlmRukInterface::InitAllIp();
+        if (!ReadIdentity("APPID", "APPID is NULL", "Get AppId %s", &m_strAppId) ||
+            !ReadIdentity("APPNAME", "APPNAME is NULL", "Get AppName %s", &m_strAppName)) {
+            return;
+        }
+        if (initSendThread() == 1) {
+            m_uInitFlag.store(1, std::memory_order_release);
+        }
     }
-    AlmRukInterface::InitAllIp();
-    if (!ReadIdentity("APPID", "APPID is NULL", "Get AppId %s", &m_strAppId) ||
-        !ReadIdentity("APPNAME", "APPNAME is NULL", "Get AppName %s", &m_strAppName)) {
-        ReleaseLock();
-        return;
-    }
-    if (initSendThread() == 1) {
-        m_uInitFlag.store(1, std::memory_order_release);
-    }
-    ReleaseLock();
     if (rsetClear == 1) {
         (void)RegisterRsetClear();
     }

@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "AlarmSendLoop.h"
@@ -66,7 +68,8 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
     const testsupport::LoopbackTransport transport;
     // Texts too long for a string's inline buffer, so copying them allocates.
-    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application");
+    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application"),
+        nodeId("NODE_ID", "node-of-the-orders-service");
     Runlog_SetCapture(&CountErrors, nullptr);
 
     // The legacy calls report success for accepted arguments whatever happens
@@ -125,6 +128,28 @@ TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     t_allowed = -1;
     EXPECT_EQ("1 1 0", testsupport::Words(settled, batch.size(), pauses.count(3)));
     delete batch.front();
+}
+
+// A load that runs out of memory anywhere leaves the next load able to succeed.
+// Every allocation of the first hundred, then ever wider steps (about 350
+// loads for the example file's few thousand allocations).
+TEST(FailingAllocator, ADefinitionLoadThatRanOutOfMemoryIsRetriedByTheNext) {
+    std::string path = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
+    ALM_SetConfFilePath(&path[0]);
+    bool complete = false;
+    long n = 0;
+    for (; !complete; n += 1 + n / 64) {
+        ALM_FreeConfInfo();
+        t_refused = false;
+        t_allowed = n;
+        ALM_ConfInit();
+        t_allowed = -1;
+        complete = !t_refused;
+        stAlarmItems* definition = nullptr;
+        (void)ALM_GetAlarmConfigInfo(300001, &definition);  // loads again when the first did not
+        ASSERT_NE(nullptr, definition) << "no load after failing allocation " << n;
+    }
+    EXPECT_GT(n, 100);
 }
 
 }  // namespace

@@ -290,6 +290,7 @@ int AlarmManager::initSendThread() {
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
     AlarmManager* self = GetInstance();
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-legacy");
     alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, *self->m_pAlarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }

@@ -239,6 +239,8 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         return nullptr;
     }
     AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
+    // Named, so that a service's operators (top, gdb) and the tests can tell the library's threads.
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-send");
     alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, self->m_alarmQueue, kSendProfile, &processRestResponse);
     return nullptr;
 }

@@ -57,8 +57,11 @@ private:
     alarmsdk::WorkSignal signal_{1};
 };
 
+// In static storage, never destroyed: its first use may be on the check
+// thread, outside any guard, where an allocation that fails would end the process.
 CheckQueueWait& CheckQueue() {
-    static CheckQueueWait* queue = new CheckQueueWait();
+    alignas(CheckQueueWait) static unsigned char storage[sizeof(CheckQueueWait)];
+    static CheckQueueWait* queue = new (storage) CheckQueueWait();
     return *queue;
 }
 
@@ -270,6 +273,7 @@ std::string AlarmManagerEx::TakeAlarmCheckRequest() {
 }
 
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-check");
     for (;;) {
         if (!DeliverNextAlarmCheck()) {
             alarmsdk::IdleWait(kIdlePollSeconds, CheckQueue());

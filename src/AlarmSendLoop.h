@@ -89,8 +89,11 @@ void SendPass(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& prof
     }
     const std::size_t size = batch.size();
     if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
-        // Freed (and emptied) after "OK"; dropped when the answer could not even be read.
+        // Freed (and emptied) after "OK"; dropped, and freed here, when the answer could not even be read.
         queue.counters().noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
+        for (Item* item : batch) {
+            delete item;
+        }
         batch.clear();
         return;
     }

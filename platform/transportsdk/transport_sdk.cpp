@@ -144,6 +144,9 @@ MHD_Result answerEmpty(MHD_Connection* connection, unsigned status, const char* 
 }
 
 void* onRequestStart(void*, const char* uri, MHD_Connection*) {
+    // The server thread is the library's: named like its others.
+    static thread_local const bool named = pthread_setname_np(pthread_self(), "alarmsdk-http") == 0;
+    (void)named;
     auto* state = new (std::nothrow) RequestState;
     if (state != nullptr) {
         try {

@@ -1,5 +1,5 @@
-// The C entry points under a heap that runs out: this program replaces the global allocation functions so that, on the
-// calling thread only, the n-th allocation of a call and every later one fail. For every n the call must return its
+// The C entry points under a heap that runs out (FailingHeap.h): on the calling thread, the n-th allocation of a call
+// and every later one fail. For every n the call must return its
 // failure result with an error line, never throw into C.
 #include <gtest/gtest.h>
 
@@ -11,35 +11,15 @@
 #include "AlarmConfig.h"
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "AlarmSdkStats.h"
 #include "AlarmSendLoop.h"
+#include "FailingHeap.h"
 #include "TestEnv.h"
 #include "runlog.h"
 #include "PauseRecorder.h"
 
-namespace {
-thread_local long t_allowed = -1;  // allocations left before the heap "runs out"; -1: never
-thread_local bool t_refused = false;
-
-void* Allocate(std::size_t size, bool nothrow) {
-    const bool refuse = t_allowed == 0;
-    t_refused = t_refused || refuse;
-    t_allowed -= t_allowed > 0 ? 1 : 0;
-    void* p = refuse ? nullptr : std::malloc(size == 0 ? 1 : size);
-    return p != nullptr || nothrow ? p : throw std::bad_alloc();
-}
-}  // namespace
-
-// Every form, so that sanitizer runtimes never pair their allocator with ours.
-void* operator new(std::size_t size) { return Allocate(size, false); }
-void* operator new[](std::size_t size) { return Allocate(size, false); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+using failingheap::t_allowed;
+using failingheap::t_refused;
 
 namespace {
 
@@ -64,6 +44,15 @@ long SendLegacyOne() {
     return result;
 }
 
+AlarmManagerEx* g_handle = nullptr;  // a co-process handle made before the heap fails
+long SendCoOne() {
+    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
+    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
+    const int result = ZEBSendAlarm4CoProcess(g_handle, alarm);
+    ZEBFreeAlarm(alarm);
+    return result;
+}
+
 TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
     const testsupport::LoopbackTransport transport;
@@ -84,9 +73,17 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
         {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
          true},
+        {-1, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance", 0)}; }, true},
+        {-1, [] { return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service", "billing-service-id", "billing-instance", 1)}; }, true},
+        {-1, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }, true}, {-1, SendCoOne, true},
+        {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun4CoProcess(g_handle, NoCallback)}; }, true},
+        {-1, [] { return long{ZEBRegisterRsetClear(g_handle)}; }, true},
+        {-1, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) + alarmsdk_flush_legacy(0)}; }, false},
         {0, [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; }, false},
         {0, SendLegacyOne, false},
     };
+    g_handle = ZEBInitAlarmSDK4CoProcess("application-000c", "billing-service", "10.0.0.1", "");
+    ASSERT_NE(nullptr, g_handle);
     for (std::size_t e = 0; e < std::size(entries); ++e) {
         const long failure = entries[e].failure;
         bool succeeded = false;

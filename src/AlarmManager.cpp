@@ -221,22 +221,21 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
     CopyField(model->appName, m_strAppName.c_str());
     FillFromDefinition(model.get(), alarm, definition, alarmId);
 
-    ALM_Json_Para_def* location = new (std::nothrow) ALM_Json_Para_def();
+    // Released also when building the texts runs out of memory.
+    using Texts = std::unique_ptr<ALM_Json_Para_def, void (*)(ALM_Json_Para_def*)>;
+    const Texts location(new (std::nothrow) ALM_Json_Para_def(), &deleteALM_Json_ParaPtr);
     if (location == nullptr) {
         ALM_LOG_ERROR("In %s, locationJson is null!", "locationJson");
         return 0;
     }
-    ALM_Json_Para_def* appendInfo = new (std::nothrow) ALM_Json_Para_def();
+    const Texts appendInfo(new (std::nothrow) ALM_Json_Para_def(), &deleteALM_Json_ParaPtr);
     if (appendInfo == nullptr) {
         ALM_LOG_ERROR("In %s, appendInfoJson is null!", "appendInfoJson");
-        deleteALM_Json_ParaPtr(location);
         return 0;
     }
-    ALM_ContructLocationAndAppendParainfo(alarm, definition, location, appendInfo);
-    CopyText(model->location, location, "build location failed", "location is %s");
-    CopyText(model->appendInfo, appendInfo, "build appendInfo failed", "appendInfo is %s");
-    deleteALM_Json_ParaPtr(location);
-    deleteALM_Json_ParaPtr(appendInfo);
+    ALM_ContructLocationAndAppendParainfo(alarm, definition, location.get(), appendInfo.get());
+    CopyText(model->location, location.get(), "build location failed", "location is %s");
+    CopyText(model->appendInfo, appendInfo.get(), "build appendInfo failed", "appendInfo is %s");
 
     m_pAlarmQueue->push(std::move(model));
     return 1;

@@ -297,19 +297,18 @@ bool AlarmManagerEx::DeliverNextAlarmCheck() {
 }
 
 void AlarmManagerEx::DeliverAlarmCheck(const std::string& request) {
-    cJSON* root = cJSON_Parse(request.c_str());
+    // Released also when copying a text runs out of memory.
+    const std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(request.c_str()), &cJSON_Delete);
     if (root == nullptr) {
         ALM_LOG_ERROR("The response body convert to json failed.");
         return;
     }
-    AlarmManagerEx* manager = GetCallBackInstance(root);
+    AlarmManagerEx* manager = GetCallBackInstance(root.get());
     if (manager == nullptr) {
         ALM_LOG_ERROR("Can not find the AlarmManager Instance point.");
-        cJSON_Delete(root);
         return;
     }
-    std::string alarms = GetAlarmCheckInfo(root);
-    cJSON_Delete(root);
+    std::string alarms = GetAlarmCheckInfo(root.get());
     if (alarms.empty()) {
         ALM_LOG_ERROR("Get empty call back info, callBackInfo is %s", request.c_str());
         return;
@@ -348,12 +347,10 @@ std::string AlarmManagerEx::GetAlarmCheckInfo(cJSON* root) {
         ALM_LOG_ERROR("In %s, pJsonCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
         return std::string();
     }
-    char* printed = cJSON_PrintUnformatted(alarms);
+    const std::unique_ptr<char, void (*)(void*)> printed(cJSON_PrintUnformatted(alarms), &cJSON_free);
     if (printed == nullptr) {
         ALM_LOG_ERROR("In %s, alarmCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
         return std::string();
     }
-    std::string text(printed);
-    cJSON_free(printed);
-    return text;
+    return std::string(printed.get());
 }

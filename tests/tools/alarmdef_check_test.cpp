@@ -7,6 +7,7 @@
 
 #include "../config/ConfigTestSupport.h"
 #include "Agent.h"
+#include "AlarmSdkVersion.h"
 #include "AlarmSendArgs.h"
 #include "DefinitionCheck.h"
 #include "ProgramRun.h"
@@ -293,6 +294,10 @@ const SendRun kRuns[] = {
                    "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
                    testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
                        a.appendInfo);
+     }},
+    {"Version", {"--version"}, "", Agent::Accepting, 0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
+         EXPECT_EQ("alarm-send " ALARMSDK_VERSION "\n", result.out);
+         EXPECT_TRUE(agent.requests().empty());
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,

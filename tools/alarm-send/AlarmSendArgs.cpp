@@ -159,12 +159,13 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
             value = name.substr(equals + 1);
             name = name.substr(0, equals);
         }
-        const bool flag = name == "--help" || name == "--legacy" || name == "--stats";
+        const bool flag = name == "--help" || name == "--version" || name == "--legacy" || name == "--stats";
         if (flag) {
             if (inlineValue) {
                 return Fail(error, name + " takes no value");
             }
             o.help = o.help || name == "--help";
+            o.version = o.version || name == "--version";
             o.legacy = o.legacy || name == "--legacy";
             o.printStats = o.printStats || name == "--stats";
             continue;
@@ -192,7 +193,7 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
             return Fail(error, "unknown option " + name);
         }
     }
-    if (o.help) {
+    if (o.help || o.version) {
         *options = o;
         return true;
     }
@@ -236,6 +237,7 @@ Options:
                        beside it in zh_CN/ and en_US/)
   --stats              print the delivery counters on stdout afterwards
   --help               this text
+  --version            the library's version
 
 Limits: alarm id 1 to 9 digits; parameter names and values at most 127
 characters. The library's log goes to $RUNLOG_FILE when set, else nowhere.

@@ -39,6 +39,7 @@ struct SendOptions {
     bool fromStdin = false;  // "-": one alarm per line of standard input
     AlarmRequest alarm;         // the one alarm of the command line
     bool help = false;
+    bool version = false;  // print the library's version and end
 };
 
 // argv after the program name. false with *error (one line) when unusable.

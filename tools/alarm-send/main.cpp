@@ -10,6 +10,7 @@
 
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
+#include "AlarmSdkVersion.h"
 #include "AlarmSendArgs.h"
 
 using namespace alarmsend;
@@ -149,6 +150,10 @@ int Run(int argc, char** argv) {
     }
     if (options.help) {
         std::cout << SendUsage();
+        return kExitDelivered;
+    }
+    if (options.version) {
+        std::cout << "alarm-send " << alarmsdk_version() << "\n";
         return kExitDelivered;
     }
     if (options.legacy && access(options.definitions.c_str(), R_OK) != 0) {

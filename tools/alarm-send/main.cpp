@@ -10,7 +10,6 @@
 
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
-#include "AlarmSdkVersion.h"
 #include "AlarmSendArgs.h"
 
 using namespace alarmsend;
@@ -146,14 +145,10 @@ int Run(int argc, char** argv) {
     std::string error;
     if (!ParseSendArgs(std::vector<std::string>(argv + 1, argv + argc), std::getenv("APPID"), std::getenv("APPNAME"),
                        &options, &error)) {
-        return Fail(kExitUsage, error + " (alarm-send --help tells more)");
+        return Fail(kExitUsage, error + "\n" + kSendUsageLine + "  (alarm-send --help tells more)");
     }
-    if (options.help) {
-        std::cout << SendUsage();
-        return kExitDelivered;
-    }
-    if (options.version) {
-        std::cout << "alarm-send " << alarmsdk_version() << "\n";
+    if (options.help || options.version) {
+        std::cout << (options.help ? SendUsage() : std::string("alarm-send (Alarm SDK) ") + alarmsdk_version() + "\n");
         return kExitDelivered;
     }
     if (options.legacy && access(options.definitions.c_str(), R_OK) != 0) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "AlarmAdapter.h"
 #include "AlarmBuildAlarmConfInfo.h"

@@ -51,4 +51,9 @@ ALARMSDK_API int64_t ALM_ReadEnumItem(xercesc::DOMNode* values, stEnumBitDef* ou
 ALARMSDK_API void ALM_FreeConfInfo(void);
 }
 
+/* fork(): the load lock, taken before a fork so that no load is half done in
+ * the child, and given back after it in parent and child. */
+void ALM_LockLoadsForFork();
+void ALM_UnlockLoadsAfterFork();
+
 #endif

@@ -14,6 +14,7 @@
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "ForkSafety.h"
 #include "NoThrow.h"
 #include "bounded_string.h"
 
@@ -113,9 +114,38 @@ bool ReadIdentity(const char* name, const char* missingMessage, const char* gotF
     return true;
 }
 
+// Set in a forked child whose parent was sending: the child's first alarm starts its send thread.
+std::atomic<bool> g_sendAfterFork{false};
+
 }  // namespace
 
 AlarmManager* AlarmManager::m_pInstance = new AlarmManager();
+
+// In the order InitXML takes them: initialisation, loading, then the queue.
+void AlarmManager::LockForFork() {
+    InitMutex().lock();
+    ALM_LockLoadsForFork();
+    SourceMutex().lock();
+    m_pAlarmQueue->lock();
+}
+
+void AlarmManager::UnlockAfterFork() {
+    m_pAlarmQueue->unlock();
+    SourceMutex().unlock();
+    ALM_UnlockLoadsAfterFork();
+    InitMutex().unlock();
+}
+
+void AlarmManager::RestartInChild() {
+    m_pAlarmQueue->restartInChild(&m_queueLockAttr);
+    if (m_nSendThreadTid != 0) {
+        m_nSendThreadTid = 0;
+        g_sendAfterFork.store(true);
+    }
+    SourceMutex().unlock();
+    ALM_UnlockLoadsAfterFork();
+    InitMutex().unlock();
+}
 
 AlarmManager* AlarmManager::GetInstance() {
     if (m_pInstance == nullptr) {
@@ -136,6 +166,7 @@ AlarmManager::AlarmManager() : m_uInitFlag(0), m_pAlarmQueue(nullptr), m_nSendTh
         ALM_LOG_ERROR("AlarmManger::Initialize, pthread_mutexattr_settype failed, iRet=%d.", ret);
     }
     m_pAlarmQueue = new alarmsdk::AlarmQueue<_AlarmModel>(kLogSource, &m_queueLockAttr);
+    alarmsdk::GuardForks();
     std::memset(m_szReserved, 0, sizeof(m_szReserved));
 }
 
@@ -238,6 +269,9 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
     CopyText(model->appendInfo, appendInfo.get(), "build appendInfo failed", "appendInfo is %s");
 
     m_pAlarmQueue->push(std::move(model));
+    if (g_sendAfterFork.load(std::memory_order_relaxed) && g_sendAfterFork.exchange(false)) {
+        (void)initSendThread();
+    }
     return 1;
 }
 

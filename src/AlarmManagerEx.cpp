@@ -3,12 +3,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "ForkSafety.h"
 #include "NoThrow.h"
 
 namespace {
@@ -71,14 +73,70 @@ const alarmsdk::SendProfile AlarmManagerEx::kSendProfile = {
     &AlmJsonParser::GetRetCodeEx,
 };
 
-AlarmManagerEx::AlarmManagerEx() : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx() : m_alarmQueue(kLogSource, nullptr) {
+    initLocalMember();
+    enlist();
+}
 
-AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue(kLogSource, nullptr) {
+    initLocalMember();
+    enlist();
+}
+
+namespace {
+// The list of every manager, newest first; a manager leaves it when destroyed
+// (only a co-process handle that could not start is). Never destroyed.
+std::mutex& ManagersMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+AlarmManagerEx* g_managers = nullptr;
+}  // namespace
+
+void AlarmManagerEx::enlist() {
+    alarmsdk::GuardForks();
+    std::lock_guard<std::mutex> lock(ManagersMutex());
+    m_pNextManager = g_managers;
+    g_managers = this;
+}
+
+void AlarmManagerEx::LockAllForFork() {
+    ManagersMutex().lock();
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.lock();
+    }
+}
+
+void AlarmManagerEx::UnlockAllAfterFork() {
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.unlock();
+    }
+    ManagersMutex().unlock();
+}
+
+void AlarmManagerEx::RestartAllInChild() {
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.restartInChild(nullptr);
+        if (m->m_iInitFlag == 1) {
+            m->m_nSendThreadTid = static_cast<pthread_t>(-1);
+            m->m_bSendAfterFork.store(true);
+        }
+    }
+    ManagersMutex().unlock();
+}
 
 // The shared check mutex is initialised statically, once, and never destroyed:
 // managers come and go while the transport thread queues checks. The queue
 // lock goes with the queue.
-AlarmManagerEx::~AlarmManagerEx() = default;
+AlarmManagerEx::~AlarmManagerEx() {
+    std::lock_guard<std::mutex> lock(ManagersMutex());
+    for (AlarmManagerEx** link = &g_managers; *link != nullptr; link = &(*link)->m_pNextManager) {
+        if (*link == this) {
+            *link = m_pNextManager;
+            break;
+        }
+    }
+}
 
 void AlarmManagerEx::initLocalMember() {
     m_strAppId = "";
@@ -203,6 +261,10 @@ int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* s
     fillAlarmSouce2Alarm(source, record.get());
     fillNodIp2Alarm(record.get());
     m_alarmQueue.push(std::move(record));
+    // A forked child's first alarm starts the child's own send thread.
+    if (m_bSendAfterFork.load(std::memory_order_relaxed) && m_bSendAfterFork.exchange(false)) {
+        (void)InitSendThread();
+    }
     return 0;
 }
 

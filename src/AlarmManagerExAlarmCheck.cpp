@@ -85,6 +85,19 @@ bool IsVerbatimSegment(const std::string& text) {
 
 }  // namespace
 
+void AlarmManagerEx::LockChecksForFork() {
+    CheckStartMutex().lock();
+    CallBackMapMutex().lock();
+    AcquireAlarmCheckQueueLock();
+}
+
+// In the child too: its checks stay with the parent's server, but the locks must be free.
+void AlarmManagerEx::UnlockChecksAfterFork() {
+    ReleaseAlarmCheckQueueLock();
+    CallBackMapMutex().unlock();
+    CheckStartMutex().unlock();
+}
+
 void AlarmManagerEx::AcquireAlarmCheckQueueLock() {
     if (pthread_mutex_lock(&m_CheckMutex) != 0) {
         ALM_LOG_ERROR("AlarmManger::AcquireAlarmCheckQueueLock, pthread_mutex_lock failed.");

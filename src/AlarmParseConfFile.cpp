@@ -116,6 +116,9 @@ const bool g_parserStarted = StartParser();
 
 }  // namespace
 
+void ALM_LockLoadsForFork() { g_loadMutex.lock(); }
+void ALM_UnlockLoadsAfterFork() { g_loadMutex.unlock(); }
+
 extern "C" void ALM_ConfInit(void) {
     ALM_LOG_INFO("ALM_ConfInit start! ");
     std::lock_guard<std::mutex> lock(g_loadMutex);

@@ -13,6 +13,7 @@
 #include <deque>
 #include <list>
 #include <memory>
+#include <new>
 #include <queue>
 
 #include "DeliveryCounters.h"
@@ -99,6 +100,23 @@ public:
     }
 
     DeliveryCounters& counters() { return counters_; }
+
+    // In a child after fork(), called with the lock the fork handler took:
+    // the items are the parent's to send and are freed; the lock, the
+    // wake-up and the counters start afresh (the threads that waited on them
+    // do not exist in the child, so they are built again, not destroyed).
+    void restartInChild(const pthread_mutexattr_t* attributes) {
+        while (!items_.empty()) {
+            delete items_.front();
+            items_.pop();
+        }
+        count_.store(0, std::memory_order_release);
+        flushUpTo_ = 0;
+        new (&signal_) WorkSignal(kBatchSize);
+        new (&counters_) DeliveryCounters();
+        counters_.onFlush(&AlarmQueue::SendNow, this);
+        pthread_mutex_init(&mutex_, attributes);
+    }
 
     // The send thread's idle wait: ends at the next tick with alarms waiting,
     // or at once when a full batch waits or a flush wants a waiting alarm.

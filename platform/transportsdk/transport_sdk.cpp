@@ -53,6 +53,13 @@ Registry& registry() {
     return *instance;
 }
 
+// A child forked while a registration held the registry finds it free.
+// Registered when the library is loaded, before the SDK that registers
+// resources here: its handlers take its own locks first.
+void LockRegistryForFork() { registry().mutex.lock(); }
+void UnlockRegistryAfterFork() { registry().mutex.unlock(); }
+const int g_forkHandlers = pthread_atfork(&LockRegistryForFork, &UnlockRegistryAfterFork, &UnlockRegistryAfterFork);
+
 using Clock = std::chrono::steady_clock;
 
 std::atomic<unsigned> g_idleSeconds{TRANSPORT_SDK_IDLE_TIMEOUT};

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the SDK and runs the whole test suite, installing what is missing.
-#   scripts/test.sh                 normal and sanitizer builds (CI: also tsan, clang, fuzz, arm, package)
-#   scripts/test.sh normal|sanitize|tsan|clang|fuzz|arm|package ...   just those
+#   scripts/test.sh                 normal and sanitizer builds (CI: also tsan, clang, fuzz, arm, package, soak)
+#   scripts/test.sh normal|sanitize|tsan|clang|fuzz|arm|package|soak ...   just those
 # Each build lives in build/<name>; every test case runs in a process of its own.
 # fuzz runs every libFuzzer target for FUZZ_SECONDS (default 30) each.
 # package: install, the out-of-tree consumer and the Debian packages (native
@@ -12,7 +12,7 @@ cd "$(dirname "$0")/.."
 if [ "$#" -gt 0 ]; then
   suites="$*"
 elif { [ "${CI:-}" = "true" ] || [ "${ALARMSDK_TEST_ARM:-0}" = "1" ]; } && [ -f cmake/toolchain-aarch64.cmake ]; then
-  suites="normal sanitize tsan clang fuzz arm package"
+  suites="normal sanitize tsan clang fuzz arm package soak"
 else
   suites="normal sanitize"
 fi
@@ -136,6 +136,8 @@ for suite in $suites; do
     # (Google Benchmark) is skipped with a line in the configure log.
     arm) run_suite arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || status=1 ;;
     package) run_package_checks || status=1 ;;
+    # scripts/soak.sh for 2 minutes on the normal build.
+    soak) started=$SECONDS; if ! configure_and_build soak build/normal "$started" "" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_BENCH=OFF; then status=1; elif scripts/soak.sh 2 build/normal; then total_passed=$((total_passed + 1)); summary="$summary  soak: held for 2 min, $((SECONDS - started)) s"$'\n'; else note_broken soak run "$started"; status=1; fi ;;
     *) echo "unknown suite: $suite" >&2; exit 2 ;;
   esac
 done

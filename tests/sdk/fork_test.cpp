@@ -10,6 +10,9 @@
 
 #include "Generations.h"
 
+// Under ThreadSanitizer: a child of a process with threads starts threads of its own here, which is the point.
+extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
+
 namespace {
 
 using sdktest::Generation;
@@ -89,6 +92,11 @@ TEST_F(Fork, AChildDeliversItsOwnAlarmsThroughEveryManagerAndNeverItsParents) {
 // Other threads send, flush and log without pause while the process forks again and again: each child's first calls
 // return at once and its alarms are accepted.
 TEST_F(Fork, NoLockIsInheritedHeld) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // The sanitizers' own allocators are not: a child forked while another thread allocates can inherit their
+    // lock taken and hang in its first allocation, outside the library (seen with ASan).
+    GTEST_SKIP() << "the sanitizer runtime's allocator is not fork-safe under allocating threads";
+#endif
     GenerationDriver current(Generation::Current), legacy(Generation::Legacy);
     ASSERT_TRUE(current.init() && legacy.init());
     AlarmManagerEx* handle = ZEBInitAlarmSDK4CoProcess("app-co", "svc-co", "10.0.0.1", "");

@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "rest_endpoint.h"
+
 namespace nodeward {
 
 // How a failed request is answered.
@@ -30,7 +32,7 @@ const char* FailModeName(FailMode mode);
 std::ostream& operator<<(std::ostream& out, FailMode mode);
 
 struct SimOptions {
-    std::string endpoint = "127.0.0.1:7888";  // "HOST:PORT" (port 0: any free one) or "unix:PATH"
+    std::string endpoint = REST_DEFAULT_AGENT_ENDPOINT;  // rest_endpoint.h; port 0: any free one
     int failFirst = 0;                        // fail the first N requests
     double failRatio = 0.0;                   // then fail this fraction of requests (0..1)
     unsigned int seed = 1;                    // for failRatio
@@ -149,9 +151,6 @@ private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };
-
-// "HOST:PORT" / "[IPV6]:PORT" / "unix:PATH" -> parts; false when malformed.
-bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath);
 
 // One readable line for an alarm, as the program prints it.
 std::string FormatAlarmLine(const ReceivedAlarm& alarm);

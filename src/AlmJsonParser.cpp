@@ -8,7 +8,7 @@
 #include <new>
 
 #include "AlarmAdapter.h"
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmEx.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"

@@ -119,12 +119,6 @@ bool Sim::waitForAcceptedAlarms(std::size_t n, int timeoutMs) const {
                                    [&] { return impl_->counts.acceptedAlarms >= n; });
 }
 
-bool Sim::waitForRequests(std::size_t n, int timeoutMs) const {
-    std::unique_lock<std::mutex> lock(impl_->mu);
-    return impl_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs > 0 ? timeoutMs : 0),
-                                   [&] { return impl_->counts.requests >= n; });
-}
-
 SimCounts Sim::counts() const {
     std::lock_guard<std::mutex> lock(impl_->mu);
     return impl_->counts;

@@ -4,6 +4,11 @@
 #ifndef REST_CLIENT_TESTING_H
 #define REST_CLIENT_TESTING_H
 
+/* The SDK itself must run on a node's own platform library, which has none of this. */
+#ifdef ALARMSDK_NODE_INTERFACE_ONLY
+#error "the SDK uses only the node's platform interface"
+#endif
+
 #include "rest_client.h"
 
 #ifdef __cplusplus

@@ -12,6 +12,11 @@
 #ifndef REST_ENDPOINT_H
 #define REST_ENDPOINT_H
 
+/* The SDK itself must run on a node's own platform library, which has none of this. */
+#ifdef ALARMSDK_NODE_INTERFACE_ONLY
+#error "the SDK uses only the node's platform interface"
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -3,6 +3,11 @@
 #ifndef RUNLOG_TESTING_H
 #define RUNLOG_TESTING_H
 
+/* The SDK itself must run on a node's own platform library, which has none of this. */
+#ifdef ALARMSDK_NODE_INTERFACE_ONLY
+#error "the SDK uses only the node's platform interface"
+#endif
+
 #include "runlog.h"
 
 #ifdef __cplusplus

@@ -4,6 +4,11 @@
 #ifndef TRANSPORT_SDK_TESTING_H
 #define TRANSPORT_SDK_TESTING_H
 
+/* The SDK itself must run on a node's own platform library, which has none of this. */
+#ifdef ALARMSDK_NODE_INTERFACE_ONLY
+#error "the SDK uses only the node's platform interface"
+#endif
+
 #include "transport_sdk.h"
 
 #ifdef __cplusplus

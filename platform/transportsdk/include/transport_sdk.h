@@ -49,7 +49,8 @@ int GetSdkPort(void);
  * registration of the same path replaces the first. Safe while requests are
  * served, also from inside a handler.
  * The server answers 404 for an unregistered path, 405 for a method outside
- * resource->methods, 413 for a body above its limit.
+ * resource->methods, 413 for a body above its limit (ours:
+ * TRANSPORT_SDK_MAX_BODY, transport_sdk_testing.h).
  * 0 on success; non-zero when the server is not running, an argument or the
  * handler is NULL, or url does not start with '/'. */
 int RegisterUrl(const char* url, stru_REST_RESOURCE* resource);

@@ -34,6 +34,7 @@
 #include "rest_client_testing.h"
 #include "rest_endpoint.h"
 #include "rest_head_list.h"
+#include "runlog.h"
 
 namespace {
 
@@ -94,9 +95,12 @@ struct Target {
     std::string connectTo;  // CURLOPT_CONNECT_TO entry for a TCP endpoint
 };
 
+// A refused endpoint is logged with the reason: the caller only sees -1.
 bool parseEndpoint(const char* endpoint, Target* target) {
     rest_endpoint parsed;
-    if (restParseEndpoint(endpoint, 0, &parsed) != nullptr) {
+    if (const char* why = restParseEndpoint(endpoint, 0, &parsed)) {
+        Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "rest_client", __LINE__, "sendRequest, agent endpoint \"%s\" refused: %s",
+                         endpoint, why);
         return false;
     }
     target->unixSocket = parsed.isUnix != 0;

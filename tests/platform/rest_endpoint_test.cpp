@@ -3,6 +3,9 @@
 
 #include <string>
 
+#include "LogCapture.h"
+#include "RestCall.h"
+#include "TestEnv.h"
 #include "rest_endpoint.h"
 
 namespace {
@@ -66,6 +69,21 @@ TEST(RestEndpoint, OneGrammarForTheClientAndTheTools) {
     }
     rest_endpoint unused;
     EXPECT_STREQ("no endpoint given", restParseEndpoint(nullptr, 0, &unused));
+}
+
+// The library only sees a failed send; the run log says which endpoint and why.
+TEST(RestEndpoint, AnEndpointTheClientRefusesIsLoggedWithTheReason) {
+    testsupport::LogCapture log;
+    testsupport::ScopedEnv agent(REST_AGENT_ENDPOINT_ENV, "127.0.0.1:0");
+    EXPECT_EQ(-1, testsupport::RestCall("http://" REST_LOCAL_ENDPOINT "/om/v1/request", "x").result);
+    EXPECT_EQ(-1, testsupport::RestCall("http://" REST_LOCAL_ENDPOINT "/om/v1/request", "x", REST_REQUEST_POST,
+                                        "unix:").result);
+    EXPECT_EQ("sendRequest, agent endpoint \"127.0.0.1:0\" refused: port 0 is no agent's port\n"
+              "sendRequest, agent endpoint \"unix:\" refused: unix: needs a socket path\n",
+              log.texts());
+    for (const testsupport::LogLine& line : log.lines()) {
+        EXPECT_EQ(RUNLOG_LEVEL_ERROR, line.level) << line.text;
+    }
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <new>
 
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "AlarmAdapter.h"
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmEx.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"

@@ -15,7 +15,7 @@
 #include "AlarmSendLoop.h"
 #include "FailingHeap.h"
 #include "TestEnv.h"
-#include "runlog.h"
+#include "runlog_testing.h"
 #include "PauseRecorder.h"
 
 using failingheap::t_allowed;

@@ -47,9 +47,4 @@ ALARMSDK_API int64_t ALM_ReadEnumItem(xercesc::DOMNode* values, stEnumBitDef* ou
                                       int64_t alarmId);
 }
 
-/* fork(): the load lock, taken before a fork so that no load is half done in
- * the child, and given back after it in parent and child. */
-void ALM_LockLoadsForFork();
-void ALM_UnlockLoadsAfterFork();
-
 #endif

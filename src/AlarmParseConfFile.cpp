@@ -12,6 +12,7 @@
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlmLog.h"
+#include "ForkSafety.h"
 #include "NoThrow.h"
 
 using xercesc::XercesDOMParser;

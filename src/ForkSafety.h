@@ -9,4 +9,9 @@ void GuardForks();
 
 }  // namespace alarmsdk
 
+// The definition-load lock (src/AlarmParseConfFile.cpp), taken before a fork
+// so that no load is half done in the child, and given back after it.
+void ALM_LockLoadsForFork();
+void ALM_UnlockLoadsAfterFork();
+
 #endif

@@ -17,7 +17,7 @@
 #include "RestCall.h"
 #include "SimDocument.h"
 #include "TestEnv.h"
-#include "runlog.h"
+#include "runlog_testing.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include "AlmRukInterface.h"
 #include "Generations.h"
+#include "rest_head_list.h"
 
 using nodeward::FailMode;
 using nodeward::ReceivedAlarm;

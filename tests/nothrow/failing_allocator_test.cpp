@@ -128,8 +128,8 @@ TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
 }
 
 // A load that runs out of memory anywhere leaves the next load able to succeed.
-// Every allocation of the first hundred, then ever wider steps (about 350
-// loads for the example file's few thousand allocations).
+// Every allocation of the first 64, then ever wider steps (about 200 loads
+// for the example file's nine hundred allocations).
 TEST(FailingAllocator, ADefinitionLoadThatRanOutOfMemoryIsRetriedByTheNext) {
     std::string path = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
     ALM_SetConfFilePath(&path[0]);

@@ -89,9 +89,15 @@ fi
 
 tree=$work/tree
 mkdir -p "$work"
+# The copy's build has the same place in it as build/normal in the tree, so
+# with the compiler cache the unmutated copy costs hardly a compile.
+if command -v ccache > /dev/null; then
+  export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER:-ccache}
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+fi
 # A copy of the tree as it is (time stamps kept, so a rerun rebuilds only what
-# changed). Its build has the same place in it as build/normal in the tree, so
-# the compiler cache serves both.
+# changed).
 mkdir -p "$tree"
 find "$tree" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$tree" -xf -
@@ -99,8 +105,10 @@ tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$tree" -xf -
 # than the originals' time stamps: such a build is not trusted, it is redone.
 if [ -e "$work/mutated" ]; then rm -rf "$tree/build"; fi
 build() { cmake --build "$tree/build/normal" -j"$jobs" > "$work/build.log" 2>&1; }
+# Without the check that the list applies: a mutated copy fails it by construction.
 suite() {
-  ctest --test-dir "$tree/build/normal" -j$((jobs + 1)) --stop-on-failure --timeout 300 > "$work/ctest.log" 2>&1
+  ctest --test-dir "$tree/build/normal" -j$((jobs + 1)) --stop-on-failure --timeout 300 -E '^Mutations\.' \
+    > "$work/ctest.log" 2>&1
 }
 
 echo "=== unmutated copy: configure, build, test"

@@ -1,7 +1,7 @@
 // The bounded queue of one manager (either generation): service threads
 // append one alarm at a time, the manager's send thread takes the oldest in
-// batches, and waits on the queue while it is empty. The queue owns nothing:
-// the items belong to the manager.
+// batches, and waits on the queue while it is empty. An item belongs to the
+// queue from push until takeBatch hands it to the send thread's batch.
 #ifndef ALARM_QUEUE_H
 #define ALARM_QUEUE_H
 

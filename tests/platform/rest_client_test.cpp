@@ -11,6 +11,7 @@
 #include "RawPeer.h"
 #include "RestCall.h"
 #include "TestEnv.h"
+#include "rest_client_testing.h"
 
 namespace {
 

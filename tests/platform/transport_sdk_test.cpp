@@ -14,7 +14,8 @@
 #include "RawPeer.h"
 #include "RestCall.h"
 #include "TestEnv.h"
-#include "transport_sdk.h"
+#include "rest_client_testing.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 

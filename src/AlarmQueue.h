@@ -1,7 +1,8 @@
-// The bounded queue of one manager (either generation): service threads
-// append one alarm at a time, the manager's send thread takes the oldest in
-// batches, and waits on the queue while it is empty. The queue owns nothing:
-// the items belong to the manager.
+// The bounded queue in front of one library thread: producers append one item
+// at a time, the thread takes the oldest and waits on the queue while it is
+// empty. Each manager keeps one for its alarms, the alarm-check service one
+// for its requests. The queue owns what it holds: a pushed item is the
+// queue's until a take hands it to the consumer.
 #ifndef ALARM_QUEUE_H
 #define ALARM_QUEUE_H
 
@@ -27,25 +28,47 @@ constexpr std::size_t kBatchSize = 50;
 constexpr unsigned int kIdlePollSeconds = 1;
 constexpr unsigned int kRetryPauseSeconds = 3;
 
+// What a queue is for: where it logs, and how much it holds and hands on.
+template <typename T>
+struct QueueLimits {
+    const char* logSource;  // the owner's source file, for the lock lines
+    const char* lockFailure = "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.";
+    const char* unlockFailure = "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.";
+    std::size_t capacity = kQueueCapacity;
+    // The most items one take moves; so many waiting end an idle wait at once.
+    std::size_t batch = kBatchSize;
+    // With bytesOf: the most bytes the queued items may hold together.
+    std::size_t byteBound = 0;
+    std::size_t (*bytesOf)(const T& item) = nullptr;
+};
+
+// What a queue held when it refused an item.
+struct QueueLoad {
+    std::size_t items;
+    std::size_t bytes;
+};
+
 template <typename T>
 class AlarmQueue : public IdleWaitable {
 public:
-    // logSource names the owning manager's source file in lock failure
-    // messages; attributes may be NULL for a default mutex.
-    AlarmQueue(const char* logSource, const pthread_mutexattr_t* attributes) : logSource_(logSource) {
+    // attributes may be NULL for a default mutex.
+    explicit AlarmQueue(const QueueLimits<T>& limits, const pthread_mutexattr_t* attributes = nullptr)
+        : limits_(limits) {
         const int ret = pthread_mutex_init(&mutex_, attributes);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__,
                              "AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
         }
     }
+    // Items still queued are not freed: a queue is only destroyed with a
+    // manager that never sent (the library's own queues are never destroyed).
     ~AlarmQueue() { pthread_mutex_destroy(&mutex_); }
     AlarmQueue(const AlarmQueue&) = delete;
     AlarmQueue& operator=(const AlarmQueue&) = delete;
 
     // Read without the lock on purpose: a caller is never held up by the
-    // send thread. Concurrent callers may therefore overshoot by a few.
-    bool full() const { return size() > kCapacity - 1; }
+    // consumer. Concurrent callers may therefore overshoot by a few.
+    bool full() const { return size() > limits_.capacity - 1; }
     // full(), counting the alarm the caller then turns away.
     bool refuseIfFull() {
         if (!full()) {
@@ -60,15 +83,13 @@ public:
     void lock() {
         const int ret = pthread_mutex_lock(&mutex_);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
-                             "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.", ret);
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.lockFailure, ret);
         }
     }
     void unlock() {
         const int ret = pthread_mutex_unlock(&mutex_);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
-                             "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.", ret);
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.unlockFailure, ret);
         }
     }
 
@@ -78,46 +99,83 @@ public:
     void push(std::unique_ptr<T> item) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        items_.push(item.get());
-        item.release();
-        counters_.noteQueued();
-        signal_.added(items_.size());
+        append(std::move(item));
     }
 
-    // Moves the oldest items to the end of batch until it holds kBatchSize.
+    // Appends unless the queue holds its capacity, or the item's bytes would
+    // pass the byte bound, tested under the lock: a flood is refused item by
+    // item and never costs one already queued. A refused item is freed, and
+    // load tells what the queue held.
+    bool pushWithinLimits(std::unique_ptr<T> item, QueueLoad& load) {
+        lock();
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
+        if (items_.size() >= limits_.capacity || bytesOf(item.get()) > limits_.byteBound - bytes_) {
+            load = QueueLoad{items_.size(), bytes_};
+            return false;
+        }
+        append(std::move(item));
+        return true;
+    }
+
+    // Moves the oldest items to the end of batch until it holds a full batch.
     // An item leaves the queue only once it is in the batch, so an
     // allocation failure part way loses nothing.
     void takeBatch(std::list<T*>& batch) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        while (!items_.empty() && batch.size() < kBatchSize) {
+        while (!items_.empty() && batch.size() < limits_.batch) {
             batch.push_back(items_.front());
+            bytes_ -= bytesOf(items_.front());
             items_.pop();
         }
     }
 
+    // The oldest item, or NULL when none is queued.
+    std::unique_ptr<T> pop() {
+        lock();
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
+        std::unique_ptr<T> item;
+        if (!items_.empty()) {
+            item.reset(items_.front());
+            bytes_ -= bytesOf(item.get());
+            items_.pop();
+        }
+        return item;
+    }
+
     DeliveryCounters& counters() { return counters_; }
 
-    // The send thread's idle wait: ends at the next tick with alarms waiting,
-    // or at once when a full batch waits.
+    // The consumer's idle wait: ends at the next tick with items waiting, or
+    // at once when a full batch waits.
     void waitIdle(std::chrono::nanoseconds tick) override {
         lock();
         signal_.wait(mutex_, tick, [this] { return items_.size(); });
         unlock();
     }
 
-    static constexpr std::size_t kCapacity = kQueueCapacity;
-
 private:
+    std::size_t bytesOf(const T* item) const { return limits_.bytesOf != nullptr ? limits_.bytesOf(*item) : 0; }
+
+    // With the lock held.
+    void append(std::unique_ptr<T> item) {
+        const std::size_t bytes = bytesOf(item.get());
+        items_.push(item.get());
+        item.release();
+        bytes_ += bytes;
+        counters_.noteQueued();
+        signal_.added(items_.size());
+    }
+
     void publishAndUnlock() {
         count_.store(items_.size(), std::memory_order_release);
         unlock();
     }
 
-    const char* logSource_;
+    const QueueLimits<T> limits_;
     pthread_mutex_t mutex_;
     std::queue<T*, std::deque<T*>> items_;
-    WorkSignal signal_{kBatchSize};
+    std::size_t bytes_ = 0;  // of the items queued, under the lock
+    WorkSignal signal_{limits_.batch};
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
     DeliveryCounters counters_;

@@ -102,7 +102,7 @@ AlarmManagerEx* QuietManager() {
 }
 
 void DrainIfFull(AlarmManagerEx* manager, AllocationMeter& meter) {
-    if (manager->queuedAlarmCount() < AlarmManagerEx::kQueueCapacity) {
+    if (manager->queuedAlarmCount() < alarmsdk::kQueueCapacity) {
         return;
     }
     meter.untimed([manager] {
@@ -168,7 +168,7 @@ void CallerFloor(benchmark::State& state) {
     std::deque<char*> queue;
     AllocationMeter meter(state);
     for (auto _ : state) {
-        if (queue.size() >= AlarmManagerEx::kQueueCapacity) {
+        if (queue.size() >= alarmsdk::kQueueCapacity) {
             meter.untimed([&queue] {
                 for (char* record : queue) {
                     std::free(record);

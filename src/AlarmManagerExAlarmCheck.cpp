@@ -52,6 +52,8 @@ const alarmsdk::QueueLimits<std::string> kCheckQueueLimits = {
     .batch = 1,
     .byteBound = AlarmManagerEx::kCheckQueueBytes,
     .bytesOf = [](const std::string& check) { return check.size(); },
+    .refusal = "AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, %zu bytes), "
+               "request of %zu bytes refused.",
 };
 
 // True when text can be one segment of the callback path that every client
@@ -194,13 +196,7 @@ int AlarmManagerEx::QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPON
     }
     std::unique_ptr<std::string> decoded(new std::string(decodedBuffer.get()));
     decodedBuffer.reset();
-
-    const std::size_t bytes = decoded->size();
-    alarmsdk::QueueLoad load{};
-    if (!m_CheckList.pushWithinLimits(std::move(decoded), load)) {
-        ALM_LOG_ERROR("AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, "
-                      "%zu bytes), request of %zu bytes refused.",
-                      load.items, load.bytes, bytes);
+    if (!m_CheckList.pushWithinLimits(std::move(decoded))) {
         return -1;
     }
     return GenCallBackResponse(response) == 0 ? 0 : -1;

@@ -40,12 +40,8 @@ struct QueueLimits {
     // With bytesOf: the most bytes the queued items may hold together.
     std::size_t byteBound = 0;
     std::size_t (*bytesOf)(const T& item) = nullptr;
-};
-
-// What a queue held when it refused an item.
-struct QueueLoad {
-    std::size_t items;
-    std::size_t bytes;
+    // Logged when pushWithinLimits refuses, with the items and bytes held and the item's bytes.
+    const char* refusal = "queue full (%zu items, %zu bytes), item of %zu bytes refused.";
 };
 
 template <typename T>
@@ -66,16 +62,15 @@ public:
     AlarmQueue(const AlarmQueue&) = delete;
     AlarmQueue& operator=(const AlarmQueue&) = delete;
 
-    // Read without the lock on purpose: a caller is never held up by the
-    // consumer. Concurrent callers may therefore overshoot by a few.
-    bool full() const { return size() > limits_.capacity - 1; }
-    // full(), counting the alarm the caller then turns away.
+    // True, and counted, when the queue is full and the caller must turn its
+    // item away. Read without the lock on purpose: a caller is never held up
+    // by the consumer. Concurrent callers may therefore overshoot by a few.
     bool refuseIfFull() {
-        if (!full()) {
-            return false;
+        if (size() > limits_.capacity - 1) {
+            counters_.noteRefused();
+            return true;
         }
-        counters_.noteRefused();
-        return true;
+        return false;
     }
     // Items waiting (a batch being sent is not counted).
     std::size_t size() const { return count_.load(std::memory_order_acquire); }
@@ -104,13 +99,14 @@ public:
 
     // Appends unless the queue holds its capacity, or the item's bytes would
     // pass the byte bound, tested under the lock: a flood is refused item by
-    // item and never costs one already queued. A refused item is freed, and
-    // load tells what the queue held.
-    bool pushWithinLimits(std::unique_ptr<T> item, QueueLoad& load) {
+    // item and never costs one already queued. A refused item is freed.
+    bool pushWithinLimits(std::unique_ptr<T> item) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        if (items_.size() >= limits_.capacity || bytesOf(item.get()) > limits_.byteBound - bytes_) {
-            load = QueueLoad{items_.size(), bytes_};
+        const std::size_t bytes = bytesOf(item.get());
+        if (items_.size() >= limits_.capacity || bytes > limits_.byteBound - bytes_) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.refusal, items_.size(), bytes_,
+                             bytes);
             return false;
         }
         append(std::move(item));

@@ -92,23 +92,27 @@ INSTANTIATE_TEST_SUITE_P(Answers, SendSteps, ::testing::Values(
     [](const ::testing::TestParamInfo<StepCase>& info) { return std::string(info.param.name); });
 
 // A script of pushes (+text), takes of a batch (<) and pops (-) on a queue of 3 items, 10 bytes and batches of 2,
-// and what each step gives: "ok", "refused <items> <bytes held>", or the texts taken.
+// and what each step gives: "ok", the refusal "<items> <bytes held> <bytes refused>", or the texts taken.
 TEST(AlarmQueueLimits, CountAndBytesAreBoundedUnderTheLockAndATakeGivesItsBytesBack) {
+    testsupport::LogCapture log;
     alarmsdk::AlarmQueue<std::string> queue({.logSource = "test",
                                              .capacity = 3,
                                              .batch = 2,
                                              .byteBound = 10,
-                                             .bytesOf = [](const std::string& text) { return text.size(); }});
+                                             .bytesOf = [](const std::string& text) { return text.size(); },
+                                             .refusal = "refused %zu %zu %zu"});
     const std::pair<const char*, const char*> script[] = {
-        {"+aaaa", "ok"}, {"+bbbbbb", "ok"}, {"+c", "refused 2 10"}, {"+", "ok"}, {"+", "refused 3 10"},
+        {"+aaaa", "ok"}, {"+bbbbbb", "ok"}, {"+c", "refused 2 10 1"}, {"+", "ok"}, {"+", "refused 3 10 0"},
         {"<", "aaaa bbbbbb"}, {"+0123456789", "ok"}, {"-", ""}, {"-", "0123456789"}, {"-", "<none>"},
-        {"+0123456789a", "refused 0 0"}, {"+0123456789", "ok"}, {"<", "0123456789"}};
+        {"+0123456789a", "refused 0 0 11"}, {"+0123456789", "ok"}, {"<", "0123456789"}};
     for (const auto& [step, expected] : script) {
         std::string got;
         if (step[0] == '+') {
-            alarmsdk::QueueLoad load{};
-            got = queue.pushWithinLimits(std::make_unique<std::string>(step + 1), load)
-                      ? "ok" : testsupport::Words("refused", load.items, load.bytes);
+            log.clear();
+            got = queue.pushWithinLimits(std::make_unique<std::string>(step + 1)) ? "ok" : "";
+            for (const testsupport::LogLine& line : log.lines()) {
+                got += line.level == 5 && line.source == "test" ? line.text : "elsewhere: " + line.text;
+            }
         } else if (step[0] == '-') {
             const std::unique_ptr<std::string> item = queue.pop();
             got = item != nullptr ? *item : "<none>";

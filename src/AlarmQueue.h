@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <list>
 #include <memory>
@@ -50,6 +51,7 @@ public:
     // attributes may be NULL for a default mutex.
     explicit AlarmQueue(const QueueLimits<T>& limits, const pthread_mutexattr_t* attributes = nullptr)
         : limits_(limits) {
+        counters_.onFlush(&AlarmQueue::SendNow, this);
         const int ret = pthread_mutex_init(&mutex_, attributes);
         if (ret != 0) {
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__,
@@ -142,14 +144,29 @@ public:
     DeliveryCounters& counters() { return counters_; }
 
     // The consumer's idle wait: ends at the next tick with items waiting, or
-    // at once when a full batch waits.
+    // at once when a full batch waits or a flush wants a waiting item.
     void waitIdle(std::chrono::nanoseconds tick) override {
         lock();
-        signal_.wait(mutex_, tick, [this] { return items_.size(); });
+        signal_.wait(
+            mutex_, tick, [this] { return items_.size(); },
+            // Some item still queued was accepted before a flush asked.
+            [this] { return flushUpTo_ + items_.size() > counters_.accepted(); });
         unlock();
     }
 
 private:
+    // A flush waits for the first `upTo` items: they leave without waiting for
+    // the end of the send thread's tick; later ones still wait for it.
+    static void SendNow(void* queue, uint64_t upTo) {
+        auto* self = static_cast<AlarmQueue*>(queue);
+        self->lock();
+        if (upTo > self->flushUpTo_) {
+            self->flushUpTo_ = upTo;
+        }
+        self->signal_.wake();
+        self->unlock();
+    }
+
     std::size_t bytesOf(const T* item) const { return limits_.bytesOf != nullptr ? limits_.bytesOf(*item) : 0; }
 
     // With the lock held.
@@ -175,6 +192,7 @@ private:
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
     DeliveryCounters counters_;
+    uint64_t flushUpTo_ = 0;  // the last item a flush waits for; under mutex_
 };
 
 }  // namespace alarmsdk

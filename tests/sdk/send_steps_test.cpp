@@ -60,7 +60,7 @@ class SendSteps : public ::testing::TestWithParam<StepCase> {};
 TEST_P(SendSteps, EachGenerationBuildsItsRequestAndSettlesOnlyOnItsOwnOk) {
     const StepCase& c = GetParam();
     testsupport::LogCapture log;
-    testsupport::ScopedEnv appId("APPID", "app-7");
+    testsupport::ScopedEnv appId("APPID", "app-7");  // the legacy document names the application from it
     const sdktest::GenerationDriver driver(c.generation);
     std::string steps;
     if (c.generation == Generation::Current) {

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <string>
 
-#include "NodewardSim.h"
-#include "SimDocument.h"
+#include "AgentDocument.h"
+#include "AlarmCheckPost.h"
 
 namespace nodeward {
 

@@ -49,6 +49,11 @@ TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
                 << step.what;
         }
     }
+    // Seven changes in six posts, one alert still firing.
+    EXPECT_EQ(testsupport::Words(bridge.metric("alarm_bridge_alarms_stored_total"),
+                                 bridge.metric("alarm_bridge_alerts_active"),
+                                 bridge.metric("alarm_bridge_peer_up{peer=\"" + peers.url(0) + "\"}")),
+              "7 1 1");
     std::string table, error;
     ASSERT_TRUE(bridge::StatusTable(bridge.state(), &table, &error)) << error;
     EXPECT_NE(table.find("300012    orders          app-7         10.0.0.1        Alarm 300012 disk=sda"),

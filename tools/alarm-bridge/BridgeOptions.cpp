@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "AgentEndpoint.h"
+
 namespace bridge {
 
 namespace {
@@ -65,6 +67,12 @@ bool ParseBridgeArgs(int argc, const char* const* argv, BridgeOptions* options, 
             return false;
         }
         const std::string value = argv[++i];
+        std::string host, path;
+        int port = 0;
+        if (arg == "--listen" && !nodeward::ParseEndpoint(value, &host, &port, &path)) {
+            *error = "malformed endpoint \"" + value + "\" (want HOST:PORT or unix:PATH)";
+            return false;
+        }
         if (arg == "--listen") {
             options->listen = value;
         } else if (arg == "--state") {

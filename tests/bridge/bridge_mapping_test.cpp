@@ -1,6 +1,7 @@
 // Alarms of both generations through the bridge into one real Alertmanager,
 // and documents the bridge must refuse without storing them.
 #include "BridgeFixture.h"
+#include "Bridge.h"
 #include "BridgeProgram.h"
 
 namespace bridgetest {
@@ -90,6 +91,33 @@ TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndStoresNothing) {
     // The bridge still serves, and the first alert to arrive is the only one.
     EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))), std::make_pair(200L, std::string("0")));
     EXPECT_TRUE(WaitUntil([&] { return LabelTexts(peers, 0) == std::vector<std::string>{kDisk}; }, 10000));
+}
+
+}  // namespace
+}  // namespace bridgetest
+
+namespace bridgetest {
+namespace {
+
+// A state that cannot be written (here: another writer holds it past the
+// bridge's wait) is answered failure, so the service sends the batch again.
+TEST(BridgeState, UnwritableStateIsAnsweredFailureNotAccepted) {
+    TempDir dir;
+    bridge::BridgeOptions options;
+    options.state = dir.path() + "/state.db";
+    bridge::Bridge core(options);
+    std::string error;
+    ASSERT_TRUE(core.start(&error, false)) << error;
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(options.state.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const std::string body = nodeward::EncodeBase64(LegacyDocument(LegacyAlarm("300001", 0, "sda")));
+    const bridge::HttpAnswer refused = core.push(body);
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+    const bridge::HttpAnswer accepted = core.push(body);
+    EXPECT_EQ(testsupport::Words(refused.status, refused.body, accepted.status, accepted.body),
+              testsupport::Words(503, nodeward::FailureAnswer(true), 200, nodeward::SuccessAnswer(true)));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "AlarmStore.h"
 
+#include <cstdlib>
 #include <memory>
 
 namespace bridge {
@@ -248,32 +249,56 @@ bool ReadFiring(sqlite3* db, std::vector<StoredAlert>* rows, std::string* error)
     return s && ReadRows(db, s.get(), rows, error);
 }
 
-bool ReadCheckTargets(sqlite3* db, std::vector<CheckTarget>* targets, std::string* error) {
-    Statement s = Prepare(db,
-                          "SELECT check_target, '[' || group_concat(check_alarm, ',') || ']' FROM alerts"
-                          " WHERE ends_at IS NULL AND check_target <> '' GROUP BY check_target",
-                          error);
-    if (!s) {
+namespace {
+
+bool ParseTarget(const std::string& text, CheckTarget* t) {
+    const std::size_t a = text.find('\t'), b = text.find('\t', a + 1), c = text.find('\t', b + 1);
+    if (c == std::string::npos) {
         return false;
     }
-    int rc = SQLITE_ROW;
-    while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
-        const std::string target = Column(s.get(), 0);
+    t->serviceName = text.substr(0, a);
+    t->appId = text.substr(a + 1, b - a - 1);
+    t->ip = text.substr(b + 1, c - b - 1);
+    t->port = std::atoi(text.c_str() + c + 1);
+    return true;
+}
+
+}  // namespace
+
+bool ForEachCheck(sqlite3* db, std::size_t maxAlarms, const std::function<void(const CheckTarget&)>& send,
+                  std::string* error) {
+    Statement targets = Prepare(db, "SELECT DISTINCT check_target FROM alerts WHERE ends_at IS NULL", error);
+    Statement alarms =
+        Prepare(db, "SELECT check_alarm FROM alerts WHERE ends_at IS NULL AND check_target = ?1 ORDER BY id", error);
+    if (!targets || !alarms) {
+        return false;
+    }
+    std::vector<std::string> names;
+    while (sqlite3_step(targets.get()) == SQLITE_ROW) {
+        names.push_back(Column(targets.get(), 0));
+    }
+    for (const std::string& name : names) {
         CheckTarget t;
-        const std::size_t a = target.find('\t'), b = target.find('\t', a + 1), c = target.find('\t', b + 1);
-        if (c == std::string::npos) {
+        if (!ParseTarget(name, &t)) {
             continue;
         }
-        t.serviceName = target.substr(0, a);
-        t.appId = target.substr(a + 1, b - a - 1);
-        t.ip = target.substr(b + 1, c - b - 1);
-        t.port = std::atoi(target.c_str() + c + 1);
-        t.alarms = Column(s.get(), 1);
-        targets->push_back(std::move(t));
-    }
-    if (rc != SQLITE_DONE) {
-        *error = std::string("sqlite: ") + sqlite3_errmsg(db);
-        return false;
+        sqlite3_bind_text(alarms.get(), 1, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+        std::size_t count = 0;
+        const auto flush = [&] {
+            if (count != 0) {
+                t.alarms += "]";
+                send(t);
+            }
+            count = 0;
+        };
+        while (sqlite3_step(alarms.get()) == SQLITE_ROW) {
+            t.alarms = (count == 0 ? "[" : t.alarms + ",") + Column(alarms.get(), 0);
+            if (++count == maxAlarms) {
+                flush();
+            }
+        }
+        flush();
+        sqlite3_reset(alarms.get());
     }
     return true;
 }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -86,7 +87,9 @@ private:
 // Reads that any thread runs on its own connection.
 bool ReadAfter(sqlite3* db, Cursor after, int limit, std::vector<StoredAlert>* rows, std::string* error);
 bool ReadFiring(sqlite3* db, std::vector<StoredAlert>* rows, std::string* error);
-bool ReadCheckTargets(sqlite3* db, std::vector<CheckTarget>* targets, std::string* error);
+// Hands each service with firing alarms to send, at most maxAlarms of them at a time.
+bool ForEachCheck(sqlite3* db, std::size_t maxAlarms, const std::function<void(const CheckTarget&)>& send,
+                  std::string* error);
 // Firing alerts, and the oldest change time above seq (0 when there is none).
 bool ReadCounts(sqlite3* db, int64_t aboveSeq, int64_t* firing, int64_t* oldestPendingMs, std::string* error);
 

@@ -151,22 +151,22 @@ std::string Bridge::metrics() {
 
 void Bridge::sendChecks() {
     StoreConnection reader;
-    std::vector<CheckTarget> targets;
     std::string error;
-    if (!reader.open(options_.state, true, &error) || !ReadCheckTargets(reader.db(), &targets, &error)) {
-        Log("alarm checks: " + error);
-        return;
-    }
-    for (const CheckTarget& t : targets) {
-        std::string answer;
-        const int status = nodeward::PostAlarmCheck(t.ip, t.port, t.serviceName, t.appId, t.alarms, &answer, &error);
+    // Alarms per check request: the request and the service's work stay bounded.
+    constexpr std::size_t kAlarmsPerCheck = 500;
+    const auto send = [this](const CheckTarget& t) {
+        std::string answer, why;
+        const int status = nodeward::PostAlarmCheck(t.ip, t.port, t.serviceName, t.appId, t.alarms, &answer, &why);
         if (status == 200) {
             ++checks_;
-        } else {
-            ++checkFailures_;
-            Log("alarm check of " + t.serviceName + " at " + t.ip + ":" + std::to_string(t.port) + ": " +
-                (status < 0 ? error : "status " + std::to_string(status)));
+            return;
         }
+        ++checkFailures_;
+        Log("alarm check of " + t.serviceName + " at " + t.ip + ":" + std::to_string(t.port) + ": " +
+            (status < 0 ? why : "status " + std::to_string(status)));
+    };
+    if (!reader.open(options_.state, true, &error) || !ForEachCheck(reader.db(), kAlarmsPerCheck, send, &error)) {
+        Log("alarm checks: " + error);
     }
 }
 

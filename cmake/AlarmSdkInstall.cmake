@@ -26,6 +26,8 @@ install(CODE "
     file(REMOVE_RECURSE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/\${dir}\")
   endforeach()" COMPONENT dev)
 
+# Services include "AlarmSdk.h" or <alarmsdk/AlarmSdk.h>: both directories are searched.
+target_include_directories(alarmsdk INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 install(TARGETS alarmsdk EXPORT AlarmSdkTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
   FILE_SET HEADERS DESTINATION ${ALARMSDK_INSTALL_INCLUDEDIR} COMPONENT dev)
@@ -36,6 +38,12 @@ install(TARGETS ${ALARMSDK_PLATFORM_LIBRARIES}
 file(RELATIVE_PATH alarmsdk_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(${ALARMSDK_PROGRAMS} PROPERTIES INSTALL_RPATH "$ORIGIN/${alarmsdk_bin_to_lib}")
 install(TARGETS ${ALARMSDK_PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+# Bash completes each program's options from its --help (bash-completion's _longopt).
+foreach(program IN LISTS ALARMSDK_PROGRAMS)
+  file(CONFIGURE OUTPUT completions/${program} CONTENT "complete -F _longopt ${program}\n")
+  install(FILES ${PROJECT_BINARY_DIR}/completions/${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+endforeach()
 
 install(EXPORT AlarmSdkTargets NAMESPACE AlarmSdk:: DESTINATION ${ALARMSDK_INSTALL_CMAKEDIR} COMPONENT dev)
 configure_package_config_file(cmake/AlarmSdkConfig.cmake.in ${PROJECT_BINARY_DIR}/AlarmSdkConfig.cmake
@@ -49,9 +57,6 @@ install(FILES ${PROJECT_BINARY_DIR}/AlarmSdkConfig.cmake ${PROJECT_BINARY_DIR}/A
 # (cmake --install --prefix, or /usr inside a package).
 foreach(dir LIBDIR INCLUDEDIR)
   set(path ${CMAKE_INSTALL_${dir}})
-  if(dir STREQUAL "INCLUDEDIR")
-    set(path ${ALARMSDK_INSTALL_INCLUDEDIR})
-  endif()
   if(NOT IS_ABSOLUTE "${path}")
     set(path "\${prefix}/${path}")
   endif()

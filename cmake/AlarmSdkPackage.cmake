@@ -31,18 +31,35 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libalarmsdk${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-  "Services load it to raise and clear alarms; it delivers them to the node's agent over HTTP.")
+  "Services load it to raise and clear alarms; it delivers them to the node's\nagent over HTTP.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libalarmsdk-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 set(CPACK_COMPONENT_DEV_DESCRIPTION
-  "Headers, pkg-config file (alarmsdk) and CMake package (find_package(AlarmSdk)) for building services.")
+  "Headers, pkg-config file (alarmsdk), CMake package (find_package(AlarmSdk))\nand manual pages for building services.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME alarmsdk-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "nodeward-sim, an agent stand-in for development and tests, and the SDK's other programs.")
+  "nodeward-sim, an agent stand-in for development and tests, alarm-send and\nalarmdef-check.")
+
+# What Debian expects of every package (cmake/deb/): the copyright file and the
+# changelog, compressed, in its doc folder; the runtime package also asks for
+# ldconfig when installed or removed (triggers). The changelog's first entry
+# is this version (scripts/package-check.sh checks it).
+set(alarmsdk_changelog ${PROJECT_BINARY_DIR}/deb/changelog.gz)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/deb)
+execute_process(COMMAND gzip -9n -c ${PROJECT_SOURCE_DIR}/cmake/deb/changelog OUTPUT_FILE ${alarmsdk_changelog})
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/deb/changelog)
+foreach(component runtime dev tools)
+  string(TOUPPER ${component} upper)
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/deb/copyright ${alarmsdk_changelog}
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME} COMPONENT ${component})
+endforeach()
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/deb/triggers)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/deb/FinishRuntimePackage.cmake)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 include(CPack)

@@ -9,7 +9,10 @@
 #   nodeward-sim; then the Debian packages.
 # arm (build/package-arm, cross toolchain): the arm64 Debian packages.
 # Debian packages: the three of them, their contents, their dependencies, the
-# library's SONAME, RUNPATH and exported symbols, no build paths.
+# library's SONAME, RUNPATH and exported symbols, no build paths, a manual page
+# for every public function and every program, lintian without a warning; the
+# native library's ABI against tests/abi/libalarmsdk.abi.gz, and bash
+# completion of the installed programs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -153,6 +156,50 @@ depends_cover_needed() {
   [ -z "$missing" ] || { echo "$(basename "$deb"): $(dpkg-deb -f "$deb" Depends); not covered:$missing"; return 1; }
 }
 
+# Every function the library exports, by its C name or its C++ class, but the
+# legacy loader's internals (ALM_*, CHECK_ALARMODEL, lltos: AlarmConfig.h, AlarmAdapter.h).
+public_functions() {
+  readelf --dyn-syms --wide "$1" |
+    awk '$4 == "FUNC" && $7 != "UND" && ($5 == "GLOBAL" || $5 == "WEAK") { sub(/@.*/, "", $8); print $8 }' |
+    c++filt | sed -E 's/\(.*//; s/::.*//' | grep -vE '^(ALM_|CHECK_ALARMODEL$|lltos$)' | LC_ALL=C sort -u
+}
+
+# has_pages DEB SECTION NAME...: DEB holds the manual page (or a link) of every NAME.
+has_pages() {
+  local deb=$1 section=$2 listing name missing=""
+  shift 2
+  listing=$(contents "$deb")
+  for name in "$@"; do
+    grep -qE "^\./usr/share/man/man$section/$name\.$section\.gz( -> .*)?$" <<< "$listing" || missing="$missing $name"
+  done
+  [ -z "$missing" ] || { echo "$(basename "$deb") has no manual page for:$missing"; return 1; }
+}
+
+# man finds the pages a user asks for by name, through the links too.
+man_finds() {
+  local root=$1 page
+  shift
+  for page in "$@"; do
+    # shellcheck disable=SC2086
+    MANPATH=$root/usr/share/man man -w $page > /dev/null || { echo "man $page finds nothing"; return 1; }
+    MANPATH=$root/usr/share/man MANWIDTH=80 man $page 2>&1 > /dev/null | grep . && return 1
+  done
+  return 0
+}
+
+# Bash completes each program's options from the installed completion file.
+completes_options() {
+  local prefix=$1 program option
+  for program in "${@:2}"; do
+    option=$("$prefix/bin/$program" --help | grep -oE -- '--[a-z][-a-z]*' | head -1)
+    PATH=$prefix/bin:$PATH bash -c 'source /usr/share/bash-completion/bash_completion; source "$1"
+      COMP_WORDS=("$2" "${3:0:4}"); COMP_CWORD=1; COMP_LINE="$2 ${3:0:4}"; COMP_POINT=${#COMP_LINE}
+      _longopt "$2" "${3:0:4}" "$2"; printf "%s\n" "${COMPREPLY[@]}"' _ \
+      "$prefix/share/bash-completion/completions/$program" "$program" "$option" | grep -qx -- "$option" ||
+      { echo "$program: ${option:0:4}<TAB> does not complete to $option"; return 1; }
+  done
+}
+
 check_debs() {
   local build=$1 arch=$2 ma=$3 version deb name
   version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
@@ -200,6 +247,29 @@ check_debs() {
     = 'SONAME=libalarmsdk.so.1 RUNPATH=$ORIGIN '
   check "$arch: the packaged library exports exactly the listed symbols" bash tests/abi/check_exports.sh "$so"
   check "$arch: no package refers to the build tree" no_build_paths "$debs"
+
+  local functions programs_named=()
+  mapfile -t functions < <(public_functions "$so")
+  for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+  check "$arch: the dev package has a manual page for each of the ${#functions[@]} public functions and classes" \
+    has_pages "$dev" 3 "${functions[@]}"
+  check "$arch: the dev package has the overview and the file formats, the tools package a page for each program" \
+    eval 'has_pages "$dev" 7 alarmsdk && has_pages "$dev" 5 alarmdef alarmdef-language && has_pages "$tools" 1 "${programs_named[@]}"'
+  check "$arch: man finds ZEBSendAlarm, a linked name, 5 alarmdef and alarm-send, and formats them without a warning" \
+    eval 'man_finds "$debs/libalarmsdk-dev" ZEBSendAlarm alarmsdk_flush_process "5 alarmdef" "7 alarmsdk" &&
+      man_finds "$debs/alarmsdk-tools" alarm-send'
+  local completions=()
+  for name in "${programs_named[@]}"; do completions+=("./usr/share/bash-completion/completions/$name"); done
+  check "$arch: the tools package holds a bash completion for each program" holds "$tools" '^$' "${completions[@]}"
+  for name in libalarmsdk1 libalarmsdk-dev alarmsdk-tools; do
+    check "$arch: $name has its copyright file and a changelog whose first entry is $version" \
+      eval "test -f '$debs/$name/usr/share/doc/$name/copyright' &&
+        zcat '$debs/$name/usr/share/doc/$name/changelog.gz' | head -1 | grep -q '($version)'"
+  done
+  check "$arch: libalarmsdk1 has shlibs, symbols and the ldconfig trigger, and no maintainer script" \
+    eval "dpkg-deb --ctrl-tarfile '$runtime' | tar -t | sort | tr '\n' ' ' | grep -qx './ ./control ./md5sums ./shlibs ./symbols ./triggers '"
+  check "$arch: lintian finds no error and no warning in the three packages" \
+    lintian --fail-on error,warning "$runtime" "$dev" "$tools"
 }
 
 for target in ${*:-native arm}; do
@@ -218,6 +288,11 @@ for target in ${*:-native arm}; do
       [ "$last_ok" = 1 ] &&
         check "both consumers' alarms reach the installed nodeward-sim" alarms_reach_agent "$work/prefix" "$version"
       check_debs build/package "$(dpkg --print-architecture)" "$ma"
+      check "the library keeps the ABI of tests/abi/libalarmsdk.abi.gz" \
+        bash tests/abi/check_abi.sh "build/package/src/libalarmsdk.so.$version"
+      programs_named=()
+      for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+      check "bash completes every installed program's options" completes_options "$work/prefix" "${programs_named[@]}"
       ;;
     arm)
       echo "=== package arm"

@@ -19,6 +19,8 @@
 #include <unistd.h>
 
 #include "AlarmSdk.h"
+/* The other include form a service may use; both work with CMake and pkg-config. */
+#include <alarmsdk/AlarmSdkStats.h>
 
 int main(int argc, char** argv) {
     const char* alarm_id = argc > 1 ? argv[1] : "300012";

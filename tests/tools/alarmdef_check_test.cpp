@@ -166,7 +166,7 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
         dir.Write(file.first, kLanguage, kLanguage);
         const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
         EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second)) << alarmdef::FormatText(findings);
-        EXPECT_EQ(2, alarmdef::ExitCodeOf(findings));
+        EXPECT_EQ(3, alarmdef::ExitCodeOf(findings));
     }
     // 100 MB, sparse: refused by its size before a byte is read.
     dir.Write(kXml, kLanguage, kLanguage);
@@ -195,10 +195,10 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
          dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line", ""},
         {{"--json", xml}, "300001_ALARMNAME=Disk\n", 1,
          "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing", ""},
-        {{dir.dir.path() + "/absent.xml"}, kLanguage, 2, dir.dir.path() + "/absent.xml: error: the definition file "
+        {{dir.dir.path() + "/absent.xml"}, kLanguage, 3, dir.dir.path() + "/absent.xml: error: the definition file "
                                                                           "cannot be read", ""},
-        {{"--yaml", xml}, kLanguage, 3, "", "alarmdef-check: unknown option --yaml (alarmdef-check --help"},
-        {{}, kLanguage, 3, "", "no FILE given"}, {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
+        {{"--yaml", xml}, kLanguage, 2, "", "alarmdef-check: unknown option --yaml\nUsage: alarmdef-check [--json]"},
+        {{}, kLanguage, 2, "", "no FILE given"}, {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
     };
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);
@@ -222,6 +222,13 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     ASSERT_TRUE(ParseSendArgs({"--app-id", "a", "--legacy", "--definitions", "d.xml", "-"}, nullptr, "n", &o, &error));
     EXPECT_TRUE(o.fromStdin && o.legacy);
     EXPECT_EQ("a", o.appId);
+    // Options after the words, as in GNU programs; after "--" everything is a word.
+    ASSERT_TRUE(ParseSendArgs({"raise", "300012", "disk=sda", "--timeout", "2", "--", "--time=1"}, "i", "n", &o, &error))
+        << error;
+    EXPECT_EQ("2 300012 disk=sda --time=1", testsupport::Words(o.timeoutMs, o.alarm.alarmId, o.alarm.params[0].first +
+                                              "=" + o.alarm.params[0].second, o.alarm.params[1].first + "=" +
+                                              o.alarm.params[1].second));
+    EXPECT_EQ(0, o.timeMs);
 }
 
 TEST(AlarmSendArgs, EveryBadArgumentIsRefusedWithItsReason) {
@@ -232,6 +239,7 @@ TEST(AlarmSendArgs, EveryBadArgumentIsRefusedWithItsReason) {
         {{"raise", "12a"}, "is not 1 to 9 decimal digits"}, {{"raise", "1", "disk"}, "'disk' is not NAME=VALUE"},
         {{"raise", "1", "=x"}, "'=x' is not NAME=VALUE"}, {{"raise", "1", "a=1", "a=2"}, "parameter a is given twice"},
         {{"raise", "1", longValue}, "at most 127 characters"}, {{"--bogus", "raise", "1"}, "unknown option --bogus"},
+        {{"raise", "1", "-t", "2"}, "unknown option -t"}, {{"raise", "1", "--timeout"}, "--timeout needs a value"},
         {{"--service"}, "--service needs a value"}, {{"--stats=1", "raise", "1"}, "--stats takes no value"},
         {{"--timeout", "-1", "raise", "1"}, "--timeout takes milliseconds"},
         {{"--time", "999999999", "raise", "1"}, "--time takes milliseconds since the epoch"},
@@ -294,7 +302,7 @@ const SendRun kRuns[] = {
                    testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
                        a.appendInfo);
      }},
-    {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id (alarm-send --help"},
+    {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id\nUsage: alarm-send"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,
      "alarm-send: line 4: expected raise or clear", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
@@ -323,8 +331,9 @@ TEST(AlarmSendProgram, EachRunExitsWithItsCodeAndOneLine) {
         const testsupport::ProgramResult result = testsupport::RunProgram("alarm-send", run.args, 60000, input);
         EXPECT_EQ(run.exitCode, result.exitCode) << result.err;
         EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
-        EXPECT_EQ(std::string(run.err).empty() ? 0 : 1, std::count(result.err.begin(), result.err.end(), '\n'))
-            << result.err;
+        const std::string err = run.err;  // one line, and the usage line after bad arguments
+        EXPECT_EQ(err.empty() ? 0 : 1 + std::count(err.begin(), err.end(), '\n'),
+                  std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
         if (run.check) {
             run.check(*agent, result);
         }

@@ -22,8 +22,11 @@ bool Seconds(const std::string& text, int low, int* out) {
 
 }  // namespace
 
+const char kBridgeUsageLine[] =
+    "Usage: alarm-bridge --listen ENDPOINT --state PATH --alertmanager URL [--alertmanager URL ...]";
+
 std::string BridgeUsage() {
-    return "usage: alarm-bridge --listen ENDPOINT --state PATH --alertmanager URL [--alertmanager URL ...]\n"
+    return std::string(kBridgeUsageLine) + "\n"
            "                    [--resend SECONDS] [--check-interval SECONDS]\n"
            "       alarm-bridge --status --state PATH\n"
            "Receives alarms where the node agent listens, stores each durably before it\n"

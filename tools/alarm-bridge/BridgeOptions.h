@@ -19,6 +19,7 @@ struct BridgeOptions {
 // false with *error for an unknown option, a bad value or a missing --alertmanager.
 bool ParseBridgeArgs(int argc, const char* const* argv, BridgeOptions* options, std::string* error);
 std::string BridgeUsage();
+extern const char kBridgeUsageLine[];
 
 }  // namespace bridge
 

@@ -58,11 +58,12 @@ int RunBridge(int argc, const char* const* argv) {
     BridgeOptions options;
     std::string error;
     if (!ParseBridgeArgs(argc, argv, &options, &error)) {
-        std::fprintf(stderr, "alarm-bridge: %s\n%s", error.c_str(), BridgeUsage().c_str());
+        std::fprintf(stderr, "alarm-bridge: %s\n%s  (alarm-bridge --help tells more)\n", error.c_str(),
+                     kBridgeUsageLine);
         return 2;
     }
     if (options.help || options.version) {
-        std::fputs(options.help ? BridgeUsage().c_str() : "alarm-bridge " ALARMSDK_VERSION "\n", stdout);
+        std::fputs(options.help ? BridgeUsage().c_str() : "alarm-bridge (Alarm SDK) " ALARMSDK_VERSION "\n", stdout);
         return 0;
     }
     if (options.status) {

@@ -149,9 +149,19 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
     SendOptions o;
     o.appId = envAppId != nullptr ? envAppId : "";
     o.appName = envAppName != nullptr ? envAppName : "";
-    std::size_t i = 0;
-    for (; i < args.size() && args[i].compare(0, 2, "--") == 0; ++i) {
+    // Options may stand anywhere, as in GNU programs; "--" ends them.
+    std::vector<std::string> words;
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
         std::string name = args[i];
+        if (optionsEnded || name == "-" || name[0] != '-') {
+            words.push_back(name);
+            continue;
+        }
+        if (name == "--") {
+            optionsEnded = true;
+            continue;
+        }
         std::string value;
         const std::size_t equals = name.find('=');
         const bool inlineValue = equals != std::string::npos;
@@ -159,15 +169,20 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
             value = name.substr(equals + 1);
             name = name.substr(0, equals);
         }
-        const bool flag = name == "--help" || name == "--legacy" || name == "--stats";
+        const bool flag = name == "--help" || name == "--version" || name == "--legacy" || name == "--stats";
         if (flag) {
             if (inlineValue) {
                 return Fail(error, name + " takes no value");
             }
             o.help = o.help || name == "--help";
+            o.version = o.version || name == "--version";
             o.legacy = o.legacy || name == "--legacy";
             o.printStats = o.printStats || name == "--stats";
             continue;
+        }
+        if (name.compare(0, 2, "--") != 0 || (TextOption(&o, name) == nullptr && name != "--time" &&
+                                               name != "--timeout")) {
+            return Fail(error, "unknown option " + name);
         }
         if (!inlineValue) {
             if (i + 1 >= args.size()) {
@@ -183,20 +198,16 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
                 return Fail(error, "--time takes milliseconds since the epoch (10 digits or more)");
             }
             o.timeMs = static_cast<int64_t>(number);
-        } else if (name == "--timeout") {
-            if (!ParseNumber(value, UINT32_MAX, &number)) {
-                return Fail(error, "--timeout takes milliseconds (0 to 4294967295)");
-            }
-            o.timeoutMs = static_cast<uint32_t>(number);
+        } else if (!ParseNumber(value, UINT32_MAX, &number)) {
+            return Fail(error, "--timeout takes milliseconds (0 to 4294967295)");
         } else {
-            return Fail(error, "unknown option " + name);
+            o.timeoutMs = static_cast<uint32_t>(number);
         }
     }
-    if (o.help) {
+    if (o.help || o.version) {
         *options = o;
         return true;
     }
-    const std::vector<std::string> words(args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
     if (words.size() == 1 && words[0] == "-") {
         o.fromStdin = true;
     } else if (!ParseAlarmWords(words, o.legacy, &o.alarm, error)) {
@@ -210,19 +221,20 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
 }
 
 std::string SendUsage() {
-    return R"(Usage: alarm-send [OPTIONS] raise|clear ALARM_ID [NAME=VALUE ...]
+    return std::string(kSendUsageLine) + R"(
        alarm-send [OPTIONS] -
 Raises or clears an alarm through the Alarm SDK, like a service would, and
 waits until the node's agent has accepted it. With "-", every line of standard
 input is one alarm in the same words ("raise 300012 disk=sda usage=95"; values
-without blanks; empty lines and lines starting with # are skipped).
+without blanks; empty lines and lines starting with # are skipped). Options
+may also follow the words; "--" ends the options.
 
 Options:
   --app-id ID          application id (default: $APPID)
   --app-name NAME      application name (default: $APPNAME)
   --service NAME       service name the alarms carry (at most 64 characters)
-  --service-id ID      service id, --instance ID: service instance id
-                       (legacy: stamped into every definition)
+  --service-id ID      service id (legacy: stamped into every definition)
+  --instance ID        service instance id (likewise)
   --label LABEL        announce this service instance with LABEL first
                        (reset-clear registration; needs --service)
   --time MS            occurrence time in ms since the epoch (default: now)
@@ -236,6 +248,7 @@ Options:
                        beside it in zh_CN/ and en_US/)
   --stats              print the delivery counters on stdout afterwards
   --help               this text
+  --version            the program's and the library's version
 
 Limits: alarm id 1 to 9 digits; parameter names and values at most 127
 characters. The library's log goes to $RUNLOG_FILE when set, else nowhere.
@@ -247,7 +260,7 @@ Exit status:
   2  bad arguments or a bad input line
   3  queue full: 1024 alarms were already waiting
   4  not delivered within --timeout (the agent is down or refuses)
-Every failure prints one line on stderr.
+Every failure prints one line on stderr; bad arguments add the usage line.
 )";
 }
 

@@ -39,6 +39,7 @@ struct SendOptions {
     bool fromStdin = false;  // "-": one alarm per line of standard input
     AlarmRequest alarm;         // the one alarm of the command line
     bool help = false;
+    bool version = false;
 };
 
 // argv after the program name. false with *error (one line) when unusable.
@@ -53,6 +54,8 @@ bool ParseAlarmWords(const std::vector<std::string>& words, bool legacy, AlarmRe
 // A line of standard input split at blanks.
 std::vector<std::string> SplitWords(const std::string& line);
 
+// The first line of SendUsage(), also printed after a usage error.
+constexpr char kSendUsageLine[] = "Usage: alarm-send [OPTIONS] raise|clear ALARM_ID [NAME=VALUE ...]";
 std::string SendUsage();
 
 }  // namespace alarmsend

@@ -145,10 +145,10 @@ int Run(int argc, char** argv) {
     std::string error;
     if (!ParseSendArgs(std::vector<std::string>(argv + 1, argv + argc), std::getenv("APPID"), std::getenv("APPNAME"),
                        &options, &error)) {
-        return Fail(kExitUsage, error + " (alarm-send --help tells more)");
+        return Fail(kExitUsage, error + "\n" + kSendUsageLine + "  (alarm-send --help tells more)");
     }
-    if (options.help) {
-        std::cout << SendUsage();
+    if (options.help || options.version) {
+        std::cout << (options.help ? SendUsage() : std::string("alarm-send (Alarm SDK) ") + alarmsdk_version() + "\n");
         return kExitDelivered;
     }
     if (options.legacy && access(options.definitions.c_str(), R_OK) != 0) {

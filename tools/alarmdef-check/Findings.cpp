@@ -16,8 +16,8 @@ const char* SeverityName(Severity severity) { return severity == Severity::Error
 int ExitCodeOf(const std::vector<Finding>& findings) {
     int code = 0;
     for (const Finding& finding : findings) {
-        code = finding.severity == Severity::Error ? 2 : (code == 0 ? 1 : code);
-        if (code == 2) {
+        code = finding.severity == Severity::Error ? 3 : (code == 0 ? 1 : code);
+        if (code == 3) {
             break;
         }
     }

@@ -17,7 +17,7 @@ struct Finding {
     std::string message;
 };
 
-// Exit status: 0 clean, 1 warnings only, 2 errors.
+// Exit status: 0 clean, 1 warnings only, 3 errors (2 is a usage error, as in GNU programs).
 int ExitCodeOf(const std::vector<Finding>& findings);
 
 // "FILE:LINE: warning|error: message" per finding ("FILE: ..." for line 0).

@@ -4,13 +4,15 @@
 #include <iostream>
 #include <string>
 
+#include "AlarmSdkVersion.h"
 #include "DefinitionCheck.h"
 
 namespace {
 
-constexpr int kExitUsage = 3;
+constexpr int kExitUsage = 2;
+constexpr char kUsageLine[] = "Usage: alarmdef-check [--json] FILE";
 
-const char kUsage[] = R"(Usage: alarmdef-check [--json] FILE
+const char kUsage[] = R"(
 Checks a legacy alarm definition file (FILE) and the language files beside it
 (DIR/en_US/language.properties, DIR/zh_CN/language.properties) for everything
 that makes alarms wrong at run time without any error: definitions missing an
@@ -22,15 +24,19 @@ the reader rejects, DOCTYPE and external entities. The file is loaded with
 the library's own loader.
 
 Prints one line per finding, "FILE:LINE: warning|error: message", ordered by
-file and line; with --json one JSON array of {"file", "line", "severity",
+file and line; with the JSON option one array of {"file", "line", "severity",
 "message"} objects instead. Files over 4 MiB (4194304 bytes) are refused
 unread; more than 100000 elements or a nesting deeper than 32 stop the check.
 
-Exit status: 0 clean, 1 warnings only, 2 errors, 3 bad arguments.
+Options:
+  --json     the findings as one JSON array
+  --help     this text
+  --version  the program's version
+Exit status: 0 clean, 1 warnings only, 2 bad arguments, 3 errors.
 )";
 
 int Usage(const std::string& problem) {
-    std::cerr << "alarmdef-check: " << problem << " (alarmdef-check --help tells more)\n";
+    std::cerr << "alarmdef-check: " << problem << "\n" << kUsageLine << "  (alarmdef-check --help tells more)\n";
     return kExitUsage;
 }
 
@@ -39,8 +45,8 @@ int Run(int argc, char** argv) {
     std::string file;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg == "--help") {
-            std::cout << kUsage;
+        if (arg == "--help" || arg == "--version") {
+            std::cout << (arg == "--help" ? kUsageLine + std::string(kUsage) : "alarmdef-check (Alarm SDK) " ALARMSDK_VERSION "\n");
             return 0;
         }
         if (arg == "--json") {
@@ -70,6 +76,6 @@ int main(int argc, char** argv) {
         return Run(argc, argv);
     } catch (const std::exception& e) {
         std::cerr << "alarmdef-check: " << e.what() << "\n";
-        return 2;
+        return 3;
     }
 }

@@ -14,6 +14,7 @@ namespace nodeward {
 namespace {
 
 constexpr char kDefaultEndpoint[] = "127.0.0.1:7888";
+constexpr char kUsageLine[] = "Usage: nodeward-sim [OPTIONS]";
 
 bool ParseLong(const std::string& text, long low, long high, long* out) {
     if (text.empty()) {
@@ -70,7 +71,7 @@ bool WriteReadyFile(const std::string& path, const std::string& endpoint) {
 }  // namespace
 
 std::string ProgramUsage() {
-    return "usage: nodeward-sim [options]\n"
+    return std::string(kUsageLine) + "\n"
            "A stand-in for the node agent: serves POST /om/v1/request, prints every alarm\n"
            "it receives, answers like the agent or fails on request, and can call a\n"
            "service back with an alarm check.\n"
@@ -94,6 +95,7 @@ std::string ProgramUsage() {
            "  --callback SERVICE=JSON after the first alarm from SERVICE, call it back once\n"
            "                          with JSON as \"callBackAlarms\" (repeatable)\n"
            "  --help                  this text\n"
+           "  --version               the program's version\n"
            "\n"
            "Control: POST /sim/callback?service=NAME with the callBackAlarms JSON as body\n"
            "makes the sim post an alarm check to NAME (address learnt from its alarms) and\n"
@@ -116,8 +118,9 @@ bool ParseProgramArgs(int argc, const char* const* argv, ProgramOptions* options
             name = name.substr(0, equals);
             hasValue = true;
         }
-        if (name == "--help" || name == "-h") {
-            parsed.help = true;
+        if (name == "--help" || name == "-h" || name == "--version") {
+            parsed.help = parsed.help || name != "--version";
+            parsed.version = parsed.version || name == "--version";
             continue;
         }
         if (name == "--quiet") {
@@ -201,11 +204,11 @@ int RunProgram(int argc, const char* const* argv) {
     ProgramOptions options;
     std::string error;
     if (!ParseProgramArgs(argc, argv, &options, &error)) {
-        std::fprintf(stderr, "nodeward-sim: %s (see --help)\n", error.c_str());
+        std::fprintf(stderr, "nodeward-sim: %s\n%s  (nodeward-sim --help tells more)\n", error.c_str(), kUsageLine);
         return 2;
     }
-    if (options.help) {
-        std::fputs(ProgramUsage().c_str(), stdout);
+    if (options.help || options.version) {
+        std::fputs(options.help ? ProgramUsage().c_str() : "nodeward-sim (Alarm SDK) " ALARMSDK_TOOL_VERSION "\n", stdout);
         return 0;
     }
     // Signals are taken synchronously by this thread; every thread started

@@ -15,6 +15,7 @@ struct ProgramOptions {
     long exitAfterAlarms = 0;      // 0: no limit
     long exitAfterSeconds = 0;     // 0: no limit
     bool help = false;
+    bool version = false;
 };
 
 // false with *error for an unknown option or a bad value.

@@ -72,7 +72,8 @@ ALARMSDK_API int alarmsdk_get_legacy_stats(alarmsdk_stats* stats);
  * (the agent answered "OK" for its batch), or until timeout_ms milliseconds
  * have passed, whichever comes first. Items queued during the wait are not
  * waited for. Never cancels, drops or reorders anything: after a timeout the
- * send thread goes on as before.
+ * send thread goes on as before. Those items are sent at once, without
+ * waiting for the send thread's one-second gathering of a trickle.
  * Returns ALARMSDK_FLUSH_DELIVERED, ALARMSDK_FLUSH_TIMED_OUT or
  * ALARMSDK_FLUSH_DROPPED; -1 for a NULL manager or when waiting failed.
  * BLOCKS the calling thread up to timeout_ms (0 only looks); the send thread

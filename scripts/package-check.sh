@@ -149,7 +149,7 @@ depends_cover_needed() {
     [ -n "$(find "${ours[@]}" -name "$lib")" ] && continue
     owner=""
     for path in "/lib/$ma/$lib" "/usr/lib/$ma/$lib" "/lib64/$lib"; do
-      owner=$(dpkg -S "$path" 2>/dev/null | head -1 | cut -d: -f1) && [ -n "$owner" ] && break
+      owner=$(dpkg -S "$path" 2>/dev/null | sed -n 1p | cut -d: -f1) && [ -n "$owner" ] && break
     done
     grep -qxF "${owner:-?}" <<< "$depends" || missing="$missing $lib(${owner:-no package})"
   done
@@ -191,11 +191,11 @@ man_finds() {
 completes_options() {
   local prefix=$1 program option
   for program in "${@:2}"; do
-    option=$("$prefix/bin/$program" --help | grep -oE -- '--[a-z][-a-z]*' | head -1)
+    option=$("$prefix/bin/$program" --help | grep -oE -- '--[a-z][-a-z]*' | sed -n 1p)
     PATH=$prefix/bin:$PATH bash -c 'source /usr/share/bash-completion/bash_completion; source "$1"
       COMP_WORDS=("$2" "${3:0:4}"); COMP_CWORD=1; COMP_LINE="$2 ${3:0:4}"; COMP_POINT=${#COMP_LINE}
       _longopt "$2" "${3:0:4}" "$2"; printf "%s\n" "${COMPREPLY[@]}"' _ \
-      "$prefix/share/bash-completion/completions/$program" "$program" "$option" | grep -qx -- "$option" ||
+      "$prefix/share/bash-completion/completions/$program" "$program" "$option" | grep -x -- "$option" >/dev/null ||
       { echo "$program: ${option:0:4}<TAB> does not complete to $option"; return 1; }
   done
 }
@@ -266,7 +266,7 @@ check_debs() {
   for name in libalarmsdk1 libalarmsdk-dev alarmsdk-tools; do
     check "$arch: $name has its copyright file and a changelog whose first entry is $version" \
       eval "test -f '$debs/$name/usr/share/doc/$name/copyright' &&
-        zcat '$debs/$name/usr/share/doc/$name/changelog.gz' | head -1 | grep -q '($version)'"
+        zcat '$debs/$name/usr/share/doc/$name/changelog.gz' | sed -n 1p | grep -q '($version)'"
   done
   check "$arch: libalarmsdk1 has shlibs, symbols and the ldconfig trigger, and no maintainer script" \
     eval "dpkg-deb --ctrl-tarfile '$runtime' | tar -t | sort | tr '\n' ' ' | grep -qx './ ./control ./md5sums ./shlibs ./symbols ./triggers '"

@@ -1,7 +1,7 @@
 // The bounded queue of one manager (either generation): service threads
 // append one alarm at a time, the manager's send thread takes the oldest in
-// batches, and waits on the queue while it is empty. The queue owns nothing:
-// the items belong to the manager.
+// batches, and waits on the queue while it is empty. An item belongs to the
+// queue from push until takeBatch hands it to the send thread's batch.
 #ifndef ALARM_QUEUE_H
 #define ALARM_QUEUE_H
 
@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <list>
 #include <memory>
@@ -33,6 +34,7 @@ public:
     // logSource names the owning manager's source file in lock failure
     // messages; attributes may be NULL for a default mutex.
     AlarmQueue(const char* logSource, const pthread_mutexattr_t* attributes) : logSource_(logSource) {
+        counters_.onFlush(&AlarmQueue::SendNow, this);
         const int ret = pthread_mutex_init(&mutex_, attributes);
         if (ret != 0) {
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
@@ -99,16 +101,31 @@ public:
     DeliveryCounters& counters() { return counters_; }
 
     // The send thread's idle wait: ends at the next tick with alarms waiting,
-    // or at once when a full batch waits.
+    // or at once when a full batch waits or a flush wants a waiting alarm.
     void waitIdle(std::chrono::nanoseconds tick) override {
         lock();
-        signal_.wait(mutex_, tick, [this] { return items_.size(); });
+        signal_.wait(
+            mutex_, tick, [this] { return items_.size(); },
+            // Some item still queued was accepted before a flush asked.
+            [this] { return flushUpTo_ + items_.size() > counters_.accepted(); });
         unlock();
     }
 
     static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
+    // A flush waits for the first `upTo` items: they leave without waiting for
+    // the end of the send thread's tick; later ones still wait for it.
+    static void SendNow(void* queue, uint64_t upTo) {
+        auto* self = static_cast<AlarmQueue*>(queue);
+        self->lock();
+        if (upTo > self->flushUpTo_) {
+            self->flushUpTo_ = upTo;
+        }
+        self->signal_.wake();
+        self->unlock();
+    }
+
     void publishAndUnlock() {
         count_.store(items_.size(), std::memory_order_release);
         unlock();
@@ -121,6 +138,7 @@ private:
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
     DeliveryCounters counters_;
+    uint64_t flushUpTo_ = 0;  // the last item a flush waits for; under mutex_
 };
 
 }  // namespace alarmsdk

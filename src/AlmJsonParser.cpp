@@ -1,77 +1,18 @@
 #include "AlmJsonParser.h"
 
-#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "AlarmAdapter.h"
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmEx.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
 
-namespace alarmsdk {
-
-// What one push document needs besides its tree until it is printed: the
-// integer texts its number nodes point at, and a running count of the bytes
-// the printed text will take, so that it is printed into one buffer sized
-// once instead of one grown by copies.
-class DocumentScratch {
-public:
-    explicit DocumentScratch(std::size_t numbers)
-        : texts_(new (std::nothrow) char[numbers * kTextSize]), capacity_(texts_ ? numbers * kTextSize : 0) {}
-
-    // The decimal text of value, kept as long as the scratch; NULL when the
-    // scratch is full or cJSON would print the value otherwise. cJSON prints
-    // numbers with 15 significant digits, so below 10^15 its text is exactly
-    // the integer's digits; larger values keep cJSON's own text.
-    const char* integerText(int64_t value) {
-        constexpr int64_t kExactBelow = 1000000000000000LL;
-        if (value >= kExactBelow || value <= -kExactBelow || used_ + kTextSize > capacity_) {
-            return nullptr;
-        }
-        char* text = texts_.get() + used_;
-        char* end = std::to_chars(text, text + kTextSize - 1, value).ptr;
-        *end = '\0';
-        used_ += static_cast<std::size_t>(end - text) + 1;
-        return text;
-    }
-
-    void count(std::size_t bytes) { printed_ += bytes; }
-    // The printed size counted so far, with room for what the count leaves
-    // out (escaped characters make cJSON grow the buffer once).
-    int bufferSize() const { return static_cast<int>(printed_ + printed_ / 64 + 64); }
-
-private:
-    static constexpr std::size_t kTextSize = 24;  // "-999999999999999" and its terminator, rounded up
-    std::unique_ptr<char[]> texts_;
-    std::size_t used_ = 0;
-    std::size_t capacity_;
-    std::size_t printed_ = 2;  // the root's braces
-};
-
-}  // namespace alarmsdk
-
 namespace {
 
-using alarmsdk::DocumentScratch;
-
 const char kLogSource[] = "../src/AlmJsonParser";
-
-// Numbers an alarm object of each generation carries, and a legacy document's service node.
-constexpr std::size_t kNumbersPerAlarmEx = 4;
-constexpr std::size_t kNumbersPerModel = 10;
-constexpr std::size_t kNumbersPerServiceNode = 2;
-
-// Counts a member "key":value, and the comma before it, toward the printed size.
-void Count(DocumentScratch* scratch, const char* key, std::size_t valueBytes) {
-    if (scratch != nullptr) {
-        scratch->count(std::strlen(key) + 4 + valueBytes);
-    }
-}
 
 // Attaches item under key, or frees it when it cannot be attached. Keys are
 // always literals: cJSON keeps them by reference, saving a third of the
@@ -82,57 +23,24 @@ void Attach(cJSON* object, const char* key, cJSON* item) {
     }
 }
 
-// An object or array member; its braces count toward the printed size.
-void AttachNode(cJSON* object, const char* key, cJSON* item, DocumentScratch* scratch) {
-    Count(scratch, key, 2);
-    Attach(object, key, item);
-}
-
 // A copy of value: for texts that do not outlive the build.
-void AddString(cJSON* object, const char* key, const char* value, DocumentScratch* scratch) {
-    Count(scratch, key, std::strlen(value) + 2);
-    Attach(object, key, cJSON_CreateString(value));
-}
+void AddString(cJSON* object, const char* key, const char* value) { Attach(object, key, cJSON_CreateString(value)); }
 
 // value by reference: it must stay unchanged until the tree is printed, as the
-// records of a batch being sent do.
-void AddText(cJSON* object, const char* key, const char* value, std::size_t length, DocumentScratch* scratch) {
-    Count(scratch, key, length + 2);
+// records of a batch being sent do. Copying and freeing its texts is a third
+// of the cost of a document otherwise.
+void AddText(cJSON* object, const char* key, const char* value) {
     Attach(object, key, cJSON_CreateStringReference(value));
 }
 
-void AddText(cJSON* object, const char* key, const std::string& value, DocumentScratch* scratch) {
-    AddText(object, key, value.c_str(), value.size(), scratch);
+// Integers go in as cJSON numbers, a double: digits below 10^15, cJSON's own text beyond.
+void AddNumber(cJSON* object, const char* key, int64_t value) {
+    Attach(object, key, cJSON_CreateNumber(static_cast<double>(value)));
 }
 
-// A fixed-size field of a record, terminated inside it.
-template <std::size_t N>
-void AddText(cJSON* object, const char* key, const char (&field)[N], DocumentScratch* scratch) {
-    AddText(object, key, field, scratch != nullptr ? strnlen(field, N) : 0, scratch);
-}
-
-// An integer: as raw text kept in the scratch (what cJSON would print, without
-// its floating-point formatting), or as a cJSON number when there is none.
-void AddNumber(cJSON* object, const char* key, int64_t value, DocumentScratch* scratch) {
-    const char* text = scratch != nullptr ? scratch->integerText(value) : nullptr;
-    if (text == nullptr) {
-        Count(scratch, key, 24);
-        Attach(object, key, cJSON_CreateNumber(static_cast<double>(value)));
-        return;
-    }
-    Count(scratch, key, std::strlen(text));
-    cJSON* item = cJSON_CreateStringReference(text);
-    if (item != nullptr) {
-        // A raw node printed as is, and by reference: deleting the tree leaves the text alone.
-        item->type = cJSON_Raw | cJSON_IsReference;
-    }
-    Attach(object, key, item);
-}
-
-// Prints the finished tree into one buffer from cJSON's allocator, sized from
-// the count when there is one, and deletes the tree.
-char* PrintAndDelete(cJSON* root, const DocumentScratch& scratch) {
-    char* text = cJSON_PrintBuffered(root, scratch.bufferSize(), 0);
+// Prints the finished tree compactly and deletes it.
+char* PrintAndDelete(cJSON* root) {
+    char* text = cJSON_PrintUnformatted(root);
     cJSON_Delete(root);
     return text;
 }
@@ -140,8 +48,8 @@ char* PrintAndDelete(cJSON* root, const DocumentScratch& scratch) {
 // The "payload" object of either generation: {"alarmList":[one object per record]}.
 // A record that yields no object is left out.
 template <typename Record>
-cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*, DocumentScratch*),
-                  DocumentScratch* scratch, const char* function, const char* noArrayMessage) {
+cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*), const char* function,
+                  const char* noArrayMessage) {
     cJSON* pJsonPayload = cJSON_CreateObject();
     if (pJsonPayload == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonPayload is null!", function);
@@ -155,10 +63,9 @@ cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*, D
         return nullptr;
     }
     for (Record* record : records) {
-        Count(scratch, "", 0);  // an object's braces and comma in the array
-        cJSON_AddItemToArray(pJsonAlarmList, genOne(record, scratch));
+        cJSON_AddItemToArray(pJsonAlarmList, genOne(record));
     }
-    AttachNode(pJsonPayload, "alarmList", pJsonAlarmList, scratch);
+    Attach(pJsonPayload, "alarmList", pJsonAlarmList);
     return pJsonPayload;
 }
 
@@ -210,53 +117,49 @@ char* AlmJsonParser::GenRestDataJsonEx(const std::list<AlarmEx*>& alarms) {
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJsonEx, pJsonBusiness is null.");
         return nullptr;
     }
-    DocumentScratch scratch(alarms.size() * kNumbersPerAlarmEx);
-    AddText(pJsonBusiness, "name", "PushAlarm", 9, &scratch);
-    AttachNode(pJsonRoot, "business", pJsonBusiness, &scratch);
+    AddText(pJsonBusiness, "name", "PushAlarm");
+    Attach(pJsonRoot, "business", pJsonBusiness);
 
-    cJSON* pJsonPayload = BuildPayloadEx(alarms, &scratch);
+    cJSON* pJsonPayload = GenPayloadNodeEx(alarms);
     if (pJsonPayload == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJsonEx, pJsonPayload is null.");
         return nullptr;
     }
-    AttachNode(pJsonRoot, "payload", pJsonPayload, &scratch);
-    AddText(pJsonRoot, "Receiver", "SendAlarm", 9, &scratch);
-    return PrintAndDelete(pJsonRoot, scratch);
+    Attach(pJsonRoot, "payload", pJsonPayload);
+    AddText(pJsonRoot, "Receiver", "SendAlarm");
+    return PrintAndDelete(pJsonRoot);
 }
 
-cJSON* AlmJsonParser::GenPayloadNodeEx(const std::list<AlarmEx*>& alarms) { return BuildPayloadEx(alarms, nullptr); }
-
-cJSON* AlmJsonParser::BuildPayloadEx(const std::list<AlarmEx*>& alarms, DocumentScratch* scratch) {
-    return GenPayload(alarms, &AlmJsonParser::BuildAlarmEx, scratch, "AlmJsonParser::GenPayloadNodeEx",
+cJSON* AlmJsonParser::GenPayloadNodeEx(const std::list<AlarmEx*>& alarms) {
+    return GenPayload(alarms, &AlmJsonParser::GenAlarmEx, "AlmJsonParser::GenPayloadNodeEx",
                       "AlmJsonParser::GenPayloadNodeEx, pJsonpJsonAlarmList is NULL.");
 }
 
-cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) { return BuildAlarmEx(pAlarm, nullptr); }
-
-cJSON* AlmJsonParser::BuildAlarmEx(AlarmEx* pAlarm, DocumentScratch* scratch) {
+cJSON* AlmJsonParser::GenAlarmEx(AlarmEx* pAlarm) {
     cJSON* pAlarmJson = NewAlarmObject(pAlarm, "In %s, pAlarm is null!", "AlmJsonParser::GenAlarmEx");
     if (pAlarmJson == nullptr) {
         return nullptr;
     }
 
+    // The record's own fields: its getters return copies, which would not outlive the build.
     const AlarmEx& alarm = *pAlarm;
-    AddText(pAlarmJson, "alarmId", alarm.m_szAlarmId, scratch);
-    AddText(pAlarmJson, "appId", alarm.m_strAppId, scratch);
-    AddNumber(pAlarmJson, "occurTime", alarm.m_lAlarmTime, scratch);
-    AddText(pAlarmJson, "serviceName", alarm.m_strServiceName, scratch);
-    AddText(pAlarmJson, "serviceIp", alarm.m_strServiceIp, scratch);
-    AddNumber(pAlarmJson, "servicePort", alarm.m_uServicePort & 0xFFFF, scratch);
-    AddText(pAlarmJson, "serviceLabel", alarm.m_strServiceLabel, scratch);
+    AddText(pAlarmJson, "alarmId", alarm.m_szAlarmId);
+    AddText(pAlarmJson, "appId", alarm.m_strAppId.c_str());
+    AddNumber(pAlarmJson, "occurTime", alarm.m_lAlarmTime);
+    AddText(pAlarmJson, "serviceName", alarm.m_strServiceName.c_str());
+    AddText(pAlarmJson, "serviceIp", alarm.m_strServiceIp.c_str());
+    AddNumber(pAlarmJson, "servicePort", alarm.m_uServicePort & 0xFFFF);
+    AddText(pAlarmJson, "serviceLabel", alarm.m_strServiceLabel.c_str());
     if (std::strcmp(alarm.m_szAlarmId, "0") == 0) {
         return pAlarmJson;
     }
 
-    AddNumber(pAlarmJson, "alarmType", alarm.m_iAlarmType, scratch);
-    AddText(pAlarmJson, "serviceId", alarm.m_strServiceId, scratch);
-    AddText(pAlarmJson, "serviceInstId", alarm.m_strServiceInsId, scratch);
-    AddNumber(pAlarmJson, "rsetClear", alarm.m_lRsetClear, scratch);
-    AddText(pAlarmJson, "nodeIp", alarm.m_strNodeIp, scratch);
+    AddNumber(pAlarmJson, "alarmType", alarm.m_iAlarmType);
+    AddText(pAlarmJson, "serviceId", alarm.m_strServiceId.c_str());
+    AddText(pAlarmJson, "serviceInstId", alarm.m_strServiceInsId.c_str());
+    AddNumber(pAlarmJson, "rsetClear", alarm.m_lRsetClear);
+    AddText(pAlarmJson, "nodeIp", alarm.m_strNodeIp.c_str());
 
     cJSON* pJsonParams = cJSON_CreateArray();
     if (pJsonParams != nullptr) {
@@ -265,22 +168,21 @@ cJSON* AlmJsonParser::BuildAlarmEx(AlarmEx* pAlarm, DocumentScratch* scratch) {
             if (pJsonParam == nullptr) {
                 continue;
             }
-            Count(scratch, "", 0);
-            AddText(pJsonParam, "paramName", param.first, scratch);
-            AddText(pJsonParam, "paramValue", param.second, scratch);
+            AddText(pJsonParam, "paramName", param.first.c_str());
+            AddText(pJsonParam, "paramValue", param.second.c_str());
             cJSON_AddItemToArray(pJsonParams, pJsonParam);
         }
     }
 
     cJSON* pJsonCallBack = cJSON_CreateObject();
     if (pJsonCallBack != nullptr) {
-        AddText(pJsonCallBack, "serviceName", alarm.m_strServiceName, scratch);
-        AddText(pJsonCallBack, "registerName", alarm.m_strServiceName, scratch);
-        AddText(pJsonCallBack, "serviceIp", alarm.m_strServiceIp, scratch);
+        AddText(pJsonCallBack, "serviceName", alarm.m_strServiceName.c_str());
+        AddText(pJsonCallBack, "registerName", alarm.m_strServiceName.c_str());
+        AddText(pJsonCallBack, "serviceIp", alarm.m_strServiceIp.c_str());
     }
     // Built after the parameters, but the agent expects it before them.
-    AttachNode(pAlarmJson, "callBackInfo", pJsonCallBack, scratch);
-    AttachNode(pAlarmJson, "parameters", pJsonParams, scratch);
+    Attach(pAlarmJson, "callBackInfo", pJsonCallBack);
+    Attach(pAlarmJson, "parameters", pJsonParams);
     return pAlarmJson;
 }
 
@@ -301,43 +203,38 @@ char* AlmJsonParser::GenRestDataJson(const std::list<_AlarmModel*>& models) {
     if (pJsonRoot == nullptr) {
         return nullptr;
     }
-    DocumentScratch scratch(models.size() * kNumbersPerModel + kNumbersPerServiceNode);
     // The fixed text, not a service's name: the agent has always received it so.
-    cJSON* pJsonService = BuildServiceNode("szServiceName", &scratch);
+    cJSON* pJsonService = GenServiceNode("szServiceName");
     if (pJsonService == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonService is null.");
         return nullptr;
     }
-    AttachNode(pJsonRoot, "service", pJsonService, &scratch);
+    Attach(pJsonRoot, "service", pJsonService);
     cJSON* pJsonBusiness = cJSON_CreateObject();
     if (pJsonBusiness == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonBusiness is null.");
         return nullptr;
     }
-    AddText(pJsonBusiness, "name", "PushAlarm", 9, &scratch);
-    AttachNode(pJsonRoot, "business", pJsonBusiness, &scratch);
-    cJSON* pJsonPayload = BuildPayload(models, &scratch);
+    AddText(pJsonBusiness, "name", "PushAlarm");
+    Attach(pJsonRoot, "business", pJsonBusiness);
+    cJSON* pJsonPayload = GenPayloadNode(models);
     if (pJsonPayload == nullptr) {
         cJSON_Delete(pJsonRoot);
         ALM_LOG_ERROR("AlmJsonParser::GenRestDataJson, pJsonPayload is null.");
         return nullptr;
     }
-    AttachNode(pJsonRoot, "payload", pJsonPayload, &scratch);
-    return PrintAndDelete(pJsonRoot, scratch);
+    Attach(pJsonRoot, "payload", pJsonPayload);
+    return PrintAndDelete(pJsonRoot);
 }
 
-cJSON* AlmJsonParser::GenPayloadNode(const std::list<_AlarmModel*>& models) { return BuildPayload(models, nullptr); }
-
-cJSON* AlmJsonParser::BuildPayload(const std::list<_AlarmModel*>& models, DocumentScratch* scratch) {
-    return GenPayload(models, &AlmJsonParser::BuildAlarmModel, scratch, "AlmJsonParser::GenPayloadNode",
+cJSON* AlmJsonParser::GenPayloadNode(const std::list<_AlarmModel*>& models) {
+    return GenPayload(models, &AlmJsonParser::GenAlarmModel, "AlmJsonParser::GenPayloadNode",
                       "AlmJsonParser::GenPayloadNode, pJsonpJsonAlarmList is NULL.");
 }
 
-cJSON* AlmJsonParser::GenServiceNode(const char* name) { return BuildServiceNode(name, nullptr); }
-
-cJSON* AlmJsonParser::BuildServiceNode(const char* name, DocumentScratch* scratch) {
+cJSON* AlmJsonParser::GenServiceNode(const char* name) {
     cJSON* pJsonService = cJSON_CreateObject();
     if (pJsonService == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonService is null!", "AlmJsonParser::GenServiceNode");
@@ -356,35 +253,32 @@ cJSON* AlmJsonParser::BuildServiceNode(const char* name, DocumentScratch* scratc
         ALM_LOG_ERROR("AlmJsonParser::GenServiceNode, iLocalPort is INVALID.");
         return nullptr;
     }
-    // Once per document: these are copied rather than kept alive.
-    AddString(pJsonService, "name", name != nullptr ? name : "", scratch);
-    AddString(pJsonService, "appid", szAppID, scratch);
-    AddString(pJsonService, "ipaddress", AlmRukInterface::GetNodeIP().c_str(), scratch);
-    AddNumber(pJsonService, "port", iLocalPort, scratch);
-    AddNumber(pJsonService, "time_stamp", m_lTimeStamp, scratch);
+    AddString(pJsonService, "name", name != nullptr ? name : "");
+    AddString(pJsonService, "appid", szAppID);
+    AddString(pJsonService, "ipaddress", AlmRukInterface::GetNodeIP().c_str());
+    AddNumber(pJsonService, "port", iLocalPort);
+    AddNumber(pJsonService, "time_stamp", m_lTimeStamp);
     return pJsonService;
 }
 
-cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) { return BuildAlarmModel(alarmModel, nullptr); }
-
-cJSON* AlmJsonParser::BuildAlarmModel(_AlarmModel* alarmModel, DocumentScratch* scratch) {
+cJSON* AlmJsonParser::GenAlarmModel(_AlarmModel* alarmModel) {
     cJSON* pAlarmJson = NewAlarmObject(alarmModel, "In %s, alarmModel is null!", "AlmJsonParser::GenAlarmModel");
     if (pAlarmJson == nullptr) {
         return nullptr;
     }
     const _AlarmModel& model = *alarmModel;
-    AddText(pAlarmJson, "alarmName", model.alarmName, scratch);
-    AddText(pAlarmJson, "appId", model.appId, scratch);
-    AddText(pAlarmJson, "alarmId", model.alarmId, scratch);
+    AddText(pAlarmJson, "alarmName", model.alarmName);
+    AddText(pAlarmJson, "appId", model.appId);
+    AddText(pAlarmJson, "alarmId", model.alarmId);
 
     if (std::strcmp(model.alarmId, "0") == 0) {
         // The reset-clear registration: the service and every alarm it may
         // have left standing. Rare, so its texts are copies.
         const std::list<std::string> serviceNames = ALM_GetServiceNames();
         if (!serviceNames.empty()) {
-            AddString(pAlarmJson, "serviceName", serviceNames.front().c_str(), scratch);
+            AddString(pAlarmJson, "serviceName", serviceNames.front().c_str());
         }
-        AddString(pAlarmJson, "serviceIp", AlmRukInterface::GetServiceIp().c_str(), scratch);
+        AddString(pAlarmJson, "serviceIp", AlmRukInterface::GetServiceIp().c_str());
         cJSON* clearList = cJSON_CreateArray();
         if (clearList != nullptr) {
             for (const std::string& id : ALM_GetAlarmIds()) {
@@ -392,35 +286,34 @@ cJSON* AlmJsonParser::BuildAlarmModel(_AlarmModel* alarmModel, DocumentScratch* 
                 if (entry == nullptr) {
                     continue;
                 }
-                Count(scratch, "", 0);
-                AddString(entry, "alarmId", id.c_str(), scratch);
+                AddString(entry, "alarmId", id.c_str());
                 cJSON_AddItemToArray(clearList, entry);
             }
         }
-        AttachNode(pAlarmJson, "restClearAlarmList", clearList, scratch);
-        AddNumber(pAlarmJson, "occurTime", static_cast<int64_t>(ALM_GetCurrMs()), scratch);
+        Attach(pAlarmJson, "restClearAlarmList", clearList);
+        AddNumber(pAlarmJson, "occurTime", static_cast<int64_t>(ALM_GetCurrMs()));
         return pAlarmJson;
     }
 
-    AddText(pAlarmJson, "appName", model.appName, scratch);
-    AddText(pAlarmJson, "serviceName", model.serviceName, scratch);
-    AddNumber(pAlarmJson, "alarmEventType", model.alarmEventType, scratch);
-    AddNumber(pAlarmJson, "genClearAlarmType", model.genClearAlarmType, scratch);
-    AddNumber(pAlarmJson, "alarmLevel", model.alarmLevel, scratch);
-    AddNumber(pAlarmJson, "alarmGenTime", model.alarmGenTime, scratch);
-    AddNumber(pAlarmJson, "alarmClearTime", model.alarmClearTime, scratch);
-    AddNumber(pAlarmJson, "alarmClearType", model.alarmClearType, scratch);
-    AddNumber(pAlarmJson, "isCanAutoClearType", model.isCanAutoClearType, scratch);
-    AddNumber(pAlarmJson, "eventType", model.eventType, scratch);
-    AddText(pAlarmJson, "probableCause", model.probableCause, scratch);
+    AddText(pAlarmJson, "appName", model.appName);
+    AddText(pAlarmJson, "serviceName", model.serviceName);
+    AddNumber(pAlarmJson, "alarmEventType", model.alarmEventType);
+    AddNumber(pAlarmJson, "genClearAlarmType", model.genClearAlarmType);
+    AddNumber(pAlarmJson, "alarmLevel", model.alarmLevel);
+    AddNumber(pAlarmJson, "alarmGenTime", model.alarmGenTime);
+    AddNumber(pAlarmJson, "alarmClearTime", model.alarmClearTime);
+    AddNumber(pAlarmJson, "alarmClearType", model.alarmClearType);
+    AddNumber(pAlarmJson, "isCanAutoClearType", model.isCanAutoClearType);
+    AddNumber(pAlarmJson, "eventType", model.eventType);
+    AddText(pAlarmJson, "probableCause", model.probableCause);
     // Both keys carry the node address; the agent reads either.
-    AddText(pAlarmJson, "nodeID", model.nodeIp, scratch);
-    AddText(pAlarmJson, "NodeIp", model.nodeIp, scratch);
-    AddText(pAlarmJson, "serviceID", model.serviceID, scratch);
-    AddText(pAlarmJson, "serviceInstID", model.serviceInstID, scratch);
-    AddNumber(pAlarmJson, "rsetClear", model.rsetClear, scratch);
-    AddText(pAlarmJson, "location", model.location, scratch);
-    AddText(pAlarmJson, "appendInfo", model.appendInfo, scratch);
+    AddText(pAlarmJson, "nodeID", model.nodeIp);
+    AddText(pAlarmJson, "NodeIp", model.nodeIp);
+    AddText(pAlarmJson, "serviceID", model.serviceID);
+    AddText(pAlarmJson, "serviceInstID", model.serviceInstID);
+    AddNumber(pAlarmJson, "rsetClear", model.rsetClear);
+    AddText(pAlarmJson, "location", model.location);
+    AddText(pAlarmJson, "appendInfo", model.appendInfo);
     return pAlarmJson;
 }
 

@@ -12,10 +12,6 @@
 class AlarmEx;
 struct _AlarmModel;
 
-namespace alarmsdk {
-class DocumentScratch;
-}
-
 class AlmJsonParser {
 public:
     AlmJsonParser() = default;
@@ -55,15 +51,6 @@ public:
 
     // Written into the legacy service node as "time_stamp"; nothing assigns it.
     static int64_t m_lTimeStamp;
-
-private:
-    // The builders behind the public ones; with scratch (the whole-document
-    // path) numbers are written as integer text kept there.
-    static cJSON* BuildPayloadEx(const std::list<AlarmEx*>& alarms, alarmsdk::DocumentScratch* scratch);
-    static cJSON* BuildAlarmEx(AlarmEx* pAlarm, alarmsdk::DocumentScratch* scratch);
-    static cJSON* BuildPayload(const std::list<_AlarmModel*>& models, alarmsdk::DocumentScratch* scratch);
-    static cJSON* BuildServiceNode(const char* name, alarmsdk::DocumentScratch* scratch);
-    static cJSON* BuildAlarmModel(_AlarmModel* alarmModel, alarmsdk::DocumentScratch* scratch);
 };
 
 #endif

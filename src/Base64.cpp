@@ -9,7 +9,7 @@ namespace {
 
 const char kLogSource[] = "../src/Base64";
 
-// constexpr: the tables below are built from it at compile time.
+// constexpr: the decoding table below is built from it at compile time.
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr uint8_t kSkip = 253;
@@ -33,37 +33,6 @@ struct DecodeTable {
 };
 
 constexpr DecodeTable kDecode;
-
-// Both characters of each 12-bit value: a group of 3 bytes is two lookups.
-struct PairTable {
-    char pair[4096][2];
-    constexpr PairTable() : pair() {
-        for (int i = 0; i < 4096; ++i) {
-            pair[i][0] = kAlphabet[i >> 6];
-            pair[i][1] = kAlphabet[i & 63];
-        }
-    }
-};
-
-constexpr PairTable kPairs;
-
-// The 24-bit value of a group, one table per position, with kBad for every
-// byte that is not in the alphabet: four lookups and one test per group.
-constexpr uint32_t kBad = 0xFF000000u;
-
-struct GroupTables {
-    uint32_t position[4][256];
-    constexpr GroupTables() : position() {
-        for (int p = 0; p < 4; ++p) {
-            for (int c = 0; c < 256; ++c) {
-                const uint8_t value = kDecode.entry[c];
-                position[p][c] = value < 64 ? static_cast<uint32_t>(value) << (6 * (3 - p)) : kBad;
-            }
-        }
-    }
-};
-
-constexpr GroupTables kGroups;
 
 }  // namespace
 
@@ -91,9 +60,10 @@ int zeb_alm_base64_encode(char* indata, int inlen, char* outdata, unsigned int* 
     const unsigned char* const fullEnd = in + (inlen - inlen % 3);
     char* out = outdata;
     for (; in != fullEnd; in += 3, out += 4) {
-        const uint32_t group = (static_cast<uint32_t>(in[0]) << 16) | (static_cast<uint32_t>(in[1]) << 8) | in[2];
-        std::memcpy(out, kPairs.pair[group >> 12], 2);
-        std::memcpy(out + 2, kPairs.pair[group & 0xFFF], 2);
+        out[0] = kAlphabet[in[0] >> 2];
+        out[1] = kAlphabet[cmove_bits(in[0], 6, 2) + cmove_bits(in[1], 0, 4)];
+        out[2] = kAlphabet[cmove_bits(in[1], 4, 2) + cmove_bits(in[2], 0, 6)];
+        out[3] = kAlphabet[in[2] & 63];
     }
     // The last group never reads the bytes past inlen.
     if (pad == 1) {
@@ -139,11 +109,13 @@ int zeb_alm_base64_decode(char* indata, int inlen, char* outdata, int* outlen) {
         // and no '=' has been seen: the common case, a group at a time.
         if (inGroup == 0 && bytesPerGroup == 3) {
             while (end - in >= 4) {
-                const uint32_t group = kGroups.position[0][in[0]] | kGroups.position[1][in[1]] |
-                                       kGroups.position[2][in[2]] | kGroups.position[3][in[3]];
-                if ((group & kBad) != 0) {
+                const uint32_t a = kDecode.entry[in[0]], b = kDecode.entry[in[1]], c = kDecode.entry[in[2]],
+                               d = kDecode.entry[in[3]];
+                // Skip, pad and invalid entries are all 64 or more.
+                if ((a | b | c | d) >= 64) {
                     break;
                 }
+                const uint32_t group = (a << 18) | (b << 12) | (c << 6) | d;
                 out[written] = static_cast<unsigned char>(group >> 16);
                 out[written + 1] = static_cast<unsigned char>(group >> 8);
                 out[written + 2] = static_cast<unsigned char>(group);

@@ -39,6 +39,9 @@ DeliverySnapshot DeliveryCounters::snapshot() const {
 FlushResult DeliveryCounters::waitSettled(uint32_t timeoutMs) {
     const uint64_t target = accepted_.load(std::memory_order_acquire);
     const uint64_t droppedBefore = dropped_.load(std::memory_order_relaxed);
+    if (sendNow_ != nullptr && settled_.load(std::memory_order_seq_cst) < target) {
+        sendNow_(sendNowContext_, target);
+    }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     std::unique_lock<std::mutex> lock(flushMutex_);
     waiters_.fetch_add(1, std::memory_order_seq_cst);

@@ -38,6 +38,15 @@ public:
     void noteSettled(std::size_t size, bool accepted, int64_t nowMs);
 
     DeliverySnapshot snapshot() const;
+    // Items queued so far; exact for a holder of the queue lock.
+    uint64_t accepted() const { return accepted_.load(std::memory_order_acquire); }
+
+    // What a flush calls first, with the count of queued items it waits for,
+    // so the sender need not finish its wait. Set once, before any flush.
+    void onFlush(void (*sendNow)(void* context, uint64_t upTo), void* context) {
+        sendNow_ = sendNow;
+        sendNowContext_ = context;
+    }
 
     // Waits until every item queued before the call has settled, or timeoutMs
     // passes. Woken by noteSettled, never by polling.
@@ -56,6 +65,8 @@ private:
     std::atomic<int> waiters_{0};
     std::mutex flushMutex_;
     std::condition_variable settledChanged_;
+    void (*sendNow_)(void*, uint64_t) = nullptr;
+    void* sendNowContext_ = nullptr;
 };
 
 }  // namespace alarmsdk

@@ -30,10 +30,20 @@ public:
         }
     }
 
+    // With the queue's mutex held: someone wants what is queued now (a
+    // flush). Ends the consumer's wait if it is in one; the consumer then
+    // finds its `urgent` condition true.
+    void wake() {
+        if (wakeAt_ != 0) {
+            pthread_cond_signal(&cond_);
+        }
+    }
+
     // The consumer, with mutex held (released while it sleeps); queued()
-    // reads the queue's size under that mutex.
-    template <typename Queued>
-    void wait(pthread_mutex_t& mutex, std::chrono::nanoseconds tick, Queued queued) {
+    // reads the queue's size under that mutex, urgent() (under it too) ends
+    // the wait before the tick once something is queued.
+    template <typename Queued, typename Urgent>
+    void wait(pthread_mutex_t& mutex, std::chrono::nanoseconds tick, Queued queued, Urgent urgent) {
         const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
         wakeAt_ = 1;
         while (queued() == 0) {
@@ -41,9 +51,13 @@ public:
         }
         const timespec deadline = EndOfTick(start, tick);
         wakeAt_ = fullPass_;
-        while (queued() < fullPass_ && pthread_cond_timedwait(&cond_, &mutex, &deadline) == 0) {
+        while (queued() < fullPass_ && !urgent() && pthread_cond_timedwait(&cond_, &mutex, &deadline) == 0) {
         }
         wakeAt_ = 0;
+    }
+    template <typename Queued>
+    void wait(pthread_mutex_t& mutex, std::chrono::nanoseconds tick, Queued queued) {
+        wait(mutex, tick, queued, [] { return false; });
     }
 
 private:

@@ -17,6 +17,7 @@
 
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "runlog.h"
 
 // Counts the calling thread's allocations: every heap allocation of the
 // program goes through malloc, calloc or realloc (operator new included).
@@ -219,6 +220,23 @@ void CallerFloor(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(CallerFloor)->ArgName("log_writes")->Arg(0)->Arg(1)->MinTime(0.5);
+
+// The run-log's share of the caller path with RUNLOG_FILE unset: the six
+// lines an alarm of five parameters logs, each dropped after the run-log
+// looks the variable up (it opens another file at the next line when the
+// variable changes, so it looks at every line).
+void RunlogDrops(benchmark::State& state) {
+    RunlogFile runlog(false);
+    for (auto _ : state) {
+        for (int line = 0; line < 6; ++line) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/AlarmImpl", 190,
+                             "the len of alarm memory is %ud, len of ZEBAlarmParam is %ud, len of AlarmParam is %ud",
+                             264u, 22u, 256u);
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(RunlogDrops)->MinTime(0.5);
 
 }  // namespace
 

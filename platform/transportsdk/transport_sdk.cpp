@@ -38,7 +38,8 @@
 #include <new>
 #include <string>
 
-#include "transport_sdk.h"
+#include "rest_head_list.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 
@@ -57,8 +58,10 @@ using Clock = std::chrono::steady_clock;
 
 std::atomic<unsigned> g_idleSeconds{TRANSPORT_SDK_IDLE_TIMEOUT};
 std::atomic<unsigned> g_requestSeconds{TRANSPORT_SDK_REQUEST_TIMEOUT};
-// How often the server thread looks for connections past their deadline.
+// How often the server thread looks for connections past their deadline
+// while any is open; with none open it sleeps until the next connection.
 constexpr int32_t kSweepMs = 250;
+constexpr int32_t kUntilSomethingHappens = -1;
 
 // Open connections and when their current request began (the connection's
 // start, or the end of its previous request). Server thread only.
@@ -194,7 +197,9 @@ void closeOverdue() {
 
 void* serve(void* daemon) {
     for (;;) {
-        MHD_run_wait(static_cast<MHD_Daemon*>(daemon), kSweepMs);
+        // The daemon also wakes for its own idle timeouts, so a connection
+        // left unwatched (no memory to note it) still ends.
+        MHD_run_wait(static_cast<MHD_Daemon*>(daemon), watched().empty() ? kUntilSomethingHappens : kSweepMs);
         closeOverdue();
     }
     return nullptr;

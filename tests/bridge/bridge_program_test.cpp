@@ -17,7 +17,7 @@ TEST(BridgeProgram, CommandLineAnswersAndRefusals) {
         {{"--alertmanager", "127.0.0.1:9093"}, 2, "wants an http:// or https:// URL"},
         {{"--alertmanager", "http://127.0.0.1:9", "--resend", "0"}, 2, "--resend wants whole seconds (1 to 86400)"},
         {{"--alertmanager", "http://127.0.0.1:9", "--check-interval", "x"}, 2, "--check-interval wants whole seconds"},
-        {{"--alertmanager", "http://127.0.0.1:9", "--listen", "nowhere"}, 2, "malformed endpoint \"nowhere\""},
+        {{"--alertmanager", "http://127.0.0.1:9", "--listen", "nowhere"}, 2, "--listen \"nowhere\": no port"},
         {{"--status", "--state", "/nonexistent/state.db"}, 1, "cannot read /nonexistent/state.db"},
     };
     for (const Row& row : rows) {

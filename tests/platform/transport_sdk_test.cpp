@@ -13,7 +13,8 @@
 #include "Agent.h"
 #include "RestCall.h"
 #include "TestEnv.h"
-#include "transport_sdk.h"
+#include "rest_client_testing.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 
@@ -165,22 +166,51 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     curl_easy_cleanup(curl);
 }
 
-TEST_F(TransportSdk, AConnectionThatNeverFinishesItsRequestIsClosed) {
-    transportSdkSetTimeouts(1, 2);
-    ASSERT_EQ(0, TransportSdkInit());
+// One connection that never completes a request: it trickles a byte of an endless header every 200 ms (never idle,
+// only the request deadline ends it) or stays silent (the idle timeout ends it). True once the server closed it.
+bool ClosedByTheServer(const sockaddr_in& address, bool trickle) {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
-    // One byte of an endless header every 200 ms: never idle, never complete.
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        close(fd);
+        return false;
+    }
     (void)!write(fd, "POST /echo HTTP/1.1\r\nX-Slow: ", 29);
     bool closed = false;
     for (int round = 0; round < 100 && !closed; ++round) {
         pollfd p{fd, POLLIN, 0};
         char c;
-        closed = (poll(&p, 1, 200) == 1 && read(fd, &c, 1) <= 0) || write(fd, "s", 1) != 1;
+        closed = (poll(&p, 1, 200) == 1 && read(fd, &c, 1) <= 0) || (trickle && write(fd, "s", 1) != 1);
     }
-    EXPECT_TRUE(closed);
     close(fd);
+    return closed;
 }
+
+// With no connection open the server thread sleeps until one arrives. Each connection in turn, the first and one that
+// comes after the server slept, is held to the limit of its row: a silent one past its request deadline (the idle
+// timeout being far off, only the server's own watch can close it), a trickling one (never idle), a silent one past
+// the idle timeout (the request deadline far off).
+struct Limits {
+    const char* what;
+    unsigned idleSeconds, requestSeconds;
+    bool trickle;
+};
+
+void PrintTo(const Limits& row, std::ostream* out) { *out << row.what; }
+
+class TransportLimits : public TransportSdk, public ::testing::WithParamInterface<Limits> {};
+
+TEST_P(TransportLimits, AConnectionThatNeverFinishesItsRequestIsClosedAlsoAfterTheServerSlept) {
+    transportSdkSetTimeouts(GetParam().idleSeconds, GetParam().requestSeconds);
+    ASSERT_EQ(0, TransportSdkInit());
+    EXPECT_TRUE(ClosedByTheServer(address_, GetParam().trickle)) << "the first";
+    EXPECT_TRUE(ClosedByTheServer(address_, GetParam().trickle)) << "one after the server slept";
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, TransportLimits,
+                         ::testing::Values(Limits{"SilentPastItsRequestDeadline", 60, 1, false},
+                                           Limits{"TricklingPastItsRequestDeadline", 1, 2, true},
+                                           Limits{"SilentPastTheIdleTimeout", 1, 60, false}),
+                         [](const ::testing::TestParamInfo<Limits>& row) { return std::string(row.param.what); });
 
 const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
 

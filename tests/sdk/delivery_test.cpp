@@ -81,6 +81,28 @@ const auto kBoth = ::testing::Values(Generation::Current, Generation::Legacy);
 INSTANTIATE_TEST_SUITE_P(Ticks, IdleWake, ::testing::Combine(kBoth, ::testing::Values(60000L), ::testing::Values(50)));
 INSTANTIATE_TEST_SUITE_P(Trickle, IdleWake, ::testing::Combine(kBoth, ::testing::Values(20L), ::testing::Values(1)));
 
+// A flush ends the wait for what is queued at the call: with a minute-long tick, its alarm can only be delivered
+// within the flush's time because the flush woke the send thread. The flush is then spent: a full batch sent after
+// it still leaves whole, not its first alarm alone.
+class FlushWake : public sdktest::AgentTest, public ::testing::WithParamInterface<Generation> {};
+
+TEST_P(FlushWake, AFlushSendsWhatIsQueuedAtOnceAndLaterAlarmsAreGatheredAsBefore) {
+    GenerationDriver driver(GetParam());
+    ASSERT_TRUE(StartAgent());
+    pauses_.wakeOnWork(60000);
+    ASSERT_TRUE(driver.init());
+    ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    ASSERT_TRUE(driver.send(1));
+    EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, driver.flush(20000));
+    ASSERT_TRUE(driver.send(50));
+    ASSERT_TRUE(agent_->waitForAcceptedAlarms(51, 20000));
+    const auto requests = agent_->requests();
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_EQ("1 50", testsupport::Words(requests[0].alarms.size(), requests[1].alarms.size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, FlushWake, kBoth, ::testing::PrintToStringParamName());
+
 class SharedDeliveryRetry : public sdktest::AgentTest,
                             public ::testing::WithParamInterface<std::tuple<Generation, FailMode>> {};
 

@@ -1,17 +1,13 @@
-// The wire formats: the push documents (exact texts, the agent's answer, allocation failures, both generations against
-// the frozen earlier builders) and the base64 pair (exact output, the decoder's leniencies and refusals, the frozen
-// earlier codec as the reference for random input).
+// The wire formats: the push documents of both generations (exact texts, integers as cJSON prints them, the agent's
+// answer, allocation failures) and the base64 pair (exact output, the decoder's leniencies and refusals).
 #include <cjson/cJSON.h>
 
 #include <numeric>
-#include <random>
 #include <set>
 
 #include "AlarmAdapter.h"
 #include "AlmJsonParser.h"
 #include "Base64.h"
-#include "FrozenBase64.h"
-#include "FrozenPushDocument.h"
 #include "SdkTestSupport.h"
 
 namespace {
@@ -37,8 +33,7 @@ std::string Object(AlarmEx* alarm) {
 }
 
 // Exact texts: a full alarm in its envelope, an announcement (id "0": the first seven keys only), a bare clear; the
-// list's order kept and null records left out (other ids, integers at the limits of exact printing: the differential
-// test below).
+// list's order kept and null records left out.
 TEST(PushDocument, ExactCompactTexts) {
     testsupport::LogCapture log;
     const std::string head = R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)";
@@ -159,111 +154,81 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
     }
 }
 
-// Differential: both generations' documents against the builders as they were before they were made cheaper (kept
-// frozen), over random batches of random records: texts with quotes, escapes, control bytes, UTF-8 and stray high bytes
-// (zero bytes inside the C++ strings too), and integers on both sides of the 15 digits cJSON prints exactly.
-class RandomRecords {
-public:
-    explicit RandomRecords(unsigned int seed) : rng_(seed) {}
-
-    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
-
-    std::string text(bool zeroBytes) {
-        static const char* const kPieces[] = {"a", "Z", "9", "-", "\"", "\\", "/", "\n", "\t", "\x01", "\x1f",
-                                              "\x7f", "\xc3\xa9", "\xe4\xb8\xad", "\xff", " ", "%d", "{}"};
-        std::string out;
-        for (int n = pick(0, 24); n > 0; --n) {
-            out += kPieces[pick(0, 17)];
-        }
-        if (zeroBytes && pick(0, 9) == 0) {
-            out.insert(static_cast<std::size_t>(pick(0, static_cast<int>(out.size()))), 1, '\0');
-        }
-        return out;
+// Only the id "0" itself makes an announcement of seven keys; other ids, also those starting with "0", carry all 14.
+TEST(PushDocument, OnlyTheIdZeroIsAnAnnouncement) {
+    for (const auto& [id, keys] : std::vector<std::pair<const char*, int>>{
+             {"0", 7}, {"00", 14}, {"01", 14}, {"", 14}, {"10", 14}}) {
+        SCOPED_TRACE(id);
+        std::unique_ptr<AlarmEx> alarm = FullAlarm(id);
+        EXPECT_EQ(keys, cJSON_GetArraySize(Parse(Object(alarm.get())).get()));
     }
-
-    int64_t integer() {
-        static const int64_t kEdges[] = {0, 1, -1, 999999999999999LL, -999999999999999LL, 1000000000000000LL,
-                                         -1000000000000000LL, 9007199254740993LL, INT64_MAX, INT64_MIN,
-                                         1700000000123LL, 65535};
-        const int kind = pick(0, 3);
-        return kind == 0   ? kEdges[pick(0, 11)] : kind == 1 ? pick(-1000, 1000)
-                           : static_cast<int64_t>(std::uniform_int_distribution<uint64_t>()(rng_)) >> pick(0, 62);
-    }
-
-    std::unique_ptr<AlarmEx> alarm() {
-        static const char* const kIds[] = {"0", "300012", "1", "", "123456789", "00", "10"};
-        // Generate, clear, or a default record's type -1.
-        const int type = pick(0, 2);
-        auto record = type == 2 ? std::make_unique<AlarmEx>()
-                                : std::make_unique<AlarmEx>("", type == 0 ? ZEB_ALARM_GENERATE : ZEB_ALARM_CLEAR);
-        record->setAlarmId(kIds[pick(0, 6)]);
-        for (int n = pick(0, 7); n > 0; --n) {
-            record->appendParameter(text(false).c_str(), text(false).c_str());
-        }
-        for (auto set : {&AlarmEx::setServiceName, &AlarmEx::setServiceId, &AlarmEx::setServiceInsId, &AlarmEx::setAppId,
-                         &AlarmEx::setNodeIp, &AlarmEx::SetServiceIp, &AlarmEx::setServiceLabel}) {
-            (record.get()->*set)(text(true));
-        }
-        record->setRsetClear(static_cast<long>(integer()));
-        record->setServicePort(static_cast<unsigned short>(integer()));
-        record->ResetAlarmTime(static_cast<long>(integer()));
-        return record;
-    }
-
-    template <std::size_t... N> void fill(char (&... fields)[N]) {
-        ((std::strcpy(fields, text(false).substr(0, N - 1).c_str())), ...);
-    }
-
-    std::unique_ptr<_AlarmModel> model() {
-        auto m = std::make_unique<_AlarmModel>();
-        fill(m->appId, m->appName, m->serviceName, m->nodeIp, m->serviceID, m->serviceInstID, m->alarmName,
-             m->probableCause, m->location, m->appendInfo);
-        std::strcpy(m->alarmId, pick(0, 19) == 0 ? "0" : "300001");
-        // Packed fields: assigned, never written through a pointer.
-        m->rsetClear = integer();
-        m->alarmEventType = integer();
-        m->genClearAlarmType = integer();
-        m->alarmLevel = integer();
-        m->alarmGenTime = integer();
-        m->alarmClearTime = integer();
-        m->alarmClearType = integer();
-        m->isCanAutoClearType = integer();
-        m->eventType = integer();
-        return m;
-    }
-
-private:
-    std::mt19937_64 rng_;
-};
-
-// The announcement's time is taken while each document is built.
-std::string WithoutOccurTime(std::string text) {
-    for (std::size_t at = text.find("\"occurTime\":"); at != std::string::npos; at = text.find("\"occurTime\":", at + 1)) {
-        const std::size_t from = at + 12;
-        text.erase(from, text.find_first_not_of("-0123456789", from) - from);
-    }
-    return text;
 }
 
-TEST(PushDocumentDifferential, BothGenerationsPrintWhatTheFrozenBuildersPrint) {
-    testsupport::ScopedEnv appId("APPID", "app-\"7\"");
-    RandomRecords random(1313u);
-    for (int round = 0; round < 150; ++round) {
-        std::vector<std::unique_ptr<AlarmEx>> alarms;
-        std::vector<std::unique_ptr<_AlarmModel>> models;
-        std::list<AlarmEx*> alarmList;
-        std::list<_AlarmModel*> modelList;
-        for (int n = round < 2 ? round : random.pick(1, 60); n > 0; --n) {
-            alarms.push_back(random.alarm());
-            models.push_back(random.model());
-            alarmList.push_back(random.pick(0, 29) == 0 ? nullptr : alarms.back().get());
-            modelList.push_back(models.back().get());
-        }
-        SCOPED_TRACE(round);
-        ASSERT_EQ(Printed(&frozen::GenRestDataJsonEx, alarmList), Document(alarmList));
-        ASSERT_EQ(WithoutOccurTime(Printed(&frozen::GenRestDataJson, modelList)),
-                  WithoutOccurTime(Printed(&AlmJsonParser::GenRestDataJson, modelList)));
+// Integers print as cJSON prints a double: digits while exact (below 10^15), its 15- or 17-digit text beyond, in
+// every number field of both generations.
+TEST(PushDocument, IntegersPrintAsCJsonNumbers) {
+    const struct {
+        int64_t value;
+        const char* text;
+    } rows[] = {
+        {0, "0"}, {-1, "-1"}, {2147483648LL, "2147483648"}, {-2147483649LL, "-2147483649"},
+        {999999999999999LL, "999999999999999"}, {-999999999999999LL, "-999999999999999"},
+        {1000000000000000LL, "1e+15"}, {-1000000000000000LL, "-1e+15"}, {1000000000000001LL, "1000000000000001"},
+        {9007199254740993LL, "9.00719925474099e+15"}, {INT64_MAX, "9.2233720368547758e+18"},
+        {INT64_MIN, "-9.2233720368547758e+18"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        AlarmEx alarm("7", ZEB_ALARM_GENERATE);
+        alarm.ResetAlarmTime(static_cast<long>(row.value));
+        alarm.setRsetClear(static_cast<long>(row.value));
+        const std::string text = Object(&alarm);
+        const std::string number = row.text;
+        EXPECT_NE(std::string::npos, text.find("\"occurTime\":" + number + ",")) << text;
+        EXPECT_NE(std::string::npos, text.find("\"rsetClear\":" + number + ",")) << text;
+        _AlarmModel model{};
+        std::strcpy(model.alarmId, "1");
+        model.alarmGenTime = row.value;
+        model.eventType = row.value;
+        const std::string legacy =
+            Taken(cJSON_PrintUnformatted(JsonTree(AlmJsonParser::GenAlarmModel(&model), &cJSON_Delete).get()));
+        EXPECT_NE(std::string::npos, legacy.find("\"alarmGenTime\":" + number + ",")) << legacy;
+        EXPECT_NE(std::string::npos, legacy.find("\"eventType\":" + number + ",")) << legacy;
     }
+}
+
+// The legacy document in full: the service node, the envelope without "Receiver", every key of an alarm in order.
+TEST(PushDocument, LegacyExactText) {
+    testsupport::ScopedEnv appId("APPID", "app-\"7\"");
+    _AlarmModel model{};
+    std::strcpy(model.appId, "app-7");
+    std::strcpy(model.appName, "shop");
+    std::strcpy(model.serviceName, "storage");
+    std::strcpy(model.alarmId, "300001");
+    std::strcpy(model.nodeIp, "10.0.0.1");
+    std::strcpy(model.serviceID, "svc-1");
+    std::strcpy(model.serviceInstID, "inst-1");
+    std::strcpy(model.alarmName, "EN:Disk full##ZH:\xe7\xa3\x81\xe7\x9b\x98##");
+    std::strcpy(model.location, "EN:Disk=sda##ZH:d=\"sda\"\n##");
+    std::strcpy(model.appendInfo, "EN:##ZH:##");
+    model.rsetClear = 1;
+    model.alarmEventType = 2;
+    model.genClearAlarmType = 0;
+    model.alarmLevel = 3;
+    model.alarmGenTime = 1700000000123LL;
+    model.alarmClearTime = -1;
+    model.alarmClearType = 2;
+    model.isCanAutoClearType = 1;
+    model.eventType = 4;
+    EXPECT_EQ(R"({"service":{"name":"szServiceName","appid":"app-\"7\"","ipaddress":"","port":7888,"time_stamp":0},)"
+              R"("business":{"name":"PushAlarm"},"payload":{"alarmList":[{"alarmName":"EN:Disk full##ZH:)"
+              "\xe7\xa3\x81\xe7\x9b\x98"
+              R"(##","appId":"app-7","alarmId":"300001","appName":"shop","serviceName":"storage","alarmEventType":2,)"
+              R"("genClearAlarmType":0,"alarmLevel":3,"alarmGenTime":1700000000123,"alarmClearTime":-1,)"
+              R"("alarmClearType":2,"isCanAutoClearType":1,"eventType":4,"probableCause":"","nodeID":"10.0.0.1",)"
+              R"("NodeIp":"10.0.0.1","serviceID":"svc-1","serviceInstID":"inst-1","rsetClear":1,)"
+              R"("location":"EN:Disk=sda##ZH:d=\"sda\"\n##","appendInfo":"EN:##ZH:##"}]}})",
+              Printed(&AlmJsonParser::GenRestDataJson, std::list<_AlarmModel*>{&model}));
 }
 
 // Bytes past the written output keep this value: neither function terminates.
@@ -336,47 +301,6 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
               "In zeb_alm_base64_encode, outdata is null!\nIn zeb_alm_base64_decode, outdata is null!\n", log.texts());
     for (const auto& line : log.lines()) {
         EXPECT_EQ("5 ../src/Base64", testsupport::Words(line.level, line.source));
-    }
-}
-
-// Differential: the codec against its earlier implementation, kept frozen, on random bytes and on texts mixing the
-// alphabet with whitespace, '=', tabs and other bytes. Results, lengths and every byte of the output buffers (what lies
-// past the written part included) must be the same.
-TEST(Base64Differential, SameResultsAndBuffersAsTheFrozenCodec) {
-    std::mt19937 rng(1311u);
-    const std::string pieces = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    const std::string odd("\n\r =\t-_.\x80\xff\0", 11);  // the zero byte ends a text early
-    auto pick = [&rng](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    for (int iteration = 0; iteration < 3000; ++iteration) {
-        const int len = iteration < 64 ? iteration : pick(0, 700);
-        std::string plain(static_cast<std::size_t>(len), '\0');
-        for (char& c : plain) {
-            c = static_cast<char>(pick(0, 255));
-        }
-        const std::size_t encodedSize = (plain.size() + 2) / 3 * 4;
-        std::vector<char> ours(encodedSize + 4, kFill), theirs(ours);
-        unsigned int ourLen = 1, theirLen = 2;
-        ASSERT_EQ(frozen::Base64Encode(&plain[0], len, theirs.data(), &theirLen),
-                  zeb_alm_base64_encode(&plain[0], len, ours.data(), &ourLen));
-        ASSERT_EQ(theirLen, ourLen);
-        ASSERT_EQ(theirs, ours) << "encoding " << len << " bytes";
-
-        // Valid text with whitespace and stray bytes sprinkled in; every third one is noise throughout.
-        std::string text(ours.data(), encodedSize);
-        const int insertions = iteration % 3 == 0 ? len / 2 : pick(0, 6);
-        for (int k = 0; k < insertions; ++k) {
-            const char c = iteration % 3 == 0 ? (k % 2 != 0 ? pieces[pick(0, 63)] : odd[pick(0, 10)])
-                                              : odd[pick(0, iteration % 2 != 0 ? 3 : 10)];
-            text.insert(static_cast<std::size_t>(pick(0, static_cast<int>(text.size()))), 1, c);
-        }
-        for (const int inlen : {static_cast<int>(text.size()), static_cast<int>(text.size() & ~std::size_t{3})}) {
-            std::vector<char> ourOut(text.size() + 4, kFill), theirOut(ourOut);
-            int ourCount = -7, theirCount = -7;  // left alone on failure
-            ASSERT_EQ(frozen::Base64Decode(&text[0], inlen, theirOut.data(), &theirCount),
-                      zeb_alm_base64_decode(&text[0], inlen, ourOut.data(), &ourCount)) << text;
-            ASSERT_EQ(theirCount, ourCount) << text;
-            ASSERT_EQ(theirOut, ourOut) << text;
-        }
     }
 }
 

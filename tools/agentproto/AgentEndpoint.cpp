@@ -10,46 +10,9 @@
 #include <cerrno>
 #include <cstring>
 
-namespace nodeward {
+#include "rest_endpoint.h"
 
-bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath) {
-    static const std::string kUnix = "unix:";
-    if (endpoint.compare(0, kUnix.size(), kUnix) == 0) {
-        const std::string path = endpoint.substr(kUnix.size());
-        if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
-            return false;
-        }
-        *host = "";
-        *port = 0;
-        *unixPath = path;
-        return true;
-    }
-    const std::size_t colon = endpoint.rfind(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == endpoint.size()) {
-        return false;
-    }
-    std::string name = endpoint.substr(0, colon);
-    const std::string digits = endpoint.substr(colon + 1);
-    if (name.front() == '[') {
-        if (name.size() < 3 || name.back() != ']') {
-            return false;
-        }
-        name = name.substr(1, name.size() - 2);
-    } else if (name.find(':') != std::string::npos) {
-        return false;  // a bare IPv6 address is ambiguous: it needs brackets
-    }
-    if (digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    const int value = std::stoi(digits);
-    if (value > 65535) {
-        return false;
-    }
-    *host = name;
-    *port = value;
-    *unixPath = "";
-    return true;
-}
+namespace nodeward {
 
 namespace {
 
@@ -87,16 +50,16 @@ bool OpenUnix(const std::string& path, ListenSocket* out, std::string* error) {
 }  // namespace
 
 bool OpenListenSocket(const std::string& endpoint, ListenSocket* out, std::string* error) {
-    std::string host;
-    std::string unixPath;
-    int port = 0;
-    if (!ParseEndpoint(endpoint, &host, &port, &unixPath)) {
-        *error = "malformed endpoint \"" + endpoint + "\" (want HOST:PORT or unix:PATH)";
+    rest_endpoint parsed;
+    if (const char* why = restParseEndpoint(endpoint.c_str(), REST_ENDPOINT_LISTEN, &parsed)) {
+        *error = "endpoint \"" + endpoint + "\": " + why;
         return false;
     }
-    if (!unixPath.empty()) {
-        return OpenUnix(unixPath, out, error);
+    if (parsed.isUnix) {
+        return OpenUnix(parsed.path, out, error);
     }
+    const std::string host = parsed.host;
+    const int port = parsed.port;
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;

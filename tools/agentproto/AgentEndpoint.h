@@ -1,4 +1,4 @@
-// Where the agent listens: "HOST:PORT", "[IPV6]:PORT" or "unix:PATH".
+// A listening socket where the agent listens, in the endpoint form of rest_endpoint.h.
 #ifndef AGENT_ENDPOINT_H
 #define AGENT_ENDPOINT_H
 
@@ -8,9 +8,6 @@
 
 namespace nodeward {
 
-// "HOST:PORT" / "[IPV6]:PORT" / "unix:PATH" -> parts; false when malformed.
-bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath);
-
 struct ListenSocket {
     int fd = -1;
     int port = 0;           // the TCP port bound (0 for a unix socket)
@@ -18,7 +15,7 @@ struct ListenSocket {
     ino_t unixInode = 0;    // so that only our own socket file is removed later
 };
 
-// Binds and listens (backlog 64). A stale socket file at a unix path is
+// Binds and listens (backlog 64; port 0: any free one). A stale socket file at a unix path is
 // replaced; any other file there is an error.
 bool OpenListenSocket(const std::string& endpoint, ListenSocket* out, std::string* error);
 

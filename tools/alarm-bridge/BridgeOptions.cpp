@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "AgentEndpoint.h"
+#include "rest_endpoint.h"
 
 namespace bridge {
 
@@ -70,10 +70,10 @@ bool ParseBridgeArgs(int argc, const char* const* argv, BridgeOptions* options, 
             return false;
         }
         const std::string value = argv[++i];
-        std::string host, path;
-        int port = 0;
-        if (arg == "--listen" && !nodeward::ParseEndpoint(value, &host, &port, &path)) {
-            *error = "malformed endpoint \"" + value + "\" (want HOST:PORT or unix:PATH)";
+        rest_endpoint parsed;
+        const char* why = arg == "--listen" ? restParseEndpoint(value.c_str(), REST_ENDPOINT_LISTEN, &parsed) : nullptr;
+        if (why != nullptr) {
+            *error = "--listen \"" + value + "\": " + why;
             return false;
         }
         if (arg == "--listen") {

@@ -15,8 +15,7 @@
 #include <vector>
 
 #include "AgentDocument.h"
-#include "AgentEndpoint.h"
-#include "AlarmCheckPost.h"
+#include "rest_endpoint.h"
 
 namespace nodeward {
 
@@ -34,7 +33,7 @@ const char* FailModeName(FailMode mode);
 std::ostream& operator<<(std::ostream& out, FailMode mode);
 
 struct SimOptions {
-    std::string endpoint = "127.0.0.1:7888";  // "HOST:PORT" (port 0: any free one) or "unix:PATH"
+    std::string endpoint = REST_DEFAULT_AGENT_ENDPOINT;  // rest_endpoint.h; port 0: any free one
     int failFirst = 0;                        // fail the first N requests
     double failRatio = 0.0;                   // then fail this fraction of requests (0..1)
     unsigned int seed = 1;                    // for failRatio
@@ -44,8 +43,8 @@ struct SimOptions {
     std::string jsonlPath;                    // when set, each decoded document is appended here as one line
     bool printAlarms = false;                 // print one readable line per alarm to stdout
     std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
-    // false: requests and alarms are only counted (counts(), the wait
-    // functions), never kept, so requests() and acceptedAlarms() stay empty;
+    // false: requests and alarms are only counted (counts(),
+    // waitForAcceptedAlarms), never kept, so requests() and acceptedAlarms() stay empty;
     // a load test then pays for nothing it does not read.
     bool recordRequests = true;
     // Call SERVICE back once with JSON (callBackAlarms) after its first alarm arrives.
@@ -76,7 +75,7 @@ struct SimCounts {
 };
 
 // Threads: libmicrohttpd runs one thread per connection, so a delayed answer
-// holds up only its own connection. Recording, the wait functions and
+// holds up only its own connection. Recording, waitForAcceptedAlarms and
 // failNext are safe from any thread.
 class Sim {
 public:
@@ -102,8 +101,6 @@ public:
     SimCounts counts() const;
     // Waits until at least n alarms were accepted, at most timeoutMs. true when reached.
     bool waitForAcceptedAlarms(std::size_t n, int timeoutMs) const;
-    // Waits until at least n requests were answered, at most timeoutMs.
-    bool waitForRequests(std::size_t n, int timeoutMs) const;
 
     // Changes fault injection while running: fail the next n requests with mode.
     void failNext(int n, FailMode mode);
@@ -115,11 +112,6 @@ public:
     // HTTP status (or -1 when the service is unknown or unreachable, or the JSON
     // is invalid) and stores the raw answer body in *answer when given.
     int callBack(const std::string& serviceName, const std::string& callBackAlarmsJson, std::string* answer);
-
-    // The same check sent to an explicit address; nothing learnt is used.
-    // Returns the HTTP status or -1 (invalid JSON, unreachable).
-    int callBackTo(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
-                   const std::string& callBackAlarmsJson, std::string* answer);
 
 private:
     struct Impl;

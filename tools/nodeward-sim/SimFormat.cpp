@@ -1,4 +1,4 @@
-// Text helpers of the program and the server: the readable alarm lines.
+// The readable alarm lines the program prints.
 #include <cstdio>
 #include <ctime>
 #include <string>

@@ -13,7 +13,7 @@
 #include <fstream>
 #include <string>
 
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 
 namespace {
 

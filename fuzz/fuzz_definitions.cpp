@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "FuzzSupport.h"
 
 namespace {

@@ -121,6 +121,12 @@ ALARMSDK_API void ALM_SetConfFilePath(char* xmlPath);
 ALARMSDK_API void ALM_ConfInit(void);
 /* Stamps the service identity into every loaded definition. */
 ALARMSDK_API void ALM_RsetConf(const char* serviceId, const char* serviceInsId, long resetClear);
+/* Frees the definition list and clears g_uiInitFlag, so that the next load
+ * or look-up reads the files again: for a tool that checks file after file in
+ * one process. Not while another thread loads or looks up. The library
+ * itself keeps its definitions until the process ends. The language tables
+ * stay as they are. */
+ALARMSDK_API void ALM_FreeConfInfo(void);
 
 /* Look-ups; each loads the definitions first while nothing is loaded. The
  * first definition with a given id is the only one ever found. */

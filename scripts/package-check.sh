@@ -149,7 +149,7 @@ depends_cover_needed() {
     [ -n "$(find "${ours[@]}" -name "$lib")" ] && continue
     owner=""
     for path in "/lib/$ma/$lib" "/usr/lib/$ma/$lib" "/lib64/$lib"; do
-      owner=$(dpkg -S "$path" 2>/dev/null | head -1 | cut -d: -f1) && [ -n "$owner" ] && break
+      owner=$(dpkg -S "$path" 2>/dev/null | sed -n 1p | cut -d: -f1) && [ -n "$owner" ] && break
     done
     grep -qxF "${owner:-?}" <<< "$depends" || missing="$missing $lib(${owner:-no package})"
   done
@@ -191,11 +191,11 @@ man_finds() {
 completes_options() {
   local prefix=$1 program option
   for program in "${@:2}"; do
-    option=$("$prefix/bin/$program" --help | grep -oE -- '--[a-z][-a-z]*' | head -1)
+    option=$("$prefix/bin/$program" --help | grep -oE -- '--[a-z][-a-z]*' | sed -n 1p)
     PATH=$prefix/bin:$PATH bash -c 'source /usr/share/bash-completion/bash_completion; source "$1"
       COMP_WORDS=("$2" "${3:0:4}"); COMP_CWORD=1; COMP_LINE="$2 ${3:0:4}"; COMP_POINT=${#COMP_LINE}
       _longopt "$2" "${3:0:4}" "$2"; printf "%s\n" "${COMPREPLY[@]}"' _ \
-      "$prefix/share/bash-completion/completions/$program" "$program" "$option" | grep -qx -- "$option" ||
+      "$prefix/share/bash-completion/completions/$program" "$program" "$option" | grep -x -- "$option" >/dev/null ||
       { echo "$program: ${option:0:4}<TAB> does not complete to $option"; return 1; }
   done
 }
@@ -229,9 +229,11 @@ check_debs() {
   check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package, no library" \
     holds "$dev" '^[^ ]*\.so\.[0-9]' "${dev_files[@]}"
   check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
-  local programs=()  # every folder of tools/ is a program
-  for name in tools/*/; do programs+=("./usr/bin/$(basename "$name")"); done
-  check "$arch: tools package holds every program" holds "$tools" '^\./usr/(lib|include)/.' "${programs[@]}"
+  local programs=()  # every folder of tools/ with a main.cpp is a program
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs+=("./usr/bin/$(basename "$name")"); fi; done
+  programs+=("./usr/lib/systemd/system/alarm-bridge.service")
+  check "$arch: tools package holds every program and the bridge's unit, no library or header" \
+    holds "$tools" '^\./usr/(lib/[^/]*(-linux-gnu/|\.so)|include/).' "${programs[@]}"
 
   for deb in "$dev" "$tools"; do
     check "$arch: $(basename "$deb") depends on this very libalarmsdk1" \
@@ -250,7 +252,7 @@ check_debs() {
 
   local functions programs_named=()
   mapfile -t functions < <(public_functions "$so")
-  for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
   check "$arch: the dev package has a manual page for each of the ${#functions[@]} public functions and classes" \
     has_pages "$dev" 3 "${functions[@]}"
   check "$arch: the dev package has the overview and the file formats, the tools package a page for each program" \
@@ -264,7 +266,7 @@ check_debs() {
   for name in libalarmsdk1 libalarmsdk-dev alarmsdk-tools; do
     check "$arch: $name has its copyright file and a changelog whose first entry is $version" \
       eval "test -f '$debs/$name/usr/share/doc/$name/copyright' &&
-        zcat '$debs/$name/usr/share/doc/$name/changelog.gz' | head -1 | grep -q '($version)'"
+        zcat '$debs/$name/usr/share/doc/$name/changelog.gz' | sed -n 1p | grep -q '($version)'"
   done
   check "$arch: libalarmsdk1 has shlibs, symbols and the ldconfig trigger, and no maintainer script" \
     eval "dpkg-deb --ctrl-tarfile '$runtime' | tar -t | sort | tr '\n' ' ' | grep -qx './ ./control ./md5sums ./shlibs ./symbols ./triggers '"
@@ -291,7 +293,7 @@ for target in ${*:-native arm}; do
       check "the library keeps the ABI of tests/abi/libalarmsdk.abi.gz" \
         bash tests/abi/check_abi.sh "build/package/src/libalarmsdk.so.$version"
       programs_named=()
-      for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+      for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
       check "bash completes every installed program's options" completes_options "$work/prefix" "${programs_named[@]}"
       ;;
     arm)

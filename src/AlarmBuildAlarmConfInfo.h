@@ -1,8 +1,8 @@
-// Alarm configuration: the definitions loaded from the XML file, the look-ups
-// over them, and the clock that stamps alarms. The exported declarations a
-// service uses live in the public AlarmConfig.h; the builder's steps below
-// take parser types, so they stay out of it (a service must not need the XML
-// parser's headers), but keep C linkage and are exported for tools.
+// The loader's steps from the parsed XML document to the definition list.
+// They take the XML parser's types, so they stay out of the public
+// AlarmConfig.h (a service must not need the parser's headers); only the
+// loader and the tests call them. They stay exported with C linkage because
+// version 1 of the library exported them (its binary interface keeps them).
 #ifndef ALARM_BUILD_ALARM_CONF_INFO_H
 #define ALARM_BUILD_ALARM_CONF_INFO_H
 
@@ -45,10 +45,6 @@ ALARMSDK_API int64_t ALM_CountEnumNum(xercesc::DOMNode* enumNode, xercesc::DOMNo
  * or -1 when a language key would not fit. */
 ALARMSDK_API int64_t ALM_ReadEnumItem(xercesc::DOMNode* values, stEnumBitDef* out, const char* enumType,
                                       int64_t alarmId);
-/* Frees the definition list and clears g_uiInitFlag, so the next look-up
- * loads again. For tools and fuzzers that load many files in one process;
- * the library itself keeps definitions until the process ends. */
-ALARMSDK_API void ALM_FreeConfInfo(void);
 }
 
 #endif

@@ -8,7 +8,7 @@
 #include <new>
 
 #include "AlarmAdapter.h"
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmSendLoop.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmSendLoop.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "AlarmAdapter.h"
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "AlarmEx.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"

@@ -16,7 +16,7 @@
 #include "Base64.h"
 #include "RestCall.h"
 #include "TestEnv.h"
-#include "transport_sdk.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 

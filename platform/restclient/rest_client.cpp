@@ -2,11 +2,11 @@
 //
 // Where a request connects:
 //   - URL authority REST_LOCAL_ENDPOINT (any port): the endpoint argument when
-//     non-empty, else $NODEWARD_ENDPOINT when non-empty (read on every call),
-//     else REST_DEFAULT_AGENT_ENDPOINT.
+//     non-empty, else $NODEWARD_ENDPOINT (REST_AGENT_ENDPOINT_ENV) when
+//     non-empty (read on every call), else REST_DEFAULT_AGENT_ENDPOINT.
 //   - any other authority: the URL as it stands, unless the endpoint argument is
 //     non-empty, which then still decides where to connect.
-// An endpoint is "HOST:PORT" ("[v6]:PORT" for IPv6) or "unix:PATH". The URL is
+// An endpoint is read by restParseEndpoint (rest_endpoint.cpp). The URL is
 // never rewritten: a TCP endpoint is applied with CURLOPT_CONNECT_TO and a unix
 // socket with CURLOPT_UNIX_SOCKET_PATH, so the Host header keeps the URL's
 // authority. Proxies from the environment are ignored: the agent is always
@@ -22,7 +22,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
-#include <sys/un.h>
 
 #include <curl/curl.h>
 
@@ -32,7 +31,10 @@
 #include <utility>
 #include <vector>
 
-#include "rest_client.h"
+#include "rest_client_testing.h"
+#include "rest_endpoint.h"
+#include "rest_head_list.h"
+#include "runlog.h"
 
 namespace {
 
@@ -93,64 +95,23 @@ struct Target {
     std::string connectTo;  // CURLOPT_CONNECT_TO entry for a TCP endpoint
 };
 
-bool allDigits(const std::string& s) {
-    if (s.empty()) {
+// A refused endpoint is logged with the reason: the caller only sees -1.
+bool parseEndpoint(const char* endpoint, Target* target) {
+    rest_endpoint parsed;
+    if (const char* why = restParseEndpoint(endpoint, 0, &parsed)) {
+        Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "rest_client", __LINE__, "sendRequest, agent endpoint \"%s\" refused: %s",
+                         endpoint, why);
         return false;
     }
-    for (char c : s) {
-        if (c < '0' || c > '9') {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool parseEndpoint(const char* endpoint, Target* target) {
-    const std::string text(endpoint);
-    if (text.compare(0, 5, "unix:") == 0) {
-        std::string path = text.substr(5);
-        if (path.empty() || path.size() >= sizeof(sockaddr_un{}.sun_path)) {
-            return false;
-        }
-        target->unixSocket = true;
-        target->unixPath = std::move(path);
+    target->unixSocket = parsed.isUnix != 0;
+    if (target->unixSocket) {
+        target->unixPath = parsed.path;
         return true;
     }
-    std::string host;
-    std::string port;
-    if (!text.empty() && text[0] == '[') {
-        const size_t close = text.find(']');
-        if (close == std::string::npos || close + 1 >= text.size() || text[close + 1] != ':') {
-            return false;
-        }
-        host = text.substr(0, close + 1);
-        port = text.substr(close + 2);
-        if (host.size() <= 2) {
-            return false;
-        }
-    } else {
-        const size_t colon = text.find(':');
-        if (colon == std::string::npos || text.find(':', colon + 1) != std::string::npos) {
-            return false;
-        }
-        host = text.substr(0, colon);
-        port = text.substr(colon + 1);
-    }
-    if (host.empty() || !allDigits(port) || port.size() > 5) {
-        return false;
-    }
-    const long portNumber = strtol(port.c_str(), nullptr, 10);
-    if (portNumber < 1 || portNumber > 65535) {
-        return false;
-    }
-    for (char c : host) {
-        if (c <= ' ' || c == '/' || c == '@' || c == '?' || c == '#' || c == 0x7f) {
-            return false;
-        }
-    }
-    target->unixSocket = false;
+    const std::string host(parsed.host);
+    const bool v6 = host.find(':') != std::string::npos;
     // Empty source host and port: applies to whatever the URL names.
-    target->connectTo = "::" + host + ":" + std::to_string(portNumber);
+    target->connectTo = "::" + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(parsed.port);
     return true;
 }
 
@@ -410,7 +371,7 @@ int perform(CURL* handle, const char* endpoint, int requestType, stru_REST_REQUE
     if (endpoint != nullptr && *endpoint != '\0') {
         connectTo = endpoint;
     } else if (local) {
-        const char* fromEnv = getenv("NODEWARD_ENDPOINT");
+        const char* fromEnv = getenv(REST_AGENT_ENDPOINT_ENV);
         connectTo = fromEnv != nullptr && *fromEnv != '\0' ? fromEnv : REST_DEFAULT_AGENT_ENDPOINT;
     }
     Target target;

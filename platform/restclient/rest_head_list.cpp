@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "rest_client.h"
+#include "rest_head_list.h"
 
 struct zeb_restHeadList {
     std::vector<std::pair<std::string, std::string>> entries;

@@ -5,7 +5,7 @@
 // (a statically initialised pthread mutex and plain pointers): nothing is torn
 // down under a logging thread by static destruction. Buffers live on the
 // calling thread's stack.
-#include "runlog.h"
+#include "runlog_testing.h"
 
 #include <atomic>
 #include <cerrno>

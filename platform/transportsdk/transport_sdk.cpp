@@ -38,7 +38,8 @@
 #include <new>
 #include <string>
 
-#include "transport_sdk.h"
+#include "rest_head_list.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 

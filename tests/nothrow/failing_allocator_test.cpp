@@ -7,7 +7,7 @@
 
 #include "AlarmSdk.h"
 #include "TestEnv.h"
-#include "runlog.h"
+#include "runlog_testing.h"
 #include "PauseRecorder.h"
 
 namespace {

@@ -13,7 +13,8 @@
 #include "Agent.h"
 #include "RestCall.h"
 #include "TestEnv.h"
-#include "transport_sdk.h"
+#include "rest_client_testing.h"
+#include "transport_sdk_testing.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <map>
 
-#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
 #include "SdkTestSupport.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TestEnv.h"
-#include "runlog.h"
+#include "runlog_testing.h"
 
 namespace testsupport {
 

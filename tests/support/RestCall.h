@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "rest_client.h"
+#include "rest_head_list.h"
 
 namespace testsupport {
 

@@ -248,6 +248,7 @@ TEST(AlarmSendArgs, EveryBadArgumentIsRefusedWithItsReason) {
         {{"--legacy", "--definitions", "d.xml", "--service", "s", "raise", "1", "a=1"}, "not --legacy"},
         {{"--definitions", "d.xml", "raise", "1"}, "--definitions belongs to --legacy"},
         {{"--label", "l", "raise", "1"}, "--label needs --service"},
+        {{"--agent", "127.0.0.1:0", "raise", "1"}, "--agent 127.0.0.1:0: port 0 is no agent's port"},
         {{"--app-id", "", "raise", "1"}, "no application id: set APPID or --app-id"},
     };
     for (const auto& c : bad) {

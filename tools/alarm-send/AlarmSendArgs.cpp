@@ -6,6 +6,7 @@
 #include <set>
 
 #include "AlarmSdk.h"
+#include "rest_endpoint.h"
 
 namespace alarmsend {
 
@@ -83,6 +84,11 @@ bool CheckCombination(const SendOptions& o, std::string* error) {
     }
     if (!o.label.empty() && o.service.empty()) {
         return Fail(error, "--label needs --service");
+    }
+    rest_endpoint agent;
+    const char* why = o.agent.empty() ? nullptr : restParseEndpoint(o.agent.c_str(), 0, &agent);
+    if (why != nullptr) {
+        return Fail(error, "--agent " + o.agent + ": " + why);
     }
     return true;
 }

@@ -11,7 +11,6 @@
 #include <map>
 #include <set>
 
-#include "AlarmBuildAlarmConfInfo.h"
 #include "AlarmConfig.h"
 #include "LanguageFile.h"
 

@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "AgentDocument.h"
+#include "rest_endpoint.h"
+
 namespace nodeward {
 
 // How a failed request is answered.
@@ -30,7 +33,7 @@ const char* FailModeName(FailMode mode);
 std::ostream& operator<<(std::ostream& out, FailMode mode);
 
 struct SimOptions {
-    std::string endpoint = "127.0.0.1:7888";  // "HOST:PORT" (port 0: any free one) or "unix:PATH"
+    std::string endpoint = REST_DEFAULT_AGENT_ENDPOINT;  // rest_endpoint.h; port 0: any free one
     int failFirst = 0;                        // fail the first N requests
     double failRatio = 0.0;                   // then fail this fraction of requests (0..1)
     unsigned int seed = 1;                    // for failRatio
@@ -40,8 +43,8 @@ struct SimOptions {
     std::string jsonlPath;                    // when set, each decoded document is appended here as one line
     bool printAlarms = false;                 // print one readable line per alarm to stdout
     std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
-    // false: requests and alarms are only counted (counts(), the wait
-    // functions), never kept, so requests() and acceptedAlarms() stay empty;
+    // false: requests and alarms are only counted (counts(),
+    // waitForAcceptedAlarms), never kept, so requests() and acceptedAlarms() stay empty;
     // a load test then pays for nothing it does not read.
     bool recordRequests = true;
     // Call SERVICE back once with JSON (callBackAlarms) after its first alarm arrives.
@@ -49,34 +52,6 @@ struct SimOptions {
     // when printAlarms is set.
     std::vector<std::pair<std::string, std::string>> callBackOnFirstAlarm;
 };
-
-// One alarm as it arrived, taken from a decoded document.
-struct ReceivedAlarm {
-    bool legacy = false;
-    std::string alarmId;
-    int64_t alarmType = -1;       // -1 when the key is absent
-    std::string appId;
-    std::string serviceName;
-    std::string serviceIp;
-    int64_t servicePort = -1;
-    int64_t occurTime = 0;
-    int64_t rsetClear = -1;
-    std::vector<std::pair<std::string, std::string>> parameters;  // in document order
-    std::vector<std::string> keys;                                // the alarm object's keys, in order
-    std::string json;                                             // the alarm object, compact
-    std::string serviceLabel;                 // current documents
-    std::string alarmName;                    // legacy: the bilingual "alarmName"
-    std::string location;                     // legacy: "location"
-    std::string appendInfo;                   // legacy: "appendInfo"
-    std::vector<std::string> clearAlarmIds;   // legacy announcement: ids of "restClearAlarmList"
-    int64_t genTime = -1;                     // legacy: "alarmGenTime"
-    int64_t clearTime = -1;                   // legacy: "alarmClearTime"
-};
-// Legacy alarm objects carry no "alarmType"/"parameters"/"servicePort": alarmType
-// is taken from "genClearAlarmType" in the current wire form (0 -> 1 generate,
-// 1 -> 2 clear, others 0), occurTime from "occurTime" (announcement) or else
-// "alarmGenTime" / "alarmClearTime" (clear), servicePort stays -1, parameters
-// stay empty (their text is in location/appendInfo).
 
 // One POST to /om/v1/request. Recorded when it is answered (after delayMs).
 // A body over maxBodyBytes is recorded with an empty body and accepted=false.
@@ -100,7 +75,7 @@ struct SimCounts {
 };
 
 // Threads: libmicrohttpd runs one thread per connection, so a delayed answer
-// holds up only its own connection. Recording, the wait functions and
+// holds up only its own connection. Recording, waitForAcceptedAlarms and
 // failNext are safe from any thread.
 class Sim {
 public:
@@ -126,8 +101,6 @@ public:
     SimCounts counts() const;
     // Waits until at least n alarms were accepted, at most timeoutMs. true when reached.
     bool waitForAcceptedAlarms(std::size_t n, int timeoutMs) const;
-    // Waits until at least n requests were answered, at most timeoutMs.
-    bool waitForRequests(std::size_t n, int timeoutMs) const;
 
     // Changes fault injection while running: fail the next n requests with mode.
     void failNext(int n, FailMode mode);
@@ -140,26 +113,13 @@ public:
     // is invalid) and stores the raw answer body in *answer when given.
     int callBack(const std::string& serviceName, const std::string& callBackAlarmsJson, std::string* answer);
 
-    // The same check sent to an explicit address; nothing learnt is used.
-    // Returns the HTTP status or -1 (invalid JSON, unreachable).
-    int callBackTo(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
-                   const std::string& callBackAlarmsJson, std::string* answer);
-
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };
 
-// "HOST:PORT" / "[IPV6]:PORT" / "unix:PATH" -> parts; false when malformed.
-bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath);
-
 // One readable line for an alarm, as the program prints it.
 std::string FormatAlarmLine(const ReceivedAlarm& alarm);
-
-// The alarm-check POST itself (libcurl, 2 s to connect, 5 s in all). Returns the HTTP status and the raw answer body, or -1
-// with *error set (invalid JSON, connection failure, timeout).
-int PostAlarmCheck(const std::string& host, int port, const std::string& serviceName, const std::string& appId,
-                   const std::string& callBackAlarmsJson, std::string* answer, std::string* error);
 
 }  // namespace nodeward
 

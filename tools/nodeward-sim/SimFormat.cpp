@@ -1,7 +1,4 @@
-// Text helpers shared by the server and the program: endpoints and the
-// readable alarm lines.
-#include <sys/un.h>
-
+// The readable alarm lines the program prints.
 #include <cstdio>
 #include <ctime>
 #include <string>
@@ -107,45 +104,6 @@ std::string FormatAlarmLine(const ReceivedAlarm& alarm) {
         }
     }
     return line;
-}
-
-bool ParseEndpoint(const std::string& endpoint, std::string* host, int* port, std::string* unixPath) {
-    static const std::string kUnix = "unix:";
-    if (endpoint.compare(0, kUnix.size(), kUnix) == 0) {
-        const std::string path = endpoint.substr(kUnix.size());
-        if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
-            return false;
-        }
-        *host = "";
-        *port = 0;
-        *unixPath = path;
-        return true;
-    }
-    const std::size_t colon = endpoint.rfind(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == endpoint.size()) {
-        return false;
-    }
-    std::string name = endpoint.substr(0, colon);
-    const std::string digits = endpoint.substr(colon + 1);
-    if (name.front() == '[') {
-        if (name.size() < 3 || name.back() != ']') {
-            return false;
-        }
-        name = name.substr(1, name.size() - 2);
-    } else if (name.find(':') != std::string::npos) {
-        return false;  // a bare IPv6 address is ambiguous: it needs brackets
-    }
-    if (digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    const int value = std::stoi(digits);
-    if (value > 65535) {
-        return false;
-    }
-    *host = name;
-    *port = value;
-    *unixPath = "";
-    return true;
 }
 
 }  // namespace nodeward

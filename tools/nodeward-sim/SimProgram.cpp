@@ -9,11 +9,12 @@
 #include <cstring>
 #include <ctime>
 
+#include "rest_endpoint.h"
+
 namespace nodeward {
 
 namespace {
 
-constexpr char kDefaultEndpoint[] = "127.0.0.1:7888";
 constexpr char kUsageLine[] = "Usage: nodeward-sim [OPTIONS]";
 
 bool ParseLong(const std::string& text, long low, long high, long* out) {
@@ -105,8 +106,8 @@ std::string ProgramUsage() {
 
 bool ParseProgramArgs(int argc, const char* const* argv, ProgramOptions* options, std::string* error) {
     ProgramOptions parsed;
-    const char* fromEnv = std::getenv("NODEWARD_ENDPOINT");
-    parsed.sim.endpoint = fromEnv != nullptr && *fromEnv != '\0' ? fromEnv : kDefaultEndpoint;
+    const char* fromEnv = std::getenv(REST_AGENT_ENDPOINT_ENV);
+    parsed.sim.endpoint = fromEnv != nullptr && *fromEnv != '\0' ? fromEnv : REST_DEFAULT_AGENT_ENDPOINT;
     parsed.sim.printAlarms = true;
     for (int i = 1; i < argc; ++i) {
         std::string name = argv[i];
@@ -153,10 +154,11 @@ bool ParseProgramArgs(int argc, const char* const* argv, ProgramOptions* options
         long number = 0;
         bool ok = true;
         if (name == "--listen") {
-            std::string host;
-            std::string path;
-            int port = 0;
-            ok = ParseEndpoint(value, &host, &port, &path);
+            rest_endpoint endpoint;
+            if (const char* why = restParseEndpoint(value.c_str(), REST_ENDPOINT_LISTEN, &endpoint)) {
+                *error = "bad value for --listen: \"" + value + "\": " + why;
+                return false;
+            }
             parsed.sim.endpoint = value;
         } else if (name == "--fail-first") {
             ok = ParseLong(value, 0, 1000000000, &number);

@@ -14,19 +14,12 @@
 extern "C" {
 #endif
 
-/* The name under which a URL reaches the local agent: a request to
- * "http://" REST_LOCAL_ENDPOINT "/path" goes to the endpoint in the environment
- * variable NODEWARD_ENDPOINT, read on every call ("HOST:PORT", "[IPv6]:PORT",
- * or "unix:PATH" for a unix-domain socket; default 127.0.0.1:7888). Any other
- * authority is used as it stands. The URL itself is never rewritten, so the
- * Host header keeps the URL's authority. Proxy settings are ignored. */
+/* The library's name for the node's local agent: a request to
+ * "http://" REST_LOCAL_ENDPOINT "/path" goes to the agent wherever it listens
+ * (ours: rest_endpoint.h). Any other authority is used as it stands. The URL
+ * itself is never rewritten, so the Host header keeps the URL's authority.
+ * Proxy settings are ignored. */
 #define REST_LOCAL_ENDPOINT "nodeward.local"
-#define REST_DEFAULT_AGENT_ENDPOINT "127.0.0.1:7888"
-
-/* Largest answer body sendRequest accepts (64 KiB): the agent's answers are a
- * few dozen bytes, so a longer one, announced or chunked, fails the request
- * and never holds more than this in memory. */
-#define REST_MAX_ANSWER_BODY (64u * 1024u)
 
 /* Request types accepted by sendRequest. */
 #define REST_REQUEST_GET 1
@@ -62,16 +55,11 @@ int zeb_restHeadContentAdd(zeb_restHeadList* list, const char* name, const char*
 void zeb_restHeadContentClear(zeb_restHeadList* list);
 /* Releases the list itself (clear it first). */
 void zeb_restHeadContentDestory(zeb_restHeadList* list);
-/* Reading a list: the number of pairs, and the pair at index (0 on success). */
-size_t zeb_restHeadContentCount(const zeb_restHeadList* list);
-int zeb_restHeadContentGet(const zeb_restHeadList* list, size_t index, const char** name, const char** value);
-/* The value of the first pair whose name matches case-insensitively, or NULL. */
-const char* zeb_restHeadContentFind(const zeb_restHeadList* list, const char* name);
 
 /* Performs one request and waits for the answer, with bounded connect and
- * transfer times. endpoint: NULL or "" for NODEWARD_ENDPOINT, otherwise an
- * endpoint in the same form that overrides it for this call (also for a URL
- * with another authority: it decides where to connect).
+ * transfer times. endpoint: NULL or "" for the agent's usual place,
+ * otherwise an endpoint (rest_endpoint.h) that overrides it for this call
+ * (also for a URL with another authority: it decides where to connect).
  * requestType: REST_REQUEST_xxx; POST and PUT send bodyLen bytes of body (NULL
  * allowed when bodyLen is 0), DELETE only when bodyLen > 0, GET never.
  * Headers go out in the list's order, plus Cookie when cookie is non-empty;
@@ -79,18 +67,15 @@ const char* zeb_restHeadContentFind(const zeb_restHeadList* list, const char* na
  * computed from bodyLen. No "Expect" and no default Content-Type are added.
  * Returns 0 and stores a new response (any HTTP status) in *response; returns
  * non-zero on connection failure, timeout, a broken answer or an answer body
- * above REST_MAX_ANSWER_BODY, with *response set to NULL: -1 for invalid arguments, URL or
- * endpoint, -2 for lack of memory, otherwise libcurl's error code.
+ * above REST_MAX_ANSWER_BODY (rest_client_testing.h), with *response set to
+ * NULL: -1 for invalid arguments, URL or endpoint, -2 for lack of memory,
+ * otherwise libcurl's error code.
  * Connections are kept alive between calls from the same thread; safe to call
  * from several threads at once. */
 int sendRequest(const char* endpoint, int requestType, stru_REST_REQUEST* request, stru_REST_RESPONSE** response);
 
 /* Releases *response and everything it holds, and sets *response to NULL. */
 void freeRestResponse(stru_REST_RESPONSE** response);
-
-/* Connect and whole-transfer limits in milliseconds (defaults 3000 and 10000);
- * a value <= 0 keeps the current one. Affects later requests of every thread. */
-void restClientSetTimeouts(long connectMs, long totalMs);
 
 #ifdef __cplusplus
 }

@@ -34,13 +34,6 @@ extern "C" {
  * literally instead of being handed to vsnprintf. */
 void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) RUNLOG_PRINTF_LIKE;
 
-/* Test hook: every message, of every level, is also handed to fn (with the
- * formatted text as is) before it is written. fn runs on the logging thread
- * under the run-log's lock and must not log. NULL removes the hook; once
- * Runlog_SetCapture returns, the old fn is not called any more. */
-typedef void (*Runlog_CaptureFn)(void* context, int level, const char* sourceFile, int line, const char* text);
-void Runlog_SetCapture(Runlog_CaptureFn fn, void* context);
-
 #ifdef __cplusplus
 }
 #endif

@@ -15,23 +15,6 @@
 extern "C" {
 #endif
 
-/* Largest request body the server accepts; larger ones are answered 413. */
-#define TRANSPORT_SDK_MAX_BODY (1024u * 1024u)
-
-/* What a client can make the server hold. At most TRANSPORT_SDK_MAX_CONNECTIONS
- * connections are open at once, and at most
- * TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT from one client address; a
- * connection beyond either is closed as soon as it is accepted. A connection
- * that sends nothing for TRANSPORT_SDK_IDLE_TIMEOUT seconds is closed, and so
- * is one whose request is not complete TRANSPORT_SDK_REQUEST_TIMEOUT seconds
- * after the connection opened or its previous request ended, however slowly
- * it keeps sending. So a server uses at most 64 descriptors for clients, well
- * inside a service's usual budget of 1024. */
-#define TRANSPORT_SDK_MAX_CONNECTIONS 64
-#define TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT 8
-#define TRANSPORT_SDK_IDLE_TIMEOUT 5
-#define TRANSPORT_SDK_REQUEST_TIMEOUT 10
-
 /* Called on the server thread for each request on a registered path.
  * request->body holds request->bodyLen bytes and has room for a terminator at
  * index bodyLen. response comes with status 0, no body and an empty header
@@ -66,14 +49,11 @@ int GetSdkPort(void);
  * registration of the same path replaces the first. Safe while requests are
  * served, also from inside a handler.
  * The server answers 404 for an unregistered path, 405 for a method outside
- * resource->methods, 413 for a body above TRANSPORT_SDK_MAX_BODY.
+ * resource->methods, 413 for a body above its limit (ours:
+ * TRANSPORT_SDK_MAX_BODY, transport_sdk_testing.h).
  * 0 on success; non-zero when the server is not running, an argument or the
  * handler is NULL, or url does not start with '/'. */
 int RegisterUrl(const char* url, stru_REST_RESOURCE* resource);
-
-/* Shorter (or longer) idle and request timeouts in seconds for a server
- * started afterwards; 0 keeps the current value. Meant for tests. */
-void transportSdkSetTimeouts(unsigned idleSeconds, unsigned requestSeconds);
 
 /* Allocates a zero-filled response body of size bytes (malloc family) into
  * *body; the server frees it after sending. 0 on success; non-zero for a NULL

@@ -227,9 +227,11 @@ check_debs() {
   check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package, no library" \
     holds "$dev" '^[^ ]*\.so\.[0-9]' "${dev_files[@]}"
   check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
-  local programs=()  # every folder of tools/ is a program
-  for name in tools/*/; do programs+=("./usr/bin/$(basename "$name")"); done
-  check "$arch: tools package holds every program" holds "$tools" '^\./usr/(lib|include)/.' "${programs[@]}"
+  local programs=()  # every folder of tools/ with a main.cpp is a program
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs+=("./usr/bin/$(basename "$name")"); fi; done
+  programs+=("./usr/lib/systemd/system/alarm-bridge.service")
+  check "$arch: tools package holds every program and the bridge's unit, no library or header" \
+    holds "$tools" '^\./usr/(lib/[^/]*(-linux-gnu/|\.so)|include/).' "${programs[@]}"
 
   for deb in "$dev" "$tools"; do
     check "$arch: $(basename "$deb") depends on this very libalarmsdk1" \
@@ -248,7 +250,7 @@ check_debs() {
 
   local functions programs_named=()
   mapfile -t functions < <(public_functions "$so")
-  for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
   check "$arch: the dev package has a manual page for each of the ${#functions[@]} public functions and classes" \
     has_pages "$dev" 3 "${functions[@]}"
   check "$arch: the dev package has the overview and the file formats, the tools package a page for each program" \
@@ -289,7 +291,7 @@ for target in ${*:-native arm}; do
       check "the library keeps the ABI of tests/abi/libalarmsdk.abi.gz" \
         bash tests/abi/check_abi.sh "build/package/src/libalarmsdk.so.$version"
       programs_named=()
-      for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+      for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
       check "bash completes every installed program's options" completes_options "$work/prefix" "${programs_named[@]}"
       ;;
     arm)

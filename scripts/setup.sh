@@ -21,12 +21,14 @@ sudo_cmd=""
 if [ "$(id -u)" -ne 0 ]; then sudo_cmd="sudo"; fi
 
 # Libraries the SDK links, plus the test and benchmark frameworks and the build tools.
-dev_libs="libxerces-c-dev libcjson-dev libjsoncpp-dev libcurl4-openssl-dev libmicrohttpd-dev"
+dev_libs="libxerces-c-dev libcjson-dev libjsoncpp-dev libcurl4-openssl-dev libmicrohttpd-dev libsqlite3-dev"
 test_libs="libgtest-dev libgmock-dev libbenchmark-dev"
 tools="cmake make g++ gcc pkg-config curl scdoc ccache"
 # What the package checks run: Debian's package checker, the ABI comparison, completion.
 tools="$tools lintian abigail-tools bash-completion"
-native="$dev_libs $test_libs $tools"
+# What the bridge's tests run against: a real Alertmanager and a headless browser.
+services="prometheus-alertmanager chromium"
+native="$dev_libs $test_libs $tools $services"
 if [ "$want_clang" -eq 1 ]; then
   native="$native clang libclang-rt-14-dev clang-format"
 fi

@@ -2,7 +2,8 @@
 # The SDK's main job, end to end on this machine: an agent stand-in on
 # loopback, a C service that raises, clears and checks alarms through the
 # library, a service on the legacy interface with its XML definitions (checked
-# first with alarmdef-check), and alarm-send raising one from the shell.
+# first with alarmdef-check), and alarm-send raising one from the shell; then
+# the same two services through alarm-bridge into a local Alertmanager.
 # Installs what is missing, builds, runs them, prints what the agent
 # received and, last, every program's delivery counters, and stops
 # everything it started.
@@ -13,15 +14,19 @@ bash scripts/setup.sh
 build=build/demo
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF \
   > /dev/null
-cmake --build "$build" -j"$(nproc)" --target nodeward-sim demo-service legacy-service alarm-send alarmdef-check > /dev/null
+cmake --build "$build" -j"$(nproc)" --target nodeward-sim alarm-bridge demo-service legacy-service alarm-send alarmdef-check > /dev/null
 
 work=$(mktemp -d /tmp/alarmsdk-demo.XXXXXX)
 sim_pid=""
+bridge_pid=""
+am_pid=""
 cleanup() {
-  if [ -n "$sim_pid" ] && kill -0 "$sim_pid" 2>/dev/null; then
-    kill -INT "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-  fi
+  for pid in $sim_pid $bridge_pid $am_pid; do
+    if kill -0 "$pid" 2>/dev/null; then
+      kill -INT "$pid" 2>/dev/null || true
+      wait "$pid" 2>/dev/null || true
+    fi
+  done
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -83,3 +88,39 @@ head -n 1 "$work/received.jsonl"
 echo "== delivery counters (alarmsdk_get_stats and friends):"
 grep counters "$work/services.out"
 echo "alarm-send: counters: $(cat "$work/send.out")"
+
+echo
+echo "== alarm-bridge: the same services, with the bridge where the agent listens, in front of a local Alertmanager"
+if [ ! -x /usr/bin/prometheus-alertmanager ]; then
+  echo "prometheus-alertmanager is not installed: section skipped"
+  exit 0
+fi
+am_port=$(free_port)
+bridge_port=$(free_port)
+printf 'route: {receiver: default}\nreceivers: [{name: default}]\n' > "$work/am.yml"
+/usr/bin/prometheus-alertmanager --config.file="$work/am.yml" --storage.path="$work/am" \
+  --web.listen-address="127.0.0.1:$am_port" --cluster.listen-address= > "$work/am.log" 2>&1 &
+am_pid=$!
+am="http://127.0.0.1:$am_port"
+# Checks every 2 s, so the service sees one while it runs.
+"$build/tools/alarm-bridge/alarm-bridge" --listen "127.0.0.1:$bridge_port" --state "$work/bridge.db" \
+  --alertmanager "$am" --resend 10 --check-interval 2 > "$work/bridge.log" 2>&1 &
+bridge_pid=$!
+for _ in $(seq 1 200); do
+  curl -sf "$am/-/ready" > /dev/null && curl -sf "http://127.0.0.1:$bridge_port/metrics" > /dev/null && break
+  sleep 0.05
+done
+echo "== Alertmanager on $am, alarm-bridge on 127.0.0.1:$bridge_port; the services say:"
+APPID=demo-app APPNAME=orders-app NODEWARD_ENDPOINT="127.0.0.1:$bridge_port" DEMO_WAIT_SECONDS=5 \
+  TRANSPORT_SDK_IP=127.0.0.1 TRANSPORT_SDK_PORT="$(free_port)" RUNLOG_FILE="$work/runlog.txt" \
+  "$build/examples/demo-service"
+APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="127.0.0.1:$bridge_port" HOSTING_SERVER_IP=10.0.0.5 \
+  NODE_ID=node-1 LEGACY_DEFINITIONS=examples/legacy/alarms.xml RUNLOG_FILE="$work/runlog.txt" \
+  "$build/examples/legacy-service"
+sleep 1
+echo "== Alertmanager shows (amtool alert query -o extended):"
+amtool alert query --alertmanager.url="$am" -o extended
+echo "== alarm-bridge --status:"
+"$build/tools/alarm-bridge/alarm-bridge" --status --state "$work/bridge.db"
+echo "== alarm-bridge metrics:"
+curl -s "http://127.0.0.1:$bridge_port/metrics" | grep -v '^#'

@@ -31,12 +31,10 @@ check() {
   if "$@"; then passed=$((passed + 1)); last_ok=1; echo "ok: $what"; else failed=$((failed + 1)); echo "FAILED: $what"; fi
 }
 
-# Builds what is installed, for the prefix packages use.
+# Builds what is installed, for the prefix packages use (the preset of that name, in build/<preset>).
 build_tree() {
-  local dir=$1
-  shift
-  { cmake -S . -B "$dir" -DCMAKE_INSTALL_PREFIX=/usr -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" &&
-    cmake --build "$dir" -j"$(nproc)"; } > "$dir.log" 2>&1 || { tail -50 "$dir.log"; return 1; }
+  { cmake --preset "$1" && cmake --build --preset "$1" -j"$(nproc)"; } > "build/$1.log" 2>&1 ||
+    { tail -50 "build/$1.log"; return 1; }
 }
 
 fails_naming_package() {
@@ -229,9 +227,11 @@ check_debs() {
   check "$arch: dev package holds every header, the link-time name, alarmsdk.pc and the CMake package, no library" \
     holds "$dev" '^[^ ]*\.so\.[0-9]' "${dev_files[@]}"
   check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
-  local programs=()  # every folder of tools/ is a program
-  for name in tools/*/; do programs+=("./usr/bin/$(basename "$name")"); done
-  check "$arch: tools package holds every program" holds "$tools" '^\./usr/(lib|include)/.' "${programs[@]}"
+  local programs=()  # every folder of tools/ with a main.cpp is a program
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs+=("./usr/bin/$(basename "$name")"); fi; done
+  programs+=("./usr/lib/systemd/system/alarm-bridge.service")
+  check "$arch: tools package holds every program and the bridge's unit, no library or header" \
+    holds "$tools" '^\./usr/(lib/[^/]*(-linux-gnu/|\.so)|include/).' "${programs[@]}"
 
   for deb in "$dev" "$tools"; do
     check "$arch: $(basename "$deb") depends on this very libalarmsdk1" \
@@ -250,7 +250,7 @@ check_debs() {
 
   local functions programs_named=()
   mapfile -t functions < <(public_functions "$so")
-  for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+  for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
   check "$arch: the dev package has a manual page for each of the ${#functions[@]} public functions and classes" \
     has_pages "$dev" 3 "${functions[@]}"
   check "$arch: the dev package has the overview and the file formats, the tools package a page for each program" \
@@ -276,7 +276,7 @@ for target in ${*:-native arm}; do
   case "$target" in
     native)
       echo "=== package native"
-      build_tree build/package || exit 1
+      build_tree package || exit 1
       ma=$(gcc -print-multiarch)
       version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
       check "configure without cJSON fails naming libcjson-dev" \
@@ -291,12 +291,12 @@ for target in ${*:-native arm}; do
       check "the library keeps the ABI of tests/abi/libalarmsdk.abi.gz" \
         bash tests/abi/check_abi.sh "build/package/src/libalarmsdk.so.$version"
       programs_named=()
-      for name in tools/*/; do programs_named+=("$(basename "$name")"); done
+      for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs_named+=("$(basename "$name")"); fi; done
       check "bash completes every installed program's options" completes_options "$work/prefix" "${programs_named[@]}"
       ;;
     arm)
       echo "=== package arm"
-      build_tree build/package-arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || exit 1
+      build_tree package-arm || exit 1
       check "arm: configure without cJSON fails naming libcjson-dev:arm64" fails_naming_package libcjson-dev:arm64 \
         -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
       check_debs build/package-arm arm64 aarch64-linux-gnu

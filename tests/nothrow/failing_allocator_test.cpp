@@ -12,7 +12,6 @@
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
-#include "AlarmSendLoop.h"
 #include "FailingHeap.h"
 #include "TestEnv.h"
 #include "runlog_testing.h"
@@ -111,20 +110,20 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
 }
 
 // An answer that cannot even be decoded for lack of memory gives its batch up:
-// settled with its items kept (the loop counts them dropped), not sent again.
+// settled with its items left to the caller (the send loop drops and frees
+// them), not sent again.
 TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     testsupport::PauseRecorder pauses;
     auto* answer = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
     answer->status = 200;
     answer->body = strdup("eyJyZXRDb2RlIjoiT0sifQ==");  // {"retCode":"OK"}
     answer->bodyLen = std::strlen(answer->body);
-    std::list<int*> batch{new int(1)};
+    std::list<AlarmEx*> batch{new AlarmEx("1", ZEB_ALARM_GENERATE)};
     t_allowed = 0;
-    const int settled = alarmsdk::SettleBatch<int>(AlarmManagerEx::kSendProfile, batch, answer,
-                                                  [](std::list<int*>& items) { items.clear(); });
+    const int settled = processRestResponse(batch, answer);
     t_allowed = -1;
     EXPECT_EQ("1 1 0", testsupport::Words(settled, batch.size(), pauses.count(3)));
-    delete batch.front();
+    deleteAlarms(batch);
 }
 
 // A load that runs out of memory anywhere leaves the next load able to succeed.

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "AgentDocument.h"
 #include "rest_endpoint.h"
 
 namespace nodeward {
@@ -51,34 +52,6 @@ struct SimOptions {
     // when printAlarms is set.
     std::vector<std::pair<std::string, std::string>> callBackOnFirstAlarm;
 };
-
-// One alarm as it arrived, taken from a decoded document.
-struct ReceivedAlarm {
-    bool legacy = false;
-    std::string alarmId;
-    int64_t alarmType = -1;       // -1 when the key is absent
-    std::string appId;
-    std::string serviceName;
-    std::string serviceIp;
-    int64_t servicePort = -1;
-    int64_t occurTime = 0;
-    int64_t rsetClear = -1;
-    std::vector<std::pair<std::string, std::string>> parameters;  // in document order
-    std::vector<std::string> keys;                                // the alarm object's keys, in order
-    std::string json;                                             // the alarm object, compact
-    std::string serviceLabel;                 // current documents
-    std::string alarmName;                    // legacy: the bilingual "alarmName"
-    std::string location;                     // legacy: "location"
-    std::string appendInfo;                   // legacy: "appendInfo"
-    std::vector<std::string> clearAlarmIds;   // legacy announcement: ids of "restClearAlarmList"
-    int64_t genTime = -1;                     // legacy: "alarmGenTime"
-    int64_t clearTime = -1;                   // legacy: "alarmClearTime"
-};
-// Legacy alarm objects carry no "alarmType"/"parameters"/"servicePort": alarmType
-// is taken from "genClearAlarmType" in the current wire form (0 -> 1 generate,
-// 1 -> 2 clear, others 0), occurTime from "occurTime" (announcement) or else
-// "alarmGenTime" / "alarmClearTime" (clear), servicePort stays -1, parameters
-// stay empty (their text is in location/appendInfo).
 
 // One POST to /om/v1/request. Recorded when it is answered (after delayMs).
 // A body over maxBodyBytes is recorded with an empty body and accepted=false.

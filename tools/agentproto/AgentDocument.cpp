@@ -1,4 +1,4 @@
-#include "SimDocument.h"
+#include "AgentDocument.h"
 
 #include <cjson/cJSON.h>
 
@@ -102,6 +102,9 @@ ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
     if (!legacy) {
         ReadNumber(object, "alarmType", &alarm.alarmType);
         alarm.serviceLabel = TextOf(Member(object, "serviceLabel"));
+        alarm.serviceId = TextOf(Member(object, "serviceId"));
+        alarm.serviceInstId = TextOf(Member(object, "serviceInstId"));
+        alarm.nodeIp = TextOf(Member(object, "nodeIp"));
         const cJSON* parameters = Member(object, "parameters");
         if (cJSON_IsArray(parameters)) {
             for (const cJSON* p = parameters->child; p != nullptr; p = p->next) {
@@ -115,6 +118,11 @@ ReceivedAlarm ReadAlarm(const cJSON* object, bool legacy) {
     alarm.appendInfo = TextOf(Member(object, "appendInfo"));
     ReadNumber(object, "alarmGenTime", &alarm.genTime);
     ReadNumber(object, "alarmClearTime", &alarm.clearTime);
+    ReadNumber(object, "alarmLevel", &alarm.alarmLevel);
+    ReadNumber(object, "alarmEventType", &alarm.eventType);
+    alarm.serviceId = TextOf(Member(object, "serviceID"));
+    alarm.serviceInstId = TextOf(Member(object, "serviceInstID"));
+    alarm.nodeIp = TextOf(Member(object, "NodeIp"));
     int64_t genClear = -1;
     if (NumberOf(Member(object, "genClearAlarmType"), &genClear)) {
         alarm.alarmType = genClear == 0 ? 1 : (genClear == 1 ? 2 : 0);

@@ -107,10 +107,11 @@ inline std::map<std::string, std::string> Strings(const cJSON* object) {
     return out;
 }
 
-// Alertmanagers on loopback: one alone, or peers of one cluster.
+// Alertmanagers on loopback: one alone, or peers of one cluster; uiPath: the
+// folder served as its web page.
 class Alertmanagers {
 public:
-    Alertmanagers(const TempDir& dir, int count) : dir_(dir) {
+    Alertmanagers(const TempDir& dir, int count, std::string uiPath = "") : dir_(dir), uiPath_(std::move(uiPath)) {
         std::ofstream(dir.path() + "/am.yml") << "route: {receiver: default}\nreceivers: [{name: default}]\n";
         for (int i = 0; i < count; ++i) {
             web_.push_back(FreeLoopbackPort());
@@ -125,6 +126,9 @@ public:
         std::vector<std::string> args{kAlertmanager, "--config.file=" + dir_.path() + "/am.yml",
                                       "--storage.path=" + dir_.path() + "/am" + std::to_string(i),
                                       "--web.listen-address=127.0.0.1:" + std::to_string(web_[i])};
+        if (!uiPath_.empty()) {
+            args.push_back("--web.ui-path=" + uiPath_);
+        }
         if (web_.size() == 1) {
             args.push_back("--cluster.listen-address=");
         } else {
@@ -155,6 +159,7 @@ public:
 
 private:
     const TempDir& dir_;
+    std::string uiPath_;
     std::vector<int> web_, gossip_;
     std::vector<std::unique_ptr<Process>> processes_;
 };

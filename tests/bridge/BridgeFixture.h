@@ -210,8 +210,9 @@ inline std::string LegacyDocument(const std::string& alarms) {
 // The bridge program in front of the given Alertmanager URLs, on a free port.
 class BridgeRun {
 public:
-    BridgeRun(const TempDir& dir, std::vector<std::string> alertmanagers, int resendSeconds = 60)
-        : dir_(dir), alertmanagers_(std::move(alertmanagers)), resend_(resendSeconds) {}
+    BridgeRun(const TempDir& dir, std::vector<std::string> alertmanagers, int resendSeconds = 60,
+              std::vector<std::string> moreArgs = {})
+        : dir_(dir), alertmanagers_(std::move(alertmanagers)), resend_(resendSeconds), moreArgs_(std::move(moreArgs)) {}
     void start() {
         const auto self = std::filesystem::read_symlink("/proc/self/exe");
         std::vector<std::string> args{(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(),
@@ -220,6 +221,7 @@ public:
         for (const auto& url : alertmanagers_) {
             args.insert(args.end(), {"--alertmanager", url});
         }
+        args.insert(args.end(), moreArgs_.begin(), moreArgs_.end());
         process_ = std::make_unique<Process>();
         ASSERT_TRUE(process_->start(args, dir_.path() + "/bridge.log"));
         ASSERT_TRUE(WaitUntil([&] { return Http(url() + "/metrics").status == 200; }, 10000)) << log();
@@ -261,6 +263,7 @@ private:
     const TempDir& dir_;
     std::vector<std::string> alertmanagers_;
     int resend_;
+    std::vector<std::string> moreArgs_;
     int port_ = FreeLoopbackPort();
     std::unique_ptr<Process> process_;
 };

@@ -147,7 +147,7 @@ void Capacity(benchmark::State& state) {
     std::size_t alarms = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        for (std::size_t i = 0; i < AlarmManagerEx::kQueueCapacity; ++i) {
+        for (std::size_t i = 0; i < alarmsdk::kQueueCapacity; ++i) {
             SendOne(manager);
         }
         const std::size_t target = Accepted(agent) + manager->queuedAlarmCount();
@@ -165,7 +165,7 @@ void Capacity(benchmark::State& state) {
         const double send = CpuSeconds(parking.sendThreadClock) - send0;
         sendCpu += send;
         agentCpu += CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - process0 - send - (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - self0);
-        alarms += AlarmManagerEx::kQueueCapacity;
+        alarms += alarmsdk::kQueueCapacity;
         state.ResumeTiming();
     }
     state.SetItemsProcessed(static_cast<int64_t>(alarms));
@@ -195,7 +195,7 @@ void NaiveClient(benchmark::State& state) {
     const std::list<AlarmEx*> one{&alarm};
     std::size_t accepted = 0;
     for (auto _ : state) {
-        for (std::size_t i = 0; i < AlarmManagerEx::kQueueCapacity; ++i) {
+        for (std::size_t i = 0; i < alarmsdk::kQueueCapacity; ++i) {
             char* document = AlmJsonParser::GenRestDataJsonEx(one);
             const std::size_t length = std::strlen(document);
             std::unique_ptr<char[]> encoded(new char[2 * length + 4]());

@@ -16,7 +16,7 @@ const char kAnswer[] = "eyJyZXRDb2RlIjogIjAiLCJyZXREZXNjIjogInN1Y2Nlc3MifQ==";
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzzsupport::QuietAndUnpaused();
     // Checks naming "orders" find a manager; its callback stays unset.
-    AlarmManagerEx::alarmCheckMap["orders"] = AlarmManagerEx::getInstance();
+    AlarmManagerEx::RouteAlarmChecks("orders", AlarmManagerEx::getInstance());
     return 0;
 }
 

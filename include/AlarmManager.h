@@ -62,9 +62,9 @@ public:
     // The queue's delivery counters (read through AlarmSdkStats.h).
     alarmsdk::DeliveryCounters& deliveryCounters();
 
+private:
     static AlarmManager* m_pInstance;
 
-private:
     AlarmManager();
     ~AlarmManager();
     AlarmManager(const AlarmManager&) = delete;

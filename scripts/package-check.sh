@@ -31,12 +31,10 @@ check() {
   if "$@"; then passed=$((passed + 1)); last_ok=1; echo "ok: $what"; else failed=$((failed + 1)); echo "FAILED: $what"; fi
 }
 
-# Builds what is installed, for the prefix packages use.
+# Builds what is installed, for the prefix packages use (the preset of that name, in build/<preset>).
 build_tree() {
-  local dir=$1
-  shift
-  { cmake -S . -B "$dir" -DCMAKE_INSTALL_PREFIX=/usr -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF "$@" &&
-    cmake --build "$dir" -j"$(nproc)"; } > "$dir.log" 2>&1 || { tail -50 "$dir.log"; return 1; }
+  { cmake --preset "$1" && cmake --build --preset "$1" -j"$(nproc)"; } > "build/$1.log" 2>&1 ||
+    { tail -50 "build/$1.log"; return 1; }
 }
 
 fails_naming_package() {
@@ -278,7 +276,7 @@ for target in ${*:-native arm}; do
   case "$target" in
     native)
       echo "=== package native"
-      build_tree build/package || exit 1
+      build_tree package || exit 1
       ma=$(gcc -print-multiarch)
       version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/package/CMakeCache.txt)
       check "configure without cJSON fails naming libcjson-dev" \
@@ -298,7 +296,7 @@ for target in ${*:-native arm}; do
       ;;
     arm)
       echo "=== package arm"
-      build_tree build/package-arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || exit 1
+      build_tree package-arm || exit 1
       check "arm: configure without cJSON fails naming libcjson-dev:arm64" fails_naming_package libcjson-dev:arm64 \
         -DCMAKE_DISABLE_FIND_PACKAGE_cJSON=ON -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
       check_debs build/package-arm arm64 aarch64-linux-gnu

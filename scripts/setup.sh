@@ -2,8 +2,9 @@
 # Installs what building and testing the SDK needs on Debian 12.
 # Usage: scripts/setup.sh [--arm] [--clang]
 #   --arm    adds the 64-bit Arm cross toolchain and libraries
-#   --clang  adds clang and its sanitizer and libFuzzer runtimes
-# Packages already present are skipped, so running it again is cheap.
+#   --clang  adds clang, its sanitizer and libFuzzer runtimes, and clang-format
+# Packages already present are skipped: with nothing missing it asks apt nothing
+# and prints nothing, so every test run can call it.
 set -euo pipefail
 
 want_arm=0
@@ -22,14 +23,14 @@ if [ "$(id -u)" -ne 0 ]; then sudo_cmd="sudo"; fi
 # Libraries the SDK links, plus the test and benchmark frameworks and the build tools.
 dev_libs="libxerces-c-dev libcjson-dev libjsoncpp-dev libcurl4-openssl-dev libmicrohttpd-dev libsqlite3-dev"
 test_libs="libgtest-dev libgmock-dev libbenchmark-dev"
-tools="cmake make g++ gcc pkg-config curl scdoc"
+tools="cmake make g++ gcc pkg-config curl scdoc ccache"
 # What the package checks run: Debian's package checker, the ABI comparison, completion.
 tools="$tools lintian abigail-tools bash-completion"
 # What the bridge's tests run against: a real Alertmanager and a headless browser.
 services="prometheus-alertmanager chromium"
 native="$dev_libs $test_libs $tools $services"
 if [ "$want_clang" -eq 1 ]; then
-  native="$native clang libclang-rt-14-dev"
+  native="$native clang libclang-rt-14-dev clang-format"
 fi
 
 missing_of() {
@@ -72,4 +73,3 @@ if [ "$want_arm" -eq 1 ]; then
     apt_install $missing
   fi
 fi
-echo "setup: all dependencies present"

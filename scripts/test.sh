@@ -1,146 +1,107 @@
 #!/usr/bin/env bash
-# Builds the SDK and runs the whole test suite, installing what is missing.
-#   scripts/test.sh                 normal and sanitizer builds (CI: also tsan, clang, fuzz, arm, package)
-#   scripts/test.sh normal|sanitize|tsan|clang|fuzz|arm|package ...   just those
-# Each build lives in build/<name>; every test case runs in a process of its own.
-# fuzz runs every libFuzzer target for FUZZ_SECONDS (default 30) each.
-# package: install, the out-of-tree consumer and the Debian packages (native
-# and arm64), checked by scripts/package-check.sh.
+# Builds the SDK and runs its test suites, installing what is missing.
+#   scripts/test.sh              the suites marked "always" (CI=true: every suite)
+#   scripts/test.sh NAME ...     just those
+# A suite is one line of the table below. "preset": configured, built and
+# tested with the CMake presets of its name (CMakePresets.json; build in
+# build/<name>), counted from ctest's JUnit file. Otherwise a command whose
+# last "N passed, N failed" gives the counts (its output is in build/<name>.log).
+# The run ends with the totals alone on the last line: "N passed, N failed".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-if [ "$#" -gt 0 ]; then
-  suites="$*"
-elif { [ "${CI:-}" = "true" ] || [ "${ALARMSDK_TEST_ARM:-0}" = "1" ]; } && [ -f cmake/toolchain-aarch64.cmake ]; then
-  suites="normal sanitize tsan clang fuzz arm package"
-else
-  suites="normal sanitize"
-fi
+#  name      runs     setup     how
+suite_table='
+   normal    always   -         preset
+   sanitize  always   -         preset
+   format    ci       --clang   scripts/format.sh --check
+   tsan      ci       -         preset
+   clang     ci       --clang   preset
+   mutate    ci       -         scripts/mutate.sh --sample 6
+   fuzz      ci       --clang   scripts/fuzz.sh
+   arm       ci       --arm     preset
+   package   ci       --arm     scripts/package-check.sh
+'
 
+everything=0
+if { [ "${CI:-}" = "true" ] || [ "${ALARMSDK_TEST_ARM:-0}" = "1" ]; } && [ -f cmake/toolchain-aarch64.cmake ]; then
+  everything=1
+fi
+declare -A how=()
+selected=()
 setup_args=()
-case " $suites " in *" arm "* | *" package "*) setup_args+=(--arm) ;; esac
-case " $suites " in *" clang "* | *" fuzz "*) setup_args+=(--clang) ;; esac
+while read -r name runs setup command; do
+  [ -n "$name" ] || continue
+  how[$name]=$command
+  if { [ "$#" -eq 0 ] && { [ "$runs" = always ] || [ "$everything" = 1 ]; }; } || [[ " $* " == *" $name "* ]]; then
+    selected+=("$name")
+    [ "$setup" = - ] || [[ " ${setup_args[*]-} " == *" $setup "* ]] || setup_args+=("$setup")
+  fi
+done <<< "$suite_table"
+for name in "$@"; do
+  [ -n "${how[$name]+set}" ] || { echo "unknown suite: $name (known: ${!how[*]})" >&2; exit 2; }
+done
+
 bash scripts/setup.sh "${setup_args[@]}"
 
 jobs=$(nproc)
+export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$jobs}
+# Rebuilds (and the mutation run's copy of the tree) come from the compiler cache.
+if command -v ccache > /dev/null; then
+  export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER:-ccache}
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+fi
+mkdir -p build
+
+# Each runner sets passed and failed; a suite that cannot configure or build is one failure.
+run_preset() {
+  local name=$1 junit=build/$1/junit.xml
+  echo "=== $name: configure and build"
+  cmake --preset "$name" > "build/$name.configure.log" 2>&1 || { cat "build/$name.configure.log"; return 1; }
+  cmake --build --preset "$name" || return 1
+  echo "=== $name: tests"
+  rm -f "$junit"
+  # Most cases wait on sockets and pauses rather than the CPU, so run more than one per core.
+  ctest --preset "$name" -j$((jobs + 1)) || true
+  [ -f "$junit" ] || return 1
+  # Passed: "run". Failed: "fail" and "notrun" unless skipped on purpose (a
+  # skip rule matched, or disabled), which counts neither way.
+  local total skipped
+  total=$(grep -c '<testcase ' "$junit" || true)
+  skipped=$(grep -cE '<skipped message="SKIP_|<testcase [^>]*status="disabled"' "$junit" || true)
+  passed=$(grep -c '<testcase [^>]*status="run"' "$junit" || true)
+  failed=$((total - passed - skipped))
+}
+
+run_command() {
+  local name=$1 rc=0 counts
+  echo "=== $name: $2"
+  bash -c "$2" 2>&1 | tee "build/$name.log" || rc=$?
+  counts=$(grep -oE '[0-9]+ passed, [0-9]+ failed' "build/$name.log" | tail -1)
+  [ -n "$counts" ] || return 1
+  passed=${counts%% passed*}
+  failed=$(echo "$counts" | sed -E 's/.* ([0-9]+) failed/\1/')
+  # A command that failed without counting it still failed.
+  if [ "$rc" -ne 0 ] && [ "$failed" -eq 0 ]; then failed=1; fi
+}
+
 total_passed=0
 total_failed=0
 summary=""
-
-# A suite that does not configure or build counts as one failure, and the
-# summary says so.
-note_broken() {
-  total_failed=$((total_failed + 1))
-  summary="$summary  $1: $2 FAILED, $((SECONDS - $3)) s"$'\n'
-}
-
-# Configures and builds DIR with the cmake arguments that follow (the whole
-# tree, or only TARGET when it is not empty); a failure is noted in the
-# summary and the failure count.
-configure_and_build() {
-  local name=$1 dir=$2 started=$3 target=$4
-  shift 4
-  mkdir -p build
-  echo "=== $name: configure and build"
-  cmake -S . -B "$dir" "$@" > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; note_broken "$name" configure "$started"; return 1; }
-  cmake --build "$dir" -j"$jobs" ${target:+--target "$target"} || { note_broken "$name" build "$started"; return 1; }
-}
-
-run_suite() {
-  local name=$1
-  shift
-  local dir="build/$name"
-  local started=$SECONDS
-  configure_and_build "$name" "$dir" "$started" "" "$@" || return 1
-  echo "=== $name: tests"
-  local log="$dir/ctest.log"
-  local rc=0
-  # Most cases wait on sockets and pauses rather than the CPU, so run more than one per core.
-  ctest --test-dir "$dir" -j$((jobs + 1)) --output-on-failure --no-tests=error 2>&1 | tee "$log" || rc=$?
-  local line passed failed total
-  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -1 || true)
-  failed=$(echo "$line" | sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/')
-  total=$(echo "$line" | sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/')
-  if [ -z "$line" ]; then failed=1; total=1; rc=1; fi
-  passed=$((total - failed))
+for name in "${selected[@]}"; do
+  started=$SECONDS
+  passed=0
+  failed=0
+  if [ "${how[$name]}" = preset ]; then run_preset "$name" || failed=$((failed + 1)); else
+    run_command "$name" "${how[$name]}" || failed=$((failed + 1))
+  fi
   total_passed=$((total_passed + passed))
   total_failed=$((total_failed + failed))
-  summary="$summary  $name: $passed passed, $failed failed, $((SECONDS - started)) s"$'\n'
-  return $rc
-}
-
-run_package_checks() {
-  local started=$SECONDS log=build/package-check.log rc=0
-  mkdir -p build
-  echo "=== package: install, consumer, Debian packages"
-  bash scripts/package-check.sh 2>&1 | tee "$log" || rc=$?
-  local line passed failed
-  line=$(grep -E '^=== package checks: [0-9]+ passed, [0-9]+ failed' "$log" | tail -1 || true)
-  passed=$(echo "$line" | sed -nE 's/.* ([0-9]+) passed.*/\1/p')
-  failed=$(echo "$line" | sed -nE 's/.* ([0-9]+) failed.*/\1/p')
-  if [ -z "$line" ]; then passed=0; failed=1; rc=1; fi
-  total_passed=$((total_passed + passed))
-  total_failed=$((total_failed + failed))
-  summary="$summary  package: $passed passed, $failed failed, $((SECONDS - started)) s"$'\n'
-  return $rc
-}
-
-# Builds the libFuzzer targets with clang and runs each from its checked-in
-# seeds (new inputs go to build/fuzz/corpus, never into the source tree). A
-# crash, leak, sanitizer report or hang fails the run.
-run_fuzz() {
-  local dir=build/fuzz
-  local seconds=${FUZZ_SECONDS:-30}
-  local started=$SECONDS
-  configure_and_build fuzz "$dir" "$started" alarmsdk_fuzzers -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_FUZZ=ON -DALARMSDK_BUILD_TESTS=OFF -DALARMSDK_BUILD_BENCH=OFF ||
-    return 1
-  local target rc=0 failed=0 ran=0 line
-  while read -r target; do
-    [ -n "$target" ] || continue
-    ran=$((ran + 1))
-    mkdir -p "$dir/corpus/$target"
-    echo "=== fuzz: $target for ${seconds} s"
-    if "$dir/fuzz/$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
-        -artifact_prefix="$dir/$target-" "$dir/corpus/$target" "fuzz/corpus/$target" > "$dir/$target.log" 2>&1; then
-      line=$(grep -E 'stat::number_of_executed_units' "$dir/$target.log" | awk '{print $2}')
-      echo "$target: ${line:-?} inputs, no crash"
-    else
-      tail -40 "$dir/$target.log"
-      echo "$target: FAILED (see $dir/$target.log and $dir/$target-*)"
-      failed=$((failed + 1))
-      rc=1
-    fi
-  done < "$dir/fuzz/targets.txt"
-  total_passed=$((total_passed + ran - failed))
-  total_failed=$((total_failed + failed))
-  summary="$summary  fuzz: $((ran - failed)) targets clean, $failed failed, $((SECONDS - started)) s"$'\n'
-  return $rc
-}
-
-status=0
-for suite in $suites; do
-  case "$suite" in
-    normal) run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_BUILD_BENCH=OFF || status=1 ;;
-    sanitize)
-      export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-      run_suite sanitize -DCMAKE_BUILD_TYPE=Debug -DALARMSDK_SANITIZE=ON -DALARMSDK_BUILD_BENCH=OFF || status=1
-      unset ASAN_OPTIONS UBSAN_OPTIONS ;;
-    tsan) run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DALARMSDK_TSAN=ON -DALARMSDK_BUILD_BENCH=OFF || status=1 ;;
-    clang)
-      run_suite clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DALARMSDK_BUILD_BENCH=OFF || status=1 ;;
-    fuzz) run_fuzz || status=1 ;;
-    # The toolchain file alone configures the cross build; what it lacks for Arm
-    # (Google Benchmark) is skipped with a line in the configure log.
-    arm) run_suite arm -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake || status=1 ;;
-    package) run_package_checks || status=1 ;;
-    *) echo "unknown suite: $suite" >&2; exit 2 ;;
-  esac
+  summary+="  $name: $passed passed, $failed failed, $((SECONDS - started)) s"$'\n'
 done
 
 echo "=== summary"
 printf '%s' "$summary"
 echo "$total_passed passed, $total_failed failed"
-exit $status
+[ "$total_failed" -eq 0 ]

@@ -9,7 +9,6 @@
 
 #include "AlarmAdapter.h"
 #include "AlarmConfig.h"
-#include "AlarmQueue.h"
 #include "AlarmSendLoop.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
@@ -24,16 +23,18 @@ constexpr std::size_t kServiceNameMax = 64;
 constexpr std::size_t kAlarmIdSize = 10;
 constexpr std::size_t kTextSize = ALM_JSON_PARA_TEXT_SIZE;
 
-// Where the legacy delivery differs from the current generation's.
-const alarmsdk::SendProfile kSendProfile = {
-    kLogSource,
-    "AlarmManager::sendAlarmToFMThreadFun",
-    "malloc error.......",
-    true,
-    true,
-    RUNLOG_LEVEL_INFO,
-    "send alarmModels success!",
-    &AlmJsonParser::GetRetCode,
+// The legacy delivery: AlarmSendLoop.h takes it from the queue to the agent.
+const alarmsdk::Generation<_AlarmModel> kDelivery = {
+    .logSource = kLogSource,
+    .threadFunction = "AlarmManager::sendAlarmToFMThreadFun",
+    .buildDocument = [](const std::list<_AlarmModel*>& batch) { return AlmJsonParser::GenRestDataJson(batch); },
+    .buffers = alarmsdk::Buffers::Malloc,
+    .allocFailure = "malloc error.......",
+    .logAnswerBody = true,
+    .readRetCode = &AlmJsonParser::GetRetCode,
+    .successLevel = RUNLOG_LEVEL_INFO,
+    .successText = "send alarmModels success!",
+    .deleteBatch = &deleteAlarmModels,
 };
 
 // Two services' threads may call InitAlarm at once; the configuration load
@@ -134,7 +135,7 @@ AlarmManager::AlarmManager() : m_uInitFlag(0), m_pAlarmQueue(nullptr), m_nSendTh
     if (ret != 0) {
         ALM_LOG_ERROR("AlarmManger::Initialize, pthread_mutexattr_settype failed, iRet=%d.", ret);
     }
-    m_pAlarmQueue = new alarmsdk::AlarmQueue<_AlarmModel>(kLogSource, &m_queueLockAttr);
+    m_pAlarmQueue = new alarmsdk::AlarmQueue<_AlarmModel>({kLogSource}, &m_queueLockAttr);
     std::memset(m_szReserved, 0, sizeof(m_szReserved));
 }
 
@@ -286,17 +287,16 @@ int AlarmManager::initSendThread() {
 }
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
-    AlarmManager* self = GetInstance();
-    alarmsdk::RunSendLoop<AlarmManager, _AlarmModel>(self, *self->m_pAlarmQueue, kSendProfile, &processRestResponse);
+    alarmsdk::RunSendLoop(kDelivery, *GetInstance()->m_pAlarmQueue);
     return nullptr;
 }
 
+// The send loop's steps, one at a time, for callers that drive them by hand.
 void AlarmManager::getSendAlarmDatas(std::list<_AlarmModel*>& batch) { m_pAlarmQueue->takeBatch(batch); }
 
 int AlarmManager::getSendAlarmJsonData(std::list<_AlarmModel*> batch, char*& body, char*& bodyEncode,
                                        int& encodedLength) {
-    body = AlmJsonParser::GenRestDataJson(batch);
-    return alarmsdk::EncodeDocument(kSendProfile, body, bodyEncode, encodedLength);
+    return alarmsdk::BuildRequest(kDelivery, batch, body, bodyEncode, encodedLength);
 }
 
 std::size_t AlarmManager::queuedModelCount() const { return m_pAlarmQueue->size(); }
@@ -304,7 +304,7 @@ std::size_t AlarmManager::queuedModelCount() const { return m_pAlarmQueue->size(
 alarmsdk::DeliveryCounters& AlarmManager::deliveryCounters() { return m_pAlarmQueue->counters(); }
 
 int processRestResponse(std::list<_AlarmModel*>& batch, stru_REST_RESPONSE* response) {
-    return alarmsdk::SettleBatch(kSendProfile, batch, response, &deleteAlarmModels);
+    return alarmsdk::Settle(kDelivery, batch, response) == alarmsdk::AgentVerdict::Retry ? -1 : 1;
 }
 
 void deleteAlarmModels(std::list<_AlarmModel*>& batch) {

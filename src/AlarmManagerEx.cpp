@@ -6,6 +6,7 @@
 #include <new>
 
 #include "AlarmConfig.h"
+#include "AlarmSendLoop.h"
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
@@ -14,6 +15,20 @@
 namespace {
 
 const char kLogSource[] = "../src/AlarmManagerEx";
+
+// This generation's delivery: AlarmSendLoop.h takes it from the queue to the agent.
+const alarmsdk::Generation<AlarmEx> kDelivery = {
+    .logSource = kLogSource,
+    .threadFunction = "AlarmManagerEx::SendAlarmToFMThreadFun",
+    .buildDocument = [](const std::list<AlarmEx*>& batch) { return AlmJsonParser::GenRestDataJsonEx(batch); },
+    .buffers = alarmsdk::Buffers::NewArray,
+    .allocFailure = "new error.......",
+    .logAnswerBody = false,
+    .readRetCode = &AlmJsonParser::GetRetCodeEx,
+    .successLevel = RUNLOG_LEVEL_ERROR,
+    .successText = "send alarms success!",
+    .deleteBatch = &deleteAlarms,
+};
 
 // A setter's text argument: NULL is refused with the setter's own message.
 void StoreUnlessNull(std::string& target, const char* value, const char* nullMessage) {
@@ -39,17 +54,6 @@ int StartThread(void* (*body)(void*), void* argument, pthread_t* id) {
 
 }  // namespace
 
-// Shared state of all managers. The containers are created here, before the
-// singleton, and deliberately never destroyed.
-std::queue<std::string>& AlarmManagerEx::m_CheckList = *new std::queue<std::string>();
-std::map<std::string, AlarmManagerEx*>& AlarmManagerEx::alarmCheckMap = *new std::map<std::string, AlarmManagerEx*>();
-stru_REST_RESOURCE* AlarmManagerEx::restResAlmSdk =
-    static_cast<stru_REST_RESOURCE*>(std::calloc(1, sizeof(stru_REST_RESOURCE)));
-pthread_mutex_t AlarmManagerEx::m_CheckMutex = PTHREAD_MUTEX_INITIALIZER;
-std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
-pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
-std::atomic<std::size_t> AlarmManagerEx::m_checkCount{0};
-std::size_t AlarmManagerEx::m_checkBytes = 0;
 // Created when the library is loaded, so the transport address is read before main.
 AlarmManagerEx* AlarmManagerEx::m_pInstance = new AlarmManagerEx();
 
@@ -60,24 +64,13 @@ AlarmManagerEx* AlarmManagerEx::getInstance() {
     return m_pInstance;
 }
 
-const alarmsdk::SendProfile AlarmManagerEx::kSendProfile = {
-    kLogSource,
-    "AlarmManagerEx::SendAlarmToFMThreadFun",
-    "new error.......",
-    false,
-    false,
-    RUNLOG_LEVEL_ERROR,
-    "send alarms success!",
-    &AlmJsonParser::GetRetCodeEx,
-};
+AlarmManagerEx::AlarmManagerEx() : m_alarmQueue({kLogSource}) { initLocalMember(); }
 
-AlarmManagerEx::AlarmManagerEx() : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue({kLogSource}) { initLocalMember(); }
 
-AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue(kLogSource, nullptr) { initLocalMember(); }
-
-// The shared check mutex is initialised statically, once, and never destroyed:
-// managers come and go while the transport thread queues checks. The queue
-// lock goes with the queue.
+// The shared check queue is created once and never destroyed: managers come
+// and go while the transport thread queues checks. The alarm queue's lock
+// goes with the alarm queue.
 AlarmManagerEx::~AlarmManagerEx() = default;
 
 void AlarmManagerEx::initLocalMember() {
@@ -238,11 +231,11 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
         return nullptr;
     }
-    AlarmManagerEx* self = static_cast<AlarmManagerEx*>(manager);
-    alarmsdk::RunSendLoop<AlarmManagerEx, AlarmEx>(self, self->m_alarmQueue, kSendProfile, &processRestResponse);
+    alarmsdk::RunSendLoop(kDelivery, static_cast<AlarmManagerEx*>(manager)->m_alarmQueue);
     return nullptr;
 }
 
+// The send loop's steps, one at a time, for callers that drive them by hand.
 void AlarmManagerEx::getSendAlarmDatas(std::list<AlarmEx*>& batch) { m_alarmQueue.takeBatch(batch); }
 
 int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body, char*& bodyEncode,
@@ -250,12 +243,11 @@ int AlarmManagerEx::getSendAlarmJsonData(std::list<AlarmEx*> batch, char*& body,
     if (batch.empty()) {
         return -1;
     }
-    body = AlmJsonParser::GenRestDataJsonEx(batch);
-    return alarmsdk::EncodeDocument(kSendProfile, body, bodyEncode, encodedLength);
+    return alarmsdk::BuildRequest(kDelivery, batch, body, bodyEncode, encodedLength);
 }
 
 int processRestResponse(std::list<AlarmEx*>& batch, stru_REST_RESPONSE* response) {
-    return alarmsdk::SettleBatch(AlarmManagerEx::kSendProfile, batch, response, &deleteAlarms);
+    return alarmsdk::Settle(kDelivery, batch, response) == alarmsdk::AgentVerdict::Retry ? -1 : 1;
 }
 
 void deleteAlarms(std::list<AlarmEx*>& batch) {

@@ -9,15 +9,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <map>
 #include <memory>
-#include <queue>
 #include <string>
 
 #include "AlarmEx.h"
-#include "AlarmSendLoop.h"
+#include "AlarmQueue.h"
 #include "rest_client.h"
 #include "transport_sdk.h"
 
@@ -27,12 +25,6 @@ typedef void (*AlarmCheckCallBack)(char*);
 
 class AlarmManagerEx {
 public:
-    static constexpr std::size_t kQueueCapacity = alarmsdk::kQueueCapacity;
-    static constexpr std::size_t kBatchSize = alarmsdk::kBatchSize;
-    static constexpr unsigned int kIdlePollSeconds = alarmsdk::kIdlePollSeconds;
-    static constexpr unsigned int kRetryPauseSeconds = alarmsdk::kRetryPauseSeconds;
-    // What this generation's delivery does differently from the legacy one.
-    static const alarmsdk::SendProfile kSendProfile;
     // Alarm checks waiting for the callback thread: at most this many
     // requests and this many decoded bytes; a check beyond either is refused.
     // Real checks are a few KiB.
@@ -103,22 +95,18 @@ public:
     static std::string GetAlarmCheckInfo(cJSON* root);
     static void AcquireAlarmCheckQueueLock();
     static void ReleaseAlarmCheckQueueLock();
+    // Checks for serviceName go to manager (under the map's lock); what a
+    // successful registration does, and how a test routes checks without
+    // serving a path.
+    static void RouteAlarmChecks(const std::string& serviceName, AlarmManagerEx* manager);
 
     // Alarms waiting in the queue (not counting a batch being sent).
     std::size_t queuedAlarmCount() const { return m_alarmQueue.size(); }
     alarmsdk::DeliveryCounters& deliveryCounters() { return m_alarmQueue.counters(); }
     AlarmCheckCallBack getAlarmCheckCallBack() const { return m_pAlarmCheckCallBack.load(std::memory_order_acquire); }
-    static std::size_t pendingAlarmCheckCount() { return m_checkCount.load(std::memory_order_acquire); }
-
-    static AlarmManagerEx* m_pInstance;
-    // Shared by every manager; never destroyed, since the alarm-check thread
-    // may still use them while the process exits.
-    static std::queue<std::string>& m_CheckList;
-    static std::map<std::string, AlarmManagerEx*>& alarmCheckMap;
-    static stru_REST_RESOURCE* restResAlmSdk;
-    static pthread_mutex_t m_CheckMutex;
-    static std::atomic<int> alarmCheckInitStatus;
-    static pthread_t m_nAlarmCheckTid;
+    static std::size_t pendingAlarmCheckCount() { return m_CheckList.size(); }
+    // The alarm-check thread, 0 until it is started.
+    static pthread_t alarmCheckThread() { return m_nAlarmCheckTid; }
 
 private:
     // Unless the queue is full: completes record (NULL: a copy of source) with
@@ -130,7 +118,6 @@ private:
     // Starts the send thread and marks the manager initialised.
     int startSending();
     static int QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
-    static std::string TakeAlarmCheckRequest();
     static void DeliverAlarmCheck(const std::string& request);
 
     int m_iInitFlag;
@@ -150,10 +137,14 @@ private:
     uint16_t m_uServicePort;
     std::string m_strServiceLabel;
 
-    // Kept beside the check queue so that the unlocked emptiness test reads
-    // a value that is never torn.
-    static std::atomic<std::size_t> m_checkCount;
-    static std::size_t m_checkBytes;  // decoded bytes in m_CheckList, under m_CheckMutex
+    static AlarmManagerEx* m_pInstance;
+    // The alarm-check service, shared by every manager; never destroyed,
+    // since the alarm-check thread may still use it while the process exits.
+    static alarmsdk::AlarmQueue<std::string>& m_CheckList;
+    static std::map<std::string, AlarmManagerEx*>& alarmCheckMap;
+    static stru_REST_RESOURCE* restResAlmSdk;
+    static std::atomic<int> alarmCheckInitStatus;
+    static pthread_t m_nAlarmCheckTid;
 };
 
 // Decides on the agent's answer: 1 settles the batch (freed on "OK"), -1 sends it again.

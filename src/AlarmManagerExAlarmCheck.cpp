@@ -5,6 +5,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -14,7 +15,6 @@
 #include "Base64.h"
 #include "NoThrow.h"
 #include "Pause.h"
-#include "WorkSignal.h"
 #include "bounded_string.h"
 
 namespace {
@@ -41,26 +41,20 @@ std::mutex& CheckStartMutex() {
     return *mutex;
 }
 
-// The check queue as the alarm-check thread waits on it: one queued check is
-// a full pass, so a check is handed on as soon as it is queued. Never
-// destroyed: the thread may wait on it while the process exits.
-class CheckQueueWait : public alarmsdk::IdleWaitable {
-public:
-    void added(std::size_t queued) { signal_.added(queued); }
-    void waitIdle(std::chrono::nanoseconds tick) override {
-        AlarmManagerEx::AcquireAlarmCheckQueueLock();
-        signal_.wait(AlarmManagerEx::m_CheckMutex, tick, [] { return AlarmManagerEx::m_CheckList.size(); });
-        AlarmManagerEx::ReleaseAlarmCheckQueueLock();
-    }
-
-private:
-    alarmsdk::WorkSignal signal_{1};
+// The decoded checks waiting for the alarm-check thread, bounded in
+// requests and bytes. One check is a full pass: the thread is woken as soon
+// as one is queued.
+const alarmsdk::QueueLimits<std::string> kCheckQueueLimits = {
+    .logSource = kLogSource,
+    .lockFailure = "AlarmManger::AcquireAlarmCheckQueueLock, pthread_mutex_lock failed.",
+    .unlockFailure = "AlarmManger::ReleaseAlarmCheckQueueLock, pthread_mutex_unlock failed.",
+    .capacity = AlarmManagerEx::kCheckQueueCapacity,
+    .batch = 1,
+    .byteBound = AlarmManagerEx::kCheckQueueBytes,
+    .bytesOf = [](const std::string& check) { return check.size(); },
+    .refusal = "AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, %zu bytes), "
+               "request of %zu bytes refused.",
 };
-
-CheckQueueWait& CheckQueue() {
-    static CheckQueueWait* queue = new CheckQueueWait();
-    return *queue;
-}
 
 // True when text can be one segment of the callback path that every client
 // sends byte for byte: RFC 3986 unreserved characters, sub-delimiters, ':'
@@ -82,16 +76,22 @@ bool IsVerbatimSegment(const std::string& text) {
 
 }  // namespace
 
-void AlarmManagerEx::AcquireAlarmCheckQueueLock() {
-    if (pthread_mutex_lock(&m_CheckMutex) != 0) {
-        ALM_LOG_ERROR("AlarmManger::AcquireAlarmCheckQueueLock, pthread_mutex_lock failed.");
-    }
-}
+// Shared by all managers, and deliberately never destroyed.
+alarmsdk::AlarmQueue<std::string>& AlarmManagerEx::m_CheckList =
+    *new alarmsdk::AlarmQueue<std::string>(kCheckQueueLimits);
+std::map<std::string, AlarmManagerEx*>& AlarmManagerEx::alarmCheckMap = *new std::map<std::string, AlarmManagerEx*>();
+stru_REST_RESOURCE* AlarmManagerEx::restResAlmSdk =
+    static_cast<stru_REST_RESOURCE*>(std::calloc(1, sizeof(stru_REST_RESOURCE)));
+std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
+pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
 
-void AlarmManagerEx::ReleaseAlarmCheckQueueLock() {
-    if (pthread_mutex_unlock(&m_CheckMutex) != 0) {
-        ALM_LOG_ERROR("AlarmManger::ReleaseAlarmCheckQueueLock, pthread_mutex_unlock failed.");
-    }
+void AlarmManagerEx::AcquireAlarmCheckQueueLock() { m_CheckList.lock(); }
+
+void AlarmManagerEx::ReleaseAlarmCheckQueueLock() { m_CheckList.unlock(); }
+
+void AlarmManagerEx::RouteAlarmChecks(const std::string& serviceName, AlarmManagerEx* manager) {
+    std::lock_guard<std::mutex> lock(CallBackMapMutex());
+    alarmCheckMap[serviceName] = manager;
 }
 
 int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCallBack callback) {
@@ -140,10 +140,7 @@ int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCa
     for (int attempt = 0; attempt < kRegisterAttempts; ++attempt) {
         result = RegisterUrl(path, restResAlmSdk);
         if (result == 0) {
-            {
-                std::lock_guard<std::mutex> lock(CallBackMapMutex());
-                alarmCheckMap[m_strServiceName] = this;
-            }
+            RouteAlarmChecks(m_strServiceName, this);
             ALM_LOG_INFO("RegResource success,iret=%d, url=%s, serviceName=%s", result, path,
                          m_strServiceName.c_str());
             break;
@@ -197,24 +194,10 @@ int AlarmManagerEx::QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPON
         ALM_LOG_ERROR("decode request body error");
         return -1;
     }
-    std::string decoded(decodedBuffer.get());
+    std::unique_ptr<std::string> decoded(new std::string(decodedBuffer.get()));
     decodedBuffer.reset();
-
-    {
-        AcquireAlarmCheckQueueLock();
-        alarmsdk::ScopeExit unlock([] { ReleaseAlarmCheckQueueLock(); });
-        // Bounded in requests and bytes: a flood is refused request by request
-        // and never costs a check that is already queued.
-        if (m_CheckList.size() >= kCheckQueueCapacity || decoded.size() > kCheckQueueBytes - m_checkBytes) {
-            ALM_LOG_ERROR("AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, "
-                          "%zu bytes), request of %zu bytes refused.",
-                          m_CheckList.size(), m_checkBytes, decoded.size());
-            return -1;
-        }
-        m_checkBytes += decoded.size();
-        m_CheckList.push(std::move(decoded));
-        m_checkCount.store(m_CheckList.size(), std::memory_order_release);
-        CheckQueue().added(m_CheckList.size());
+    if (!m_CheckList.pushWithinLimits(std::move(decoded))) {
+        return -1;
     }
     return GenCallBackResponse(response) == 0 ? 0 : -1;
 }
@@ -259,20 +242,10 @@ int AlarmManagerEx::GenCallBackResponse(stru_REST_RESPONSE* response) {
     return 0;
 }
 
-std::string AlarmManagerEx::TakeAlarmCheckRequest() {
-    AcquireAlarmCheckQueueLock();
-    std::string request = std::move(m_CheckList.front());
-    m_CheckList.pop();
-    m_checkBytes -= request.size();
-    m_checkCount.store(m_CheckList.size(), std::memory_order_release);
-    ReleaseAlarmCheckQueueLock();
-    return request;
-}
-
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
     for (;;) {
         if (!DeliverNextAlarmCheck()) {
-            alarmsdk::IdleWait(kIdlePollSeconds, CheckQueue());
+            alarmsdk::IdleWait(alarmsdk::kIdlePollSeconds, m_CheckList);
         }
     }
     return nullptr;
@@ -280,13 +253,16 @@ void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
 
 bool AlarmManagerEx::DeliverNextAlarmCheck() {
     // Unlocked emptiness test: the caller is the only consumer.
-    if (m_checkCount.load(std::memory_order_acquire) == 0) {
+    if (m_CheckList.size() == 0) {
         return false;
     }
     // A check that fails (no memory, a callback that throws) is dropped with
     // a log line; the next one is handled as usual.
     alarmsdk::NoThrow(ALM_CALL_SITE("AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun"), 0, [] {
-        DeliverAlarmCheck(TakeAlarmCheckRequest());
+        const std::unique_ptr<std::string> check = m_CheckList.pop();
+        if (check != nullptr) {
+            DeliverAlarmCheck(*check);
+        }
         return 0;
     });
     return true;

@@ -1,7 +1,8 @@
-// The bounded queue of one manager (either generation): service threads
-// append one alarm at a time, the manager's send thread takes the oldest in
-// batches, and waits on the queue while it is empty. An item belongs to the
-// queue from push until takeBatch hands it to the send thread's batch.
+// The bounded queue in front of one library thread: producers append one item
+// at a time, the thread takes the oldest and waits on the queue while it is
+// empty. Each manager keeps one for its alarms, the alarm-check service one
+// for its requests. The queue owns what it holds: a pushed item is the
+// queue's until a take hands it to the consumer.
 #ifndef ALARM_QUEUE_H
 #define ALARM_QUEUE_H
 
@@ -28,33 +29,50 @@ constexpr std::size_t kBatchSize = 50;
 constexpr unsigned int kIdlePollSeconds = 1;
 constexpr unsigned int kRetryPauseSeconds = 3;
 
+// What a queue is for: where it logs, and how much it holds and hands on.
+template <typename T>
+struct QueueLimits {
+    const char* logSource;  // the owner's source file, for the lock lines
+    const char* lockFailure = "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.";
+    const char* unlockFailure = "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.";
+    std::size_t capacity = kQueueCapacity;
+    // The most items one take moves; so many waiting end an idle wait at once.
+    std::size_t batch = kBatchSize;
+    // With bytesOf: the most bytes the queued items may hold together.
+    std::size_t byteBound = 0;
+    std::size_t (*bytesOf)(const T& item) = nullptr;
+    // Logged when pushWithinLimits refuses, with the items and bytes held and the item's bytes.
+    const char* refusal = "queue full (%zu items, %zu bytes), item of %zu bytes refused.";
+};
+
 template <typename T>
 class AlarmQueue : public IdleWaitable {
 public:
-    // logSource names the owning manager's source file in lock failure
-    // messages; attributes may be NULL for a default mutex.
-    AlarmQueue(const char* logSource, const pthread_mutexattr_t* attributes) : logSource_(logSource) {
+    // attributes may be NULL for a default mutex.
+    explicit AlarmQueue(const QueueLimits<T>& limits, const pthread_mutexattr_t* attributes = nullptr)
+        : limits_(limits) {
         counters_.onFlush(&AlarmQueue::SendNow, this);
         const int ret = pthread_mutex_init(&mutex_, attributes);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__,
                              "AlarmManger::Initialize, pthread_rwlock_init failed, iRet=%d.", ret);
         }
     }
+    // Items still queued are not freed: a queue is only destroyed with a
+    // manager that never sent (the library's own queues are never destroyed).
     ~AlarmQueue() { pthread_mutex_destroy(&mutex_); }
     AlarmQueue(const AlarmQueue&) = delete;
     AlarmQueue& operator=(const AlarmQueue&) = delete;
 
-    // Read without the lock on purpose: a caller is never held up by the
-    // send thread. Concurrent callers may therefore overshoot by a few.
-    bool full() const { return size() > kCapacity - 1; }
-    // full(), counting the alarm the caller then turns away.
+    // True, and counted, when the queue is full and the caller must turn its
+    // item away. Read without the lock on purpose: a caller is never held up
+    // by the consumer. Concurrent callers may therefore overshoot by a few.
     bool refuseIfFull() {
-        if (!full()) {
-            return false;
+        if (size() > limits_.capacity - 1) {
+            counters_.noteRefused();
+            return true;
         }
-        counters_.noteRefused();
-        return true;
+        return false;
     }
     // Items waiting (a batch being sent is not counted).
     std::size_t size() const { return count_.load(std::memory_order_acquire); }
@@ -62,15 +80,13 @@ public:
     void lock() {
         const int ret = pthread_mutex_lock(&mutex_);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
-                             "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.", ret);
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.lockFailure, ret);
         }
     }
     void unlock() {
         const int ret = pthread_mutex_unlock(&mutex_);
         if (ret != 0) {
-            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, logSource_, __LINE__,
-                             "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.", ret);
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.unlockFailure, ret);
         }
     }
 
@@ -80,28 +96,55 @@ public:
     void push(std::unique_ptr<T> item) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        items_.push(item.get());
-        item.release();
-        counters_.noteQueued();
-        signal_.added(items_.size());
+        append(std::move(item));
     }
 
-    // Moves the oldest items to the end of batch until it holds kBatchSize.
+    // Appends unless the queue holds its capacity, or the item's bytes would
+    // pass the byte bound, tested under the lock: a flood is refused item by
+    // item and never costs one already queued. A refused item is freed.
+    bool pushWithinLimits(std::unique_ptr<T> item) {
+        lock();
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
+        const std::size_t bytes = bytesOf(item.get());
+        if (items_.size() >= limits_.capacity || bytes > limits_.byteBound - bytes_) {
+            Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, limits_.logSource, __LINE__, limits_.refusal, items_.size(), bytes_,
+                             bytes);
+            return false;
+        }
+        append(std::move(item));
+        return true;
+    }
+
+    // Moves the oldest items to the end of batch until it holds a full batch.
     // An item leaves the queue only once it is in the batch, so an
     // allocation failure part way loses nothing.
     void takeBatch(std::list<T*>& batch) {
         lock();
         ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
-        while (!items_.empty() && batch.size() < kBatchSize) {
+        while (!items_.empty() && batch.size() < limits_.batch) {
             batch.push_back(items_.front());
+            bytes_ -= bytesOf(items_.front());
             items_.pop();
         }
     }
 
+    // The oldest item, or NULL when none is queued.
+    std::unique_ptr<T> pop() {
+        lock();
+        ScopeExit unlockAtEnd([this] { publishAndUnlock(); });
+        std::unique_ptr<T> item;
+        if (!items_.empty()) {
+            item.reset(items_.front());
+            bytes_ -= bytesOf(item.get());
+            items_.pop();
+        }
+        return item;
+    }
+
     DeliveryCounters& counters() { return counters_; }
 
-    // The send thread's idle wait: ends at the next tick with alarms waiting,
-    // or at once when a full batch waits or a flush wants a waiting alarm.
+    // The consumer's idle wait: ends at the next tick with items waiting, or
+    // at once when a full batch waits or a flush wants a waiting item.
     void waitIdle(std::chrono::nanoseconds tick) override {
         lock();
         signal_.wait(
@@ -110,8 +153,6 @@ public:
             [this] { return flushUpTo_ + items_.size() > counters_.accepted(); });
         unlock();
     }
-
-    static constexpr std::size_t kCapacity = kQueueCapacity;
 
 private:
     // A flush waits for the first `upTo` items: they leave without waiting for
@@ -126,15 +167,28 @@ private:
         self->unlock();
     }
 
+    std::size_t bytesOf(const T* item) const { return limits_.bytesOf != nullptr ? limits_.bytesOf(*item) : 0; }
+
+    // With the lock held.
+    void append(std::unique_ptr<T> item) {
+        const std::size_t bytes = bytesOf(item.get());
+        items_.push(item.get());
+        item.release();
+        bytes_ += bytes;
+        counters_.noteQueued();
+        signal_.added(items_.size());
+    }
+
     void publishAndUnlock() {
         count_.store(items_.size(), std::memory_order_release);
         unlock();
     }
 
-    const char* logSource_;
+    const QueueLimits<T> limits_;
     pthread_mutex_t mutex_;
     std::queue<T*, std::deque<T*>> items_;
-    WorkSignal signal_{kBatchSize};
+    std::size_t bytes_ = 0;  // of the items queued, under the lock
+    WorkSignal signal_{limits_.batch};
     // Kept beside the queue so the unlocked tests read a value never torn.
     std::atomic<std::size_t> count_{0};
     DeliveryCounters counters_;

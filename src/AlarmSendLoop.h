@@ -1,81 +1,95 @@
-// The send cycle both generations share: take a batch of up to 50, build its
-// document, base64 it, post it to the agent, read the answer, and send the
-// same batch again after a pause until the agent accepts it. What differs
-// between the generations is an explicit SendProfile, not a second loop.
+// The send thread both generations run, top to bottom: take a batch of up to
+// 50 from the manager's queue, build its document, base64 it, post it to the
+// agent, read the answer, and send the same batch again after a pause until
+// the agent accepts it. A generation is described once, beside its manager,
+// as a Generation<Item>; nothing here calls back into a manager.
 #ifndef ALARM_SEND_LOOP_H
 #define ALARM_SEND_LOOP_H
 
+#include <cjson/cJSON.h>
+
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <list>
+#include <new>
 #include <string>
 
 #include "AlarmConfig.h"
 #include "AlarmQueue.h"
+#include "AlmRukInterface.h"
+#include "Base64.h"
 #include "NoThrow.h"
 #include "Pause.h"
 #include "rest_client.h"
+#include "runlog.h"
 
 namespace alarmsdk {
 
-struct SendProfile {
-    const char* logSource;           // the manager's source file, for every line logged here
-    const char* threadFunction;      // named in "In %s, bodyStr is null!" and "In %s, bodyEncode is null!"
-    const char* allocFailure;        // logged when a buffer cannot be had
-    bool mallocBuffers;              // encode/decode buffers from malloc/free instead of new[]/delete[]
-    bool logAnswerBody;              // log "Nodeward response body is %s" before decoding
-    int successLevel;                // level and text of the line for an accepted batch
+// Where the request and answer buffers come from.
+enum class Buffers { NewArray, Malloc };
+
+// What one generation delivers and how it speaks of it.
+template <typename Item>
+struct Generation {
+    const char* logSource;       // the manager's source file, for every line logged here
+    const char* threadFunction;  // named in "In %s, bodyStr is null!" and "In %s, bodyEncode is null!"
+    // The push document of a batch (released with cJSON_free), NULL when it cannot be built.
+    char* (*buildDocument)(const std::list<Item*>& batch);
+    Buffers buffers;
+    const char* allocFailure;  // logged when a buffer cannot be had
+    bool logAnswerBody;        // log "Nodeward response body is %s" before decoding
+    // The verdict in the decoded answer: "OK" accepts the batch.
+    std::string (*readRetCode)(const char* answer);
+    int successLevel;  // level and text of the line for an accepted batch
     const char* successText;
-    std::string (*readRetCode)(const char* answer);  // "OK" accepts the batch
+    // Frees the items of an accepted batch and empties it.
+    void (*deleteBatch)(std::list<Item*>& batch);
 };
-
-// A zeroed buffer of size bytes from the profile's allocator, NULL on failure.
-char* NewBuffer(const SendProfile& profile, std::size_t size);
-void FreeBuffer(const SendProfile& profile, char* buffer);
-
-// Base64 of the cJSON-printed document into a new buffer (*encoded). 0, or -1
-// with the document released (*document NULL): the caller builds it again.
-int EncodeDocument(const SendProfile& profile, char*& document, char*& encoded, int& encodedLength);
-
-// Posts encoded to the agent and releases both texts. The answer (NULL on a
-// transport failure) belongs to the caller.
-stru_REST_RESPONSE* PostDocument(const SendProfile& profile, char* document, char* encoded);
 
 enum class AgentVerdict {
-    Accepted,   // "OK": the batch may be freed
-    Abandoned,  // the answer could not even be read (no memory): drop the batch without resending
+    Accepted,   // "OK": the batch has been deleted
+    Abandoned,  // the answer could not even be read (no memory): drop the batch unreleased, never resend it
     Retry,      // anything else: the pause has been taken, send the same batch again
 };
-// Reads and releases the agent's answer.
-AgentVerdict JudgeAnswer(const SendProfile& profile, stru_REST_RESPONSE* response);
 
-// 1 settles the batch, -1 sends it again. An accepted batch is freed and left
-// empty by deleteBatch; an abandoned one keeps its (unreleased) items, which
-// is how the send loop tells the two apart.
 template <typename Item>
-int SettleBatch(const SendProfile& profile, std::list<Item*>& batch, stru_REST_RESPONSE* response,
-                void (*deleteBatch)(std::list<Item*>&)) {
-    switch (JudgeAnswer(profile, response)) {
-        case AgentVerdict::Accepted:
-            deleteBatch(batch);
-            return 1;
-        case AgentVerdict::Abandoned:
-            return 1;
-        case AgentVerdict::Retry:
-            break;
+void SendPass(const Generation<Item>& generation, AlarmQueue<Item>& queue, std::list<Item*>& batch);
+template <typename Item>
+int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch, char*& document,
+                 char*& encoded, int& encodedLength);
+template <typename Item>
+stru_REST_RESPONSE* PostRequest(const Generation<Item>& generation, char* document, char* encoded);
+template <typename Item>
+AgentVerdict Settle(const Generation<Item>& generation, std::list<Item*>& batch, stru_REST_RESPONSE* answer);
+
+// The body of a send thread; never returns. The same batch goes out until
+// the agent settles it; nothing is dropped or reordered meanwhile, also when
+// a pass fails for lack of memory: the batch outlives the pass and is sent
+// again after the retry pause.
+template <typename Item>
+void RunSendLoop(const Generation<Item>& generation, AlarmQueue<Item>& queue) {
+    std::list<Item*> batch;
+    const CallSite site{generation.logSource, __LINE__, generation.threadFunction};
+    for (;;) {
+        const bool passed = NoThrow(site, false, [&] {
+            SendPass(generation, queue, batch);
+            return true;
+        });
+        if (!passed) {
+            Pause(kRetryPauseSeconds);
+        }
     }
-    return -1;
 }
 
-// One attempt of a send thread: takes a batch when it holds none (waiting
-// on the manager's queue when there is nothing to send), builds and posts it
-// once, tells the queue's counters how it ended, and empties it once the
-// agent settled it. A batch that cannot be built is tried again by the next
-// pass at once.
-template <typename Manager, typename Item>
-void SendPass(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& profile,
-              int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*), std::list<Item*>& batch) {
+// One attempt: takes a batch when it holds none (waiting on the queue when
+// there is nothing to send), posts it once, and tells the queue's counters
+// how it ended. A batch that cannot be built is built again by the next
+// pass, at once.
+template <typename Item>
+void SendPass(const Generation<Item>& generation, AlarmQueue<Item>& queue, std::list<Item*>& batch) {
     if (batch.empty()) {
-        manager->getSendAlarmDatas(batch);
+        queue.takeBatch(batch);
         if (batch.empty()) {
             IdleWait(kIdlePollSeconds, queue);
             return;
@@ -84,41 +98,139 @@ void SendPass(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& prof
     char* document = nullptr;
     char* encoded = nullptr;
     int encodedLength = 0;
-    if (manager->getSendAlarmJsonData(batch, document, encoded, encodedLength) != 0) {
+    if (BuildRequest(generation, batch, document, encoded, encodedLength) != 0) {
         return;
     }
     const std::size_t size = batch.size();
-    if (settle(batch, PostDocument(profile, document, encoded)) == 1) {
-        // Freed (and emptied) after "OK"; dropped when the answer could not even be read.
-        queue.counters().noteSettled(size, batch.empty(), static_cast<int64_t>(ALM_GetCurrMs()));
-        batch.clear();
+    const AgentVerdict verdict = Settle(generation, batch, PostRequest(generation, document, encoded));
+    if (verdict == AgentVerdict::Retry) {
+        queue.counters().noteRetry();
         return;
     }
-    queue.counters().noteRetry();
+    queue.counters().noteSettled(size, verdict == AgentVerdict::Accepted, static_cast<int64_t>(ALM_GetCurrMs()));
+    batch.clear();  // emptied by the deletion after "OK"; an abandoned batch is let go
 }
 
-// The body of a send thread; never returns. Manager provides
-//   getSendAlarmDatas(list&), getSendAlarmJsonData(list, char*&, char*&, int&) -> 0 / -1,
-// queue is the manager's own (it wakes the idle wait and keeps the delivery
-// counters), and settle decides on the answer (1 settled, -1 again). The same
-// batch goes out until the agent settles it; nothing is dropped or reordered
-// meanwhile, also when a pass fails for lack of memory: the batch outlives
-// the pass and is sent again after the retry pause.
-template <typename Manager, typename Item>
-void RunSendLoop(Manager* manager, AlarmQueue<Item>& queue, const SendProfile& profile,
-                 int (*settle)(std::list<Item*>&, stru_REST_RESPONSE*)) {
-    std::list<Item*> batch;
-    const CallSite site{profile.logSource, __LINE__, profile.threadFunction};
-    for (;;) {
-        const bool passed = NoThrow(site, false, [&] {
-            SendPass(manager, queue, profile, settle, batch);
-            return true;
-        });
-        if (!passed) {
-            Pause(kRetryPauseSeconds);
-        }
+#define ALARMSDK_SEND_LOG(level, ...) Runlog_TextAdapt(level, generation.logSource, __LINE__, __VA_ARGS__)
+
+// A zeroed buffer of size bytes, NULL on failure.
+inline char* NewBuffer(Buffers buffers, std::size_t size) {
+    if (buffers == Buffers::Malloc) {
+        return static_cast<char*>(std::calloc(size, 1));
+    }
+    return new (std::nothrow) char[size]();
+}
+
+inline void FreeBuffer(Buffers buffers, char* buffer) {
+    if (buffers == Buffers::Malloc) {
+        std::free(buffer);
+    } else {
+        delete[] buffer;
     }
 }
+
+// Room for the base64 text of length bytes and a terminator; at least twice
+// the length, as the agent protocol has always sized it.
+inline std::size_t EncodedCapacity(std::size_t length) {
+    const std::size_t needed = 4 * ((length + 2) / 3) + 1;
+    return 2 * length > needed ? 2 * length : needed;
+}
+
+// The batch's document and its base64 text in a new buffer (encoded). 0, or
+// -1 with nothing left to release.
+template <typename Item>
+int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch, char*& document,
+                 char*& encoded, int& encodedLength) {
+    document = generation.buildDocument(batch);
+    if (document == nullptr || document[0] == '\0') {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "The response body is empty!");
+        cJSON_free(document);
+        document = nullptr;
+        return -1;
+    }
+    const std::size_t documentLength = std::strlen(document);
+    encoded = NewBuffer(generation.buffers, EncodedCapacity(documentLength));
+    if (encoded == nullptr) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "%s", generation.allocFailure);
+        cJSON_free(document);
+        document = nullptr;
+        return -1;
+    }
+    unsigned int written = 0;
+    encodedLength = zeb_alm_base64_encode(document, static_cast<int>(documentLength), encoded, &written);
+    if (encodedLength == -1) {
+        // Sent all the same: the agent's answer decides what happens to the batch.
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "encode response body error");
+    }
+    return 0;
+}
+
+// Posts encoded to the agent and releases both texts. The answer (NULL on a
+// transport failure) is the caller's.
+template <typename Item>
+stru_REST_RESPONSE* PostRequest(const Generation<Item>& generation, char* document, char* encoded) {
+    stru_REST_RESPONSE* answer =
+        AlmRukInterface::SendRestRequest(encoded, encoded != nullptr ? std::strlen(encoded) : 0);
+    if (document == nullptr) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "In %s, bodyStr is null!", generation.threadFunction);
+    } else {
+        cJSON_free(document);
+    }
+    if (encoded == nullptr) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "In %s, bodyEncode is null!", generation.threadFunction);
+    } else {
+        FreeBuffer(generation.buffers, encoded);
+    }
+    return answer;
+}
+
+// Reads and releases the agent's answer, and deletes the batch when it was
+// accepted. Every refusal has had its pause.
+template <typename Item>
+AgentVerdict Settle(const Generation<Item>& generation, std::list<Item*>& batch, stru_REST_RESPONSE* answer) {
+    if (answer == nullptr) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "Nodeward pResponse is NULL.");
+        Pause(kRetryPauseSeconds);
+        return AgentVerdict::Retry;
+    }
+    if (answer->status != 200) {
+        // The status alone does not decide: the answer's document does.
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "Nodeward response retCode is %d ", answer->status);
+    }
+    if (answer->body == nullptr || answer->body[0] == '\0') {
+        freeRestResponse(&answer);
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "Nodeward response body is NULL");
+        Pause(kRetryPauseSeconds);
+        return AgentVerdict::Retry;
+    }
+    if (generation.logAnswerBody) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_INFO, "Nodeward response body is %s", answer->body);
+    }
+    const std::size_t bodyLength = std::strlen(answer->body);
+    // One byte more than the text, so the decoded answer is always terminated.
+    char* decoded = NewBuffer(generation.buffers, bodyLength + 1);
+    if (decoded == nullptr) {
+        freeRestResponse(&answer);
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "%s", generation.allocFailure);
+        return AgentVerdict::Abandoned;
+    }
+    if (zeb_alm_base64_decode(answer->body, static_cast<int>(bodyLength), decoded, nullptr) != 0) {
+        ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "encode response body error");
+    }
+    ALARMSDK_SEND_LOG(RUNLOG_LEVEL_INFO, "response is %s", decoded);
+    const std::string retCode = generation.readRetCode(decoded);
+    freeRestResponse(&answer);
+    FreeBuffer(generation.buffers, decoded);
+    if (retCode != "OK") {
+        Pause(kRetryPauseSeconds);
+        return AgentVerdict::Retry;
+    }
+    ALARMSDK_SEND_LOG(generation.successLevel, "%s", generation.successText);
+    generation.deleteBatch(batch);
+    return AgentVerdict::Accepted;
+}
+
+#undef ALARMSDK_SEND_LOG
 
 }  // namespace alarmsdk
 

@@ -103,7 +103,7 @@ AlarmManagerEx* QuietManager() {
 }
 
 void DrainIfFull(AlarmManagerEx* manager, AllocationMeter& meter) {
-    if (manager->queuedAlarmCount() < AlarmManagerEx::kQueueCapacity) {
+    if (manager->queuedAlarmCount() < alarmsdk::kQueueCapacity) {
         return;
     }
     meter.untimed([manager] {
@@ -169,7 +169,7 @@ void CallerFloor(benchmark::State& state) {
     std::deque<char*> queue;
     AllocationMeter meter(state);
     for (auto _ : state) {
-        if (queue.size() >= AlarmManagerEx::kQueueCapacity) {
+        if (queue.size() >= alarmsdk::kQueueCapacity) {
             meter.untimed([&queue] {
                 for (char* record : queue) {
                     std::free(record);

@@ -302,12 +302,15 @@ long long MonotonicMillis() {
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
+// Read and set with g_lock held.
+Runlog_ClockFn g_clock = &MonotonicMillis;
+
 // The descriptor for path, with g_lock held. Another RUNLOG_FILE is opened at
 // once; whether the file is still the one the name leads to (not removed,
 // renamed away or replaced) is checked once a second, a stat per line being
 // dearer than the line. A file that is gone is created again.
 int LogFileFor(const char* path) {
-    const long long now = MonotonicMillis();
+    const long long now = g_clock();
     if (g_logFd >= 0 && std::strncmp(g_logFdPath, path, sizeof(g_logFdPath)) == 0) {
         if (now - g_logCheckedAt < kFileCheckMillis) {
             return g_logFd;
@@ -348,6 +351,12 @@ void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
     g_captureFn = fn;
     g_captureContext = fn != nullptr ? context : nullptr;
     g_capturing.store(fn != nullptr, std::memory_order_release);
+    pthread_mutex_unlock(&g_lock);
+}
+
+void Runlog_SetClock(Runlog_ClockFn fn) {
+    pthread_mutex_lock(&g_lock);
+    g_clock = fn != nullptr ? fn : &MonotonicMillis;
     pthread_mutex_unlock(&g_lock);
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -15,6 +16,7 @@
 
 #include "bounded_string.h"
 #include "runlog.h"
+#include "runlog_testing.h"
 
 #include "LogCapture.h"
 
@@ -65,7 +67,12 @@ template <typename Body> std::vector<std::string> CaptureStderr(const std::strin
     return ReadLines(path);
 }
 
+// The run-log's clock in this process, moved by hand.
+std::atomic<long long> g_clockMillis{1000};
+long long TestClock() { return g_clockMillis.load(); }
+
 TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
+    Runlog_SetClock(&TestClock);
     TempDir dir;
     const std::string path = dir.path() + "/run.log";
     std::ofstream(path) << "earlier line\n";
@@ -89,9 +96,13 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
     ASSERT_EQ(std::remove(path.c_str()), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    g_clockMillis += 999;
+    Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "into the removed file");
+    EXPECT_FALSE(std::ifstream(path).good()) << "looked at the name before the second was up";
+    g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
     EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
+    Runlog_SetClock(nullptr);
 }
 
 TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "Agent.h"
+#include "RawPeer.h"
 #include "RestCall.h"
 #include "TestEnv.h"
 #include "rest_client_testing.h"
@@ -228,38 +229,7 @@ bool Sent(RestRequest& req, const char* endpoint = "", int type = REST_REQUEST_P
     return result == 0;
 }
 
-// A peer on a loopback port that reads one request and answers with exactly these bytes.
-class RawPeer {
-public:
-    explicit RawPeer(std::string answer) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in addr{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t len = sizeof(addr);
-        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
-        EXPECT_EQ(0, listen(fd_, 1));
-        getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len);
-        endpoint_ = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
-        peer_ = std::thread([this, answer] {
-            pollfd p{fd_, POLLIN, 0};
-            if (poll(&p, 1, 5000) == 1) {
-                const int c = accept(fd_, nullptr, nullptr);
-                char buf[4096];
-                (void)!read(c, buf, sizeof(buf));
-                (void)!send(c, answer.data(), answer.size(), MSG_NOSIGNAL);
-                close(c);
-            }
-        });
-    }
-    ~RawPeer() {
-        peer_.join();
-        close(fd_);
-    }
-    const char* endpoint() const { return endpoint_.c_str(); }
-
-private:
-    int fd_;
-    std::string endpoint_;
-    std::thread peer_;
-};
+using testsupport::RawPeer;
 
 TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
     auto agent = testsupport::StartedAgent();
@@ -321,20 +291,6 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
                     Sent(other, viaArg->endpoint().c_str()));
     }
     EXPECT_EQ("2 4 2", testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
-}
-
-// An answer sent without its length is counted while it arrives.
-TEST(RestClient, ChunkedAnswersAreCapped) {
-    for (unsigned size : {REST_MAX_ANSWER_BODY, REST_MAX_ANSWER_BODY + 1}) {
-        char head[32];
-        std::snprintf(head, sizeof(head), "%x\r\n", size);
-        RawPeer peer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(head) +
-                     std::string(size, 'x') + "\r\n0\r\n\r\n");
-        RestRequest req(kAgentUrl);
-        unsigned answerLength = 0;
-        EXPECT_EQ(size == REST_MAX_ANSWER_BODY, Sent(req, peer.endpoint(), REST_REQUEST_POST, &answerLength));
-        EXPECT_EQ(size == REST_MAX_ANSWER_BODY ? size : 0u, answerLength);
-    }
 }
 
 }  // namespace

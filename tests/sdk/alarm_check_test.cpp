@@ -33,7 +33,7 @@ std::string Delivered(std::size_t n) {
     std::string all;
     for (const auto& [text, thread] : g_delivered) {
         all += (all.empty() ? "" : "|") + text;
-        EXPECT_TRUE(pthread_equal(thread, AlarmManagerEx::m_nAlarmCheckTid)) << "not on the alarm-check thread";
+        EXPECT_TRUE(pthread_equal(thread, AlarmManagerEx::alarmCheckThread())) << "not on the alarm-check thread";
     }
     return arrived ? all : "only " + all;
 }

@@ -21,6 +21,12 @@ extern "C" {
 typedef void (*Runlog_CaptureFn)(void* context, int level, const char* sourceFile, int line, const char* text);
 void Runlog_SetCapture(Runlog_CaptureFn fn, void* context);
 
+/* The clock (monotonic milliseconds) by which the run-log decides when to look
+ * at RUNLOG_FILE's name again, so a test moves time instead of waiting out the
+ * second. NULL restores CLOCK_MONOTONIC. */
+typedef long long (*Runlog_ClockFn)(void);
+void Runlog_SetClock(Runlog_ClockFn fn);
+
 #ifdef __cplusplus
 }
 #endif

@@ -25,6 +25,7 @@
 #include "Base64.h"
 #include "NodewardSim.h"
 #include "Pause.h"
+#include "BenchSmoke.h"
 
 namespace {
 
@@ -272,12 +273,12 @@ void RaiseEach(benchmark::State& state, const char* service, long total, long ra
 }
 
 // A storm: range(0) alarms per second for range(1) seconds.
-void Storm(benchmark::State& state) { RaiseEach(state, "storm", state.range(0) * state.range(1), state.range(0), 0); }
+void Storm(benchmark::State& state) { RaiseEach(state, "storm", state.range(0) * benchsmoke::Scaled(state.range(1), int64_t{1}), state.range(0), 0); }
 BENCHMARK(Storm)->Args({2000, 3})->Args({30000, 10})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // 2,000 alarms after two quiet seconds (the send thread idle): at range(0)
 // per second, or back to back for 0.
-void Burst(benchmark::State& state) { RaiseEach(state, "burst", 2000, state.range(0), 2); }
+void Burst(benchmark::State& state) { RaiseEach(state, "burst", 2000, state.range(0), benchsmoke::Scaled(2, 0)); }
 BENCHMARK(Burst)->Arg(30000)->Arg(0)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

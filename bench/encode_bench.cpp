@@ -16,6 +16,7 @@
 #include "AlmJsonParser.h"
 #include "Base64.h"
 #include "SimDocument.h"
+#include "BenchSmoke.h"
 
 namespace {
 
@@ -55,14 +56,14 @@ void BM_Memcpy(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_Memcpy)->Arg(64 * 1024)->MinTime(0.3);
+BENCHMARK(BM_Memcpy)->Arg(64 * 1024)->MinTime(benchsmoke::Scaled(0.3, 0.01));
 
 void Base64Encode(benchmark::State& state) {
     std::vector<char> plain = RandomBytes(static_cast<std::size_t>(state.range(0)));
     EncodeRepeatedly(state, plain);
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(Base64Encode)->Arg(1024)->Arg(64 * 1024)->MinTime(0.3);
+BENCHMARK(Base64Encode)->Arg(1024)->Arg(64 * 1024)->MinTime(benchsmoke::Scaled(0.3, 0.01));
 
 // Throughput in plain bytes produced, comparable with the encoder's.
 void Base64Decode(benchmark::State& state) {
@@ -78,7 +79,7 @@ void Base64Decode(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(Base64Decode)->Arg(1024)->Arg(64 * 1024)->MinTime(0.3);
+BENCHMARK(Base64Decode)->Arg(1024)->Arg(64 * 1024)->MinTime(benchsmoke::Scaled(0.3, 0.01));
 
 // A full batch with realistic identity fields, as the manager queues it.
 class Batch {
@@ -133,7 +134,7 @@ void PushDocument(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
     state.counters["doc_bytes"] = static_cast<double>(bytes);
 }
-BENCHMARK(PushDocument)->MinTime(0.5);
+BENCHMARK(PushDocument)->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 void BM_Base64OfBatchDocument(benchmark::State& state) {
     const Batch batch;
@@ -149,7 +150,7 @@ void BM_Base64OfBatchDocument(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(plain.size()));
     state.counters["doc_bytes"] = static_cast<double>(plain.size());
 }
-BENCHMARK(BM_Base64OfBatchDocument)->MinTime(0.5);
+BENCHMARK(BM_Base64OfBatchDocument)->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 // The agent stand-in's reading of a full batch's body: counting only (what
 // the capacity benchmark's agent does), and recording every alarm in full.
@@ -170,7 +171,7 @@ void AgentReading(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * kBatchSize);
 }
-BENCHMARK(AgentReading)->ArgName("full")->Arg(0)->Arg(1)->MinTime(0.3);
+BENCHMARK(AgentReading)->ArgName("full")->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(0.3, 0.01));
 
 }  // namespace
 

@@ -20,6 +20,7 @@
 #include "Bridge.h"
 #include "BridgeServer.h"
 #include "TestEnv.h"
+#include "BenchSmoke.h"
 
 extern char** environ;
 
@@ -92,7 +93,7 @@ void Ingest(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kBatch);
     state.SetLabel(state.range(0) == 0 ? "durable" : "in memory");
 }
-BENCHMARK(Ingest)->Arg(0)->Arg(1)->MinTime(2.0)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(Ingest)->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(2.0, 0.01))->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 
 std::size_t Discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
@@ -134,7 +135,7 @@ void IngestOverHttp(benchmark::State& state) {
     state.SetLabel(state.range(0) == 0 ? "durable" : "in memory");
 }
 // Process CPU: the server thread's work counts, and other load on a shared machine does not.
-BENCHMARK(IngestOverHttp)->Arg(0)->Arg(1)->MinTime(2.0)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(IngestOverHttp)->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(2.0, 0.01))->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 
 struct Alertmanager {
     Alertmanager(const testsupport::TempDir& dir) : port(testsupport::FreeLoopbackPort()) {
@@ -179,7 +180,7 @@ std::string Metric(const std::string& text, const std::string& name) {
     return at == std::string::npos ? "" : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
 }
 
-constexpr int kActive = 100000;
+const int kActive = benchsmoke::Scaled(100000, 1000);
 
 // 100,000 active alarms: the bridge's resident memory, and one full resend
 // round (a start with them in the state sends them all) to a local
@@ -307,7 +308,7 @@ void Idle(benchmark::State& state) {
     }
     for (auto _ : state) {
         const long before = WakeUps();
-        std::this_thread::sleep_for(std::chrono::seconds(5));
+        std::this_thread::sleep_for(std::chrono::seconds(benchsmoke::Scaled(5, 1)));
         state.counters["wakeups"] = static_cast<double>(WakeUps() - before);
     }
     state.SetLabel(state.range(0) == 0 ? "bridge idle" : "no bridge");

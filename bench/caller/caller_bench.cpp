@@ -18,6 +18,7 @@
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
 #include "runlog.h"
+#include "BenchSmoke.h"
 
 // Counts the calling thread's allocations: every heap allocation of the
 // program goes through malloc, calloc or realloc (operator new included).
@@ -151,8 +152,8 @@ void CallerPath(benchmark::State& state, const char* const* values) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK_CAPTURE(CallerPath, short_texts, kShortValues)->ArgName("runlog_file")->Arg(0)->Arg(1)->MinTime(0.5);
-BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)->ArgName("runlog_file")->Arg(0)->MinTime(0.5);
+BENCHMARK_CAPTURE(CallerPath, short_texts, kShortValues)->ArgName("runlog_file")->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(0.5, 0.01));
+BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)->ArgName("runlog_file")->Arg(0)->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 // The floor: the C object and its five nodes, the same copies, one record
 // holding the copies, one push under a mutex, and the C object freed. With
@@ -219,7 +220,7 @@ void CallerFloor(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(CallerFloor)->ArgName("log_writes")->Arg(0)->Arg(1)->MinTime(0.5);
+BENCHMARK(CallerFloor)->ArgName("log_writes")->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 // The run-log's share of the caller path with RUNLOG_FILE unset: the six
 // lines an alarm of five parameters logs, each dropped after the run-log
@@ -236,7 +237,7 @@ void RunlogDrops(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(RunlogDrops)->MinTime(0.5);
+BENCHMARK(RunlogDrops)->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 }  // namespace
 

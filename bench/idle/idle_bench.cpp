@@ -22,10 +22,11 @@
 
 #include "AlarmSdk.h"
 #include "TestEnv.h"
+#include "BenchSmoke.h"
 
 namespace {
 
-constexpr int kWindowSeconds = 60;
+const int kWindowSeconds = benchsmoke::Scaled(60, 1);
 // Two send threads of the process-wide managers, the handle's, the
 // alarm-check thread and the alarm-check server.
 constexpr std::size_t kLibraryThreads = 5;

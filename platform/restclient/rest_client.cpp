@@ -16,8 +16,8 @@
 // whole life; the handle is released when the thread ends.
 //
 // Results of sendRequest: 0 success; -1 invalid arguments, URL or endpoint;
-// -2 no memory or an over-long answer header; otherwise the libcurl error code
-// of the failed transfer (always positive).
+// -2 no memory; otherwise the libcurl error code of the failed transfer (always
+// positive: an over-long answer header ends the transfer with CURLE_WRITE_ERROR).
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>

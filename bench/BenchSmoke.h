@@ -14,10 +14,7 @@ inline bool Smoke() {
 }
 
 // full in a measuring run, token in a smoke run.
-template <typename T>
-T Scaled(T full, T token) {
-    return Smoke() ? token : full;
-}
+template <typename T> T Scaled(T full, T token) { return Smoke() ? token : full; }
 
 }  // namespace benchsmoke
 

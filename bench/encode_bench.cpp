@@ -15,8 +15,8 @@
 #include "AlarmEx.h"
 #include "AlmJsonParser.h"
 #include "Base64.h"
-#include "SimDocument.h"
 #include "BenchSmoke.h"
+#include "SimDocument.h"
 
 namespace {
 
@@ -86,8 +86,8 @@ class Batch {
 public:
     Batch() {
         for (int i = 0; i < kBatchSize; ++i) {
-            std::unique_ptr<AlarmEx> alarm(new AlarmEx(std::to_string(300000 + i).c_str(),
-                                                       i % 2 == 0 ? ZEB_ALARM_GENERATE : ZEB_ALARM_CLEAR));
+            std::unique_ptr<AlarmEx> alarm(
+                new AlarmEx(std::to_string(300000 + i).c_str(), i % 2 == 0 ? ZEB_ALARM_GENERATE : ZEB_ALARM_CLEAR));
             for (int p = 0; p < kParamsPerAlarm; ++p) {
                 alarm->appendParameter(("param_name_" + std::to_string(p)).c_str(),
                                        ("value of parameter " + std::to_string(p * 1000 + i)).c_str());

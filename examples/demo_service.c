@@ -41,11 +41,12 @@ static void flush_and_report(const char* who, AlarmManagerEx* coprocess) {
     if ((coprocess != NULL ? alarmsdk_get_stats(coprocess, &s) : alarmsdk_get_process_stats(&s)) != 0) {
         return;
     }
-    printf("demo-service: %s counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
-           "waiting=%llu (%s)\n",
-           who, (unsigned long long)s.accepted, (unsigned long long)s.refused, (unsigned long long)s.delivered,
-           (unsigned long long)s.batches, (unsigned long long)s.retried, (unsigned long long)s.waiting,
-           flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
+    printf(
+        "demo-service: %s counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
+        "waiting=%llu (%s)\n",
+        who, (unsigned long long)s.accepted, (unsigned long long)s.refused, (unsigned long long)s.delivered,
+        (unsigned long long)s.batches, (unsigned long long)s.retried, (unsigned long long)s.waiting,
+        flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
 }
 
 /* Raises (or clears) one alarm with name/value pairs ended by NULL. */

@@ -63,12 +63,12 @@ int main(void) {
     flushed = alarmsdk_flush_legacy(5000);
     stats.size = sizeof(stats);
     if (alarmsdk_get_legacy_stats(&stats) == 0) {
-        printf("legacy-service: counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
-               "waiting=%llu (%s)\n",
-               (unsigned long long)stats.accepted, (unsigned long long)stats.refused,
-               (unsigned long long)stats.delivered, (unsigned long long)stats.batches,
-               (unsigned long long)stats.retried, (unsigned long long)stats.waiting,
-               flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
+        printf(
+            "legacy-service: counters: accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu "
+            "waiting=%llu (%s)\n",
+            (unsigned long long)stats.accepted, (unsigned long long)stats.refused, (unsigned long long)stats.delivered,
+            (unsigned long long)stats.batches, (unsigned long long)stats.retried, (unsigned long long)stats.waiting,
+            flushed == ALARMSDK_FLUSH_DELIVERED ? "all delivered" : "not all delivered in 5 s");
     }
     return 0;
 }

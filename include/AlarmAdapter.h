@@ -20,29 +20,29 @@
 // fields are filled by bounded copies of their full size: a text that would
 // fill a field leaves it empty.
 struct _AlarmModel {
-    int64_t reserved;              // 0, never read
-    char appId[64];                // APPID
-    char appName[64];              // APPNAME
-    char serviceName[64];          // the definition's ServiceType
-    char alarmId[10];              // "0": a reset-clear registration
+    int64_t reserved;      // 0, never read
+    char appId[64];        // APPID
+    char appName[64];      // APPNAME
+    char serviceName[64];  // the definition's ServiceType
+    char alarmId[10];      // "0": a reset-clear registration
     char nodeIp[256];
     char serviceID[256];
     char serviceInstID[256];
     int64_t rsetClear;
-    int64_t alarmEventType;        // the definition's AlarmType
-    int64_t genClearAlarmType;     // 0 generate, 1 clear
-    char alarmName[256];           // "EN:...##ZH:...##"
+    int64_t alarmEventType;     // the definition's AlarmType
+    int64_t genClearAlarmType;  // 0 generate, 1 clear
+    char alarmName[256];        // "EN:...##ZH:...##"
     int64_t alarmLevel;
-    int64_t alarmGenTime;          // ms, or -1 for a cleared alarm
-    int64_t alarmClearTime;        // ms, or -1 for a generated alarm
-    int64_t alarmClearType;        // 2 generated, 0 cleared
+    int64_t alarmGenTime;    // ms, or -1 for a cleared alarm
+    int64_t alarmClearTime;  // ms, or -1 for a generated alarm
+    int64_t alarmClearType;  // 2 generated, 0 cleared
     int64_t isCanAutoClearType;
-    int64_t spare;                 // not used
+    int64_t spare;  // not used
     int64_t eventType;
-    char probableCause[512];       // always ""
-    char location[2048];           // at most 1023 characters are stored
-    char appendInfo[2048];         // likewise
-    int64_t trailer[4];            // 0, never read
+    char probableCause[512];  // always ""
+    char location[2048];      // at most 1023 characters are stored
+    char appendInfo[2048];    // likewise
+    int64_t trailer[4];       // 0, never read
 };
 #pragma pack(pop)
 
@@ -50,12 +50,12 @@ struct _AlarmModel {
 struct ALM_Json_Para_def {
     ALM_Json_Para_def() : Json_para_Value(nullptr), Json_para_Value_En(nullptr), Json_para_Value_Ch(nullptr) {}
 
-    char Json_para_Name[128];      // the JSON key: "location" or "appendInfo"
-    uint32_t Json_para_Type;       // 4 string, 16 64-bit integer
+    char Json_para_Name[128];  // the JSON key: "location" or "appendInfo"
+    uint32_t Json_para_Type;   // 4 string, 16 64-bit integer
     uint32_t Json_para_Len;
-    char* Json_para_Value;         // 1024 bytes (malloc): the finished "EN:...##ZH:...##" text
-    char* Json_para_Value_En;      // 1024 bytes (malloc): the English text being assembled
-    char* Json_para_Value_Ch;      // 1024 bytes (malloc): the Chinese text being assembled
+    char* Json_para_Value;     // 1024 bytes (malloc): the finished "EN:...##ZH:...##" text
+    char* Json_para_Value_En;  // 1024 bytes (malloc): the English text being assembled
+    char* Json_para_Value_Ch;  // 1024 bytes (malloc): the Chinese text being assembled
 };
 
 #define ALM_JSON_PARA_TYPE_STRING 4u
@@ -71,8 +71,7 @@ ALARMSDK_API unsigned int CHECK_ALARMODEL(Alarm* alarm, stAlarmItems* item);
 // see AlarmManager's deleteALM_Json_ParaPtr), appends every defined parameter
 // to the location (class 0) or append-information (class 1) texts, then the
 // alarm source and its location, and writes the finished bilingual texts.
-ALARMSDK_API void ALM_ContructLocationAndAppendParainfo(Alarm* alarm, stAlarmItems* item,
-                                                        ALM_Json_Para_def* location,
+ALARMSDK_API void ALM_ContructLocationAndAppendParainfo(Alarm* alarm, stAlarmItems* item, ALM_Json_Para_def* location,
                                                         ALM_Json_Para_def* appendInfo);
 
 // The steps of ALM_ContructLocationAndAppendParainfo.

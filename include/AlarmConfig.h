@@ -46,25 +46,25 @@ typedef struct stParaDef {
 
 /* One alarm definition; the definitions form a list in file order. */
 typedef struct stAlarmItems {
-    int64_t alarmId;                        /* "AlarmID" */
-    char alarmName[ALM_CONF_TEXT_SIZE];     /* "EN:<english>##ZH:<chinese>##" */
-    char serviceType[ALM_CONF_TEXT_SIZE];   /* "ServiceType" */
-    int64_t alarmType;                      /* "AlarmType" */
-    int64_t alarmLevel;                     /* "AlarmLevel" */
-    int64_t isGlobal;                       /* "IsGlobal" */
-    int64_t eventType;                      /* "EventType" */
-    int64_t isAutoClean;                    /* "IsAutoClean" */
-    int64_t isCheck;                        /* "IsCheck" */
-    char serviceId[ALM_CONF_TEXT_SIZE];     /* from InitAlarm (ALM_RsetConf) */
-    char serviceInsId[ALM_CONF_TEXT_SIZE];  /* from InitAlarm (ALM_RsetConf) */
-    int64_t rsetClear;                      /* from InitAlarm: 1 or 0 */
-    int64_t transientPeriod;                /* "ToggleParams": 0 absent, -1 unreadable */
+    int64_t alarmId;                       /* "AlarmID" */
+    char alarmName[ALM_CONF_TEXT_SIZE];    /* "EN:<english>##ZH:<chinese>##" */
+    char serviceType[ALM_CONF_TEXT_SIZE];  /* "ServiceType" */
+    int64_t alarmType;                     /* "AlarmType" */
+    int64_t alarmLevel;                    /* "AlarmLevel" */
+    int64_t isGlobal;                      /* "IsGlobal" */
+    int64_t eventType;                     /* "EventType" */
+    int64_t isAutoClean;                   /* "IsAutoClean" */
+    int64_t isCheck;                       /* "IsCheck" */
+    char serviceId[ALM_CONF_TEXT_SIZE];    /* from InitAlarm (ALM_RsetConf) */
+    char serviceInsId[ALM_CONF_TEXT_SIZE]; /* from InitAlarm (ALM_RsetConf) */
+    int64_t rsetClear;                     /* from InitAlarm: 1 or 0 */
+    int64_t transientPeriod;               /* "ToggleParams": 0 absent, -1 unreadable */
     int64_t toggleStartPeriod;
     int64_t toggleEndPeriod;
     int64_t toggleThreshold;
-    int64_t paramNum;                       /* entries in params */
+    int64_t paramNum; /* entries in params */
     stParaDef* params;
-    struct stAlarmItems* next;              /* NULL at the end */
+    struct stAlarmItems* next; /* NULL at the end */
 } stAlarmItems;
 
 /* The loaded configuration: the definition file's path and the list. */

@@ -24,10 +24,9 @@ struct _AlarmModel;
 struct stru_REST_RESPONSE;
 struct ALM_Json_Para_def;
 namespace alarmsdk {
-template <typename T>
-class AlarmQueue;
+template <typename T> class AlarmQueue;
 class DeliveryCounters;
-}
+}  // namespace alarmsdk
 
 class AlarmManager {
 public:

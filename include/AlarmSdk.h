@@ -71,10 +71,7 @@ extern "C" {
 #endif
 
 /* Generate or clear, as the caller names it. */
-typedef enum {
-    ZEB_ALARM_GENERATE = 0,
-    ZEB_ALARM_CLEAR = 1
-} EU_GEN_CLEAR_TYPE;
+typedef enum { ZEB_ALARM_GENERATE = 0, ZEB_ALARM_CLEAR = 1 } EU_GEN_CLEAR_TYPE;
 
 #define ZEB_ALARM_ID_SIZE 10
 #define ZEB_ALARM_SERVICE_NAME_SIZE 128
@@ -85,19 +82,19 @@ typedef enum {
 
 /* One parameter (264 bytes). */
 typedef struct _ZEBAlarmParam {
-    char paramName[ZEB_ALARM_PARAM_TEXT_SIZE];   /* at most 127 characters, terminated */
-    char paramValue[ZEB_ALARM_PARAM_TEXT_SIZE];  /* at most 127 characters, terminated */
-    struct _ZEBAlarmParam* next;                 /* NULL at the end of the list */
+    char paramName[ZEB_ALARM_PARAM_TEXT_SIZE];  /* at most 127 characters, terminated */
+    char paramValue[ZEB_ALARM_PARAM_TEXT_SIZE]; /* at most 127 characters, terminated */
+    struct _ZEBAlarmParam* next;                /* NULL at the end of the list */
 } _ZEBAlarmParam;
 
 /* One alarm (158 bytes). Owned by the caller from ZEBAllocAlarm to ZEBFreeAlarm.
  * Fill it through the functions below: ZEBFreeAlarm() releases the object and
  * every parameter node with free(). */
 typedef struct _ZEBAlarm {
-    char alarmId[ZEB_ALARM_ID_SIZE];       /* decimal text, at most 9 characters */
-    int32_t alarmType;                     /* 1 = clear, anything else = generate */
-    int64_t alarmTime;                     /* occurrence time in ms; 0 = stamped when sent */
-    _ZEBAlarmParam* paramList;             /* parameters in the order appended */
+    char alarmId[ZEB_ALARM_ID_SIZE]; /* decimal text, at most 9 characters */
+    int32_t alarmType;               /* 1 = clear, anything else = generate */
+    int64_t alarmTime;               /* occurrence time in ms; 0 = stamped when sent */
+    _ZEBAlarmParam* paramList;       /* parameters in the order appended */
     char serviceName[ZEB_ALARM_SERVICE_NAME_SIZE];
 } _ZEBAlarm;
 
@@ -287,19 +284,19 @@ ALARMSDK_API int ZEBRegisterAlarmCheckCallBackFun4CoProcess(AlarmManagerEx* mana
 
 /* One parameter slot (256 bytes). */
 typedef struct AlarmParam {
-    char paramName[128];   /* at most 127 characters, terminated */
-    char paramValue[128];  /* at most 127 characters, terminated */
+    char paramName[128];  /* at most 127 characters, terminated */
+    char paramValue[128]; /* at most 127 characters, terminated */
 } AlarmParam;
 
 /* One legacy alarm: a single malloc block of 22 + 256 * n bytes for n
  * parameters. Owned by the caller from AllocAlarmObject to FreeAlarmObject;
  * not to be used by two threads at once. */
 typedef struct AlarmObject {
-    char alarmId[10];        /* decimal text, at most 9 characters */
-    int32_t genClearType;    /* 1 = clear, anything else = generate */
-    uint32_t paramCapacity;  /* n, as allocated */
-    uint32_t paramCount;     /* slots filled so far */
-    AlarmParam params[];     /* filled in order by AppendParam */
+    char alarmId[10];       /* decimal text, at most 9 characters */
+    int32_t genClearType;   /* 1 = clear, anything else = generate */
+    uint32_t paramCapacity; /* n, as allocated */
+    uint32_t paramCount;    /* slots filled so far */
+    AlarmParam params[];    /* filled in order by AppendParam */
 } AlarmObject;
 
 #pragma pack(pop)

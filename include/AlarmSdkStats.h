@@ -31,26 +31,26 @@ extern "C" {
  * before the call (see alarmsdk_get_stats); fields may be added at the end in
  * later versions, never moved. */
 typedef struct alarmsdk_stats {
-    uint32_t size;              /* in: sizeof(alarmsdk_stats) as the caller was built;
-                                   out: how many bytes the library filled */
-    uint32_t reserved;          /* 0 */
-    uint64_t accepted;          /* items queued */
-    uint64_t refused;           /* alarms not queued because 1024 were waiting */
-    uint64_t delivered;         /* items in batches the agent accepted ("OK") */
-    uint64_t batches;           /* batches the agent accepted (up to 50 items each) */
-    uint64_t retried;           /* attempts the agent did not accept; each batch is sent again after 3 s */
-    uint64_t dropped;           /* items given up because the agent's answer could not be read (out of memory) */
-    uint64_t waiting;           /* items queued and not yet delivered, the batch being sent included */
-    int64_t last_delivery_ms;   /* when the agent last accepted a batch, ms since the epoch; 0 never */
+    uint32_t size;            /* in: sizeof(alarmsdk_stats) as the caller was built;
+                                 out: how many bytes the library filled */
+    uint32_t reserved;        /* 0 */
+    uint64_t accepted;        /* items queued */
+    uint64_t refused;         /* alarms not queued because 1024 were waiting */
+    uint64_t delivered;       /* items in batches the agent accepted ("OK") */
+    uint64_t batches;         /* batches the agent accepted (up to 50 items each) */
+    uint64_t retried;         /* attempts the agent did not accept; each batch is sent again after 3 s */
+    uint64_t dropped;         /* items given up because the agent's answer could not be read (out of memory) */
+    uint64_t waiting;         /* items queued and not yet delivered, the batch being sent included */
+    int64_t last_delivery_ms; /* when the agent last accepted a batch, ms since the epoch; 0 never */
 } alarmsdk_stats;
 
 /* The size of the first version of the struct: the smallest size accepted. */
 #define ALARMSDK_STATS_MIN_SIZE 72u
 
 /* Results of the flush functions. */
-#define ALARMSDK_FLUSH_DELIVERED 0  /* every item queued before the call was delivered */
-#define ALARMSDK_FLUSH_TIMED_OUT 1  /* timeout_ms passed first; the items stay queued and keep being sent */
-#define ALARMSDK_FLUSH_DROPPED 2    /* all settled, but some were dropped (see dropped) */
+#define ALARMSDK_FLUSH_DELIVERED 0 /* every item queued before the call was delivered */
+#define ALARMSDK_FLUSH_TIMED_OUT 1 /* timeout_ms passed first; the items stay queued and keep being sent */
+#define ALARMSDK_FLUSH_DROPPED 2   /* all settled, but some were dropped (see dropped) */
 
 /* Fills *stats with the counters of manager (a handle from
  * ZEBInitAlarmSDK4CoProcess()). Set stats->size to sizeof(alarmsdk_stats)

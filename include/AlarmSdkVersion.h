@@ -25,8 +25,8 @@
 #define ALARMSDK_VERSION_TEXT_(x) #x
 #define ALARMSDK_VERSION_TEXT(x) ALARMSDK_VERSION_TEXT_(x)
 /* "MAJOR.MINOR.PATCH", for example "1.0.0". */
-#define ALARMSDK_VERSION                                                     \
-    ALARMSDK_VERSION_TEXT(ALARMSDK_VERSION_MAJOR)                            \
+#define ALARMSDK_VERSION                          \
+    ALARMSDK_VERSION_TEXT(ALARMSDK_VERSION_MAJOR) \
     "." ALARMSDK_VERSION_TEXT(ALARMSDK_VERSION_MINOR) "." ALARMSDK_VERSION_TEXT(ALARMSDK_VERSION_PATCH)
 
 #ifdef __cplusplus

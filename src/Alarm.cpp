@@ -17,7 +17,8 @@ void Alarm::SetServiceInsName(char const* name) {
 }
 
 void Alarm::AppendParameter(char const* name, char const* value) {
-    m_mapParams.insert(std::make_pair(std::string(name != nullptr ? name : ""), std::string(value != nullptr ? value : "")));
+    m_mapParams.insert(
+        std::make_pair(std::string(name != nullptr ? name : ""), std::string(value != nullptr ? value : "")));
 }
 
 std::map<std::string, std::string> Alarm::GetParamMap() { return m_mapParams; }

@@ -87,8 +87,7 @@ const std::string* FindValue(const std::map<std::string, std::string>& params, c
 
 // The first sizeof(T) bytes at data; memcpy because the caller's buffer
 // need not be aligned for T.
-template <typename T>
-T LoadBytes(const void* data) {
+template <typename T> T LoadBytes(const void* data) {
     T value;
     std::memcpy(&value, data, sizeof(value));
     return value;

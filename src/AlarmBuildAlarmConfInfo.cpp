@@ -110,9 +110,8 @@ void PairByPosition(DOMNodeList* list, stAlarmItems* head, const char* breakMess
 }
 
 // A field pass: the elements named element, or noListMessage without them.
-template <typename Store>
-void RunPass(DOMElement* root, stAlarmItems* head, const char* element, const char* noListMessage,
-             const char* breakMessage, Store store) {
+template <typename Store> void RunPass(DOMElement* root, stAlarmItems* head, const char* element,
+                                       const char* noListMessage, const char* breakMessage, Store store) {
     DOMNodeList* list = ALM_GetNodeListByElements(root, element);
     if (list == nullptr) {
         ALM_LOG_ERROR("%s", noListMessage);
@@ -200,8 +199,8 @@ const NumberPass kAlarmLevel = {&ALARM_LEVEL, "get  ALARM_LEVEL_XPATH fail!", "i
                                 &stAlarmItems::alarmLevel};
 const NumberPass kIsGlobal = {&ALARM_IS_GLOBAL, "get  ALARM_IS_GLOBAL_XPATH fail!", "index=%lu,  IsGlobal invalid!",
                               &stAlarmItems::isGlobal};
-const NumberPass kEventType = {&ALARM_EVENT_TYPE, "get  ALARM_EVENT_TYPE_XPATH fail!",
-                               "index=%lu,  EventType invalid!", &stAlarmItems::eventType};
+const NumberPass kEventType = {&ALARM_EVENT_TYPE, "get  ALARM_EVENT_TYPE_XPATH fail!", "index=%lu,  EventType invalid!",
+                               &stAlarmItems::eventType};
 const NumberPass kIsAutoClean = {&ALARM_CLEAN, "get  ALARM_CLEAN_XPATH fail!", "index=%lu,  IsAutoClean invalid!",
                                  &stAlarmItems::isAutoClean};
 const NumberPass kIsCheck = {&ALARM_CHECK, "get  ALARM_CHECK_XPATH fail!", "index=%lu,  IsCheck invalid!",
@@ -283,27 +282,26 @@ void ALM_BuildAlarmID(DOMElement* root, stAlarmItems* head) {
         return;
     }
     ALM_LOG_INFO("ALM_BuildAlarmID::classnum=%d !\n", static_cast<int>(list->getLength()));
-    PairByPosition(list, head, "ALM_BuildAlarmID::id=%lu break!",
-                   [](DOMNode* node, stAlarmItems* item, unsigned long index) {
-                       const XmlChars text = TextOf(node);
-                       if (text == nullptr) {
-                           ALM_LOG_ERROR("index=%d,  alarmtype invalid!", static_cast<int>(index));
-                           return false;
-                       }
-                       item->alarmId = std::atoi(text.get());
-                       char key[kKeyBufSize] = {};
-                       if (snprintf_s(key, sizeof(key), kNameMax, "%d_ALARMNAME", static_cast<int>(item->alarmId)) <
-                           0) {
-                           ALM_LOG_ERROR("ALM_BuildAlarmID ALM_GetConfigVar Error, alarmIDDes is %s", key);
-                           return true;
-                       }
-                       const std::string en = ALM_GetConfigVar(ALARM_LANG_CONFIG_EN_PATH, key, true);
-                       const std::string zh = ALM_GetConfigVar(ALARM_LANG_CONFIG_CH_PATH, key, false);
-                       // A longer name is cut, not refused.
-                       (void)snprintf_s(item->alarmName, sizeof(item->alarmName), kNameMax, "EN:%s##ZH:%s##",
-                                        en.c_str(), zh.c_str());
-                       return true;
-                   });
+    PairByPosition(
+        list, head, "ALM_BuildAlarmID::id=%lu break!", [](DOMNode* node, stAlarmItems* item, unsigned long index) {
+            const XmlChars text = TextOf(node);
+            if (text == nullptr) {
+                ALM_LOG_ERROR("index=%d,  alarmtype invalid!", static_cast<int>(index));
+                return false;
+            }
+            item->alarmId = std::atoi(text.get());
+            char key[kKeyBufSize] = {};
+            if (snprintf_s(key, sizeof(key), kNameMax, "%d_ALARMNAME", static_cast<int>(item->alarmId)) < 0) {
+                ALM_LOG_ERROR("ALM_BuildAlarmID ALM_GetConfigVar Error, alarmIDDes is %s", key);
+                return true;
+            }
+            const std::string en = ALM_GetConfigVar(ALARM_LANG_CONFIG_EN_PATH, key, true);
+            const std::string zh = ALM_GetConfigVar(ALARM_LANG_CONFIG_CH_PATH, key, false);
+            // A longer name is cut, not refused.
+            (void)snprintf_s(item->alarmName, sizeof(item->alarmName), kNameMax, "EN:%s##ZH:%s##", en.c_str(),
+                             zh.c_str());
+            return true;
+        });
 }
 
 void ALM_GetParamName(stParaDef* para, int64_t alarmId, const char* name) {
@@ -317,12 +315,12 @@ void ALM_GetParamName(stParaDef* para, int64_t alarmId, const char* name) {
 }
 
 void ALM_GetAlarmParaValue(DOMNode* node, stAlarmItems* item, int64_t index) {
-    if (node == nullptr || item == nullptr || node->getNodeName() == nullptr || index < 0 ||
-        index >= item->paramNum) {
-        ALM_LOG_ERROR("ALM_GetAlarmParaValue:: input grandson=%p, pAlarmItem=%p  is null!, [index= %d]  is larger "
-                      "than %d ",
-                      static_cast<void*>(node), static_cast<void*>(item), static_cast<int>(index),
-                      item == nullptr ? 0 : static_cast<int>(item->paramNum));
+    if (node == nullptr || item == nullptr || node->getNodeName() == nullptr || index < 0 || index >= item->paramNum) {
+        ALM_LOG_ERROR(
+            "ALM_GetAlarmParaValue:: input grandson=%p, pAlarmItem=%p  is null!, [index= %d]  is larger "
+            "than %d ",
+            static_cast<void*>(node), static_cast<void*>(item), static_cast<int>(index),
+            item == nullptr ? 0 : static_cast<int>(item->paramNum));
         return;
     }
     const XmlChars name = NameOf(node);
@@ -437,8 +435,7 @@ int64_t ALM_ReadEnumItem(DOMNode* values, stEnumBitDef* out, const char* enumTyp
             KeepText(valueText, text.get());
         }
         char key[kKeyBufSize] = {};
-        if (snprintf_s(key, sizeof(key), kNameMax, "%ld_%s_%s", static_cast<long>(alarmId), enumType,
-                       valueText) < 0) {
+        if (snprintf_s(key, sizeof(key), kNameMax, "%ld_%s_%s", static_cast<long>(alarmId), enumType, valueText) < 0) {
             ALM_LOG_ERROR("cmdValue::enumType,cmdValue=%s,cmdValue=%s is bigger than %d!\n", enumType, valueText,
                           kReportedKeyLimit);
             return -1;
@@ -456,8 +453,8 @@ int64_t ALM_ReadEnumItem(DOMNode* values, stEnumBitDef* out, const char* enumTyp
 
 stEnumBitDef* ALM_GetFieldEnumValue(DOMNode* firstChild, int64_t* count, int64_t alarmId) {
     if (firstChild == nullptr || count == nullptr) {
-        ALM_LOG_ERROR("ALM_GetFieldEnumValue:: input enumNode=%p, pEnumNum=%p is null!",
-                      static_cast<void*>(firstChild), static_cast<void*>(count));
+        ALM_LOG_ERROR("ALM_GetFieldEnumValue:: input enumNode=%p, pEnumNum=%p is null!", static_cast<void*>(firstChild),
+                      static_cast<void*>(count));
         return nullptr;
     }
     char enumType[ALM_CONF_TEXT_SIZE] = {};

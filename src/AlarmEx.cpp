@@ -28,11 +28,7 @@ void CopyAlarmId(char* dest, char const* src) {
 }  // namespace
 
 AlarmEx::AlarmEx(char const* alarmId, EU_GEN_CLEAR_TYPE type)
-    : m_szAlarmId(),
-      m_iAlarmType(WireAlarmType(type)),
-      m_lRsetClear(-1),
-      m_uServicePort(0),
-      m_lAlarmTime(0) {
+    : m_szAlarmId(), m_iAlarmType(WireAlarmType(type)), m_lRsetClear(-1), m_uServicePort(0), m_lAlarmTime(0) {
     CopyAlarmId(m_szAlarmId, alarmId);
 }
 

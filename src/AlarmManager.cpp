@@ -52,8 +52,7 @@ std::mutex& SourceMutex() {
 }
 
 // A bounded copy of the field's full size: a text that would fill the field leaves it empty.
-template <std::size_t N>
-void CopyField(char (&field)[N], const char* text) {
+template <std::size_t N> void CopyField(char (&field)[N], const char* text) {
     (void)strncpy_s(field, N, text, N);
     field[N - 1] = '\0';
 }
@@ -173,8 +172,7 @@ AlarmManager::AlarmManager() : m_uInitFlag(0), m_pAlarmQueue(nullptr), m_nSendTh
 
 AlarmManager::~AlarmManager() = default;
 
-void AlarmManager::InitXML(const char* xmlFilePath, const char* serviceId, const char* serviceInsId,
-                           long rsetClear) {
+void AlarmManager::InitXML(const char* xmlFilePath, const char* serviceId, const char* serviceInsId, long rsetClear) {
     std::lock_guard<std::mutex> initLock(InitMutex());
     if (m_uInitFlag.load(std::memory_order_acquire) == 1) {
         return;

@@ -52,8 +52,9 @@ const alarmsdk::QueueLimits<std::string> kCheckQueueLimits = {
     .batch = 1,
     .byteBound = AlarmManagerEx::kCheckQueueBytes,
     .bytesOf = [](const std::string& check) { return check.size(); },
-    .refusal = "AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, %zu bytes), "
-               "request of %zu bytes refused.",
+    .refusal =
+        "AlarmManagerEx::ProcessAlarmCheckInterface, alarm check queue is full (%zu requests, %zu bytes), "
+        "request of %zu bytes refused.",
 };
 
 // True when text can be one segment of the callback path that every client
@@ -140,12 +141,13 @@ int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCa
     }
     char path[kCallBackPathSize] = {0};
     if (!IsVerbatimSegment(serviceName) || !IsVerbatimSegment(m_strAppId) ||
-        snprintf_s(path, sizeof(path), sizeof(path) - 1, kCallBackPathFormat, serviceName.c_str(),
-                   m_strAppId.c_str()) < 0) {
+        snprintf_s(path, sizeof(path), sizeof(path) - 1, kCallBackPathFormat, serviceName.c_str(), m_strAppId.c_str()) <
+            0) {
         // Registering would succeed, but no agent request could ever match the path.
-        ALM_LOG_ERROR("AlarmManagerEx::ResitAlarmCheckInterface serviceName %s with appId %s cannot be reached "
-                      "in a URL path, refused",
-                      serviceName.c_str(), m_strAppId.c_str());
+        ALM_LOG_ERROR(
+            "AlarmManagerEx::ResitAlarmCheckInterface serviceName %s with appId %s cannot be reached "
+            "in a URL path, refused",
+            serviceName.c_str(), m_strAppId.c_str());
         return -1;
     }
     m_strServiceName = serviceName;
@@ -155,8 +157,7 @@ int AlarmManagerEx::RegAlarmCheckInterface(std::string serviceName, AlarmCheckCa
         result = RegisterUrl(path, restResAlmSdk);
         if (result == 0) {
             RouteAlarmChecks(m_strServiceName, this);
-            ALM_LOG_INFO("RegResource success,iret=%d, url=%s, serviceName=%s", result, path,
-                         m_strServiceName.c_str());
+            ALM_LOG_INFO("RegResource success,iret=%d, url=%s, serviceName=%s", result, path, m_strServiceName.c_str());
             break;
         }
         alarmsdk::Pause(1);
@@ -203,8 +204,7 @@ int AlarmManagerEx::QueueAlarmCheck(stru_REST_REQUEST* request, stru_REST_RESPON
         ALM_LOG_ERROR("In %s, reqBodyDecode is null!", "AlarmManagerEx::ProcessAlarmCheckInterface");
         return -1;
     }
-    if (zeb_alm_base64_decode(request->body, static_cast<int>(request->bodyLen), decodedBuffer.get(), nullptr) ==
-        -1) {
+    if (zeb_alm_base64_decode(request->body, static_cast<int>(request->bodyLen), decodedBuffer.get(), nullptr) == -1) {
         ALM_LOG_ERROR("decode request body error");
         return -1;
     }

@@ -31,8 +31,7 @@ constexpr unsigned int kIdlePollSeconds = 1;
 constexpr unsigned int kRetryPauseSeconds = 3;
 
 // What a queue is for: where it logs, and how much it holds and hands on.
-template <typename T>
-struct QueueLimits {
+template <typename T> struct QueueLimits {
     const char* logSource;  // the owner's source file, for the lock lines
     const char* lockFailure = "AlarmManger::AcquireLock, pthread_mutex_lock failed, iRet=%d.";
     const char* unlockFailure = "AlarmManger::ReleaseLock, pthread_mutex_unlock failed, iRet=%d.";
@@ -46,8 +45,7 @@ struct QueueLimits {
     const char* refusal = "queue full (%zu items, %zu bytes), item of %zu bytes refused.";
 };
 
-template <typename T>
-class AlarmQueue : public IdleWaitable {
+template <typename T> class AlarmQueue : public IdleWaitable {
 public:
     // attributes may be NULL for a default mutex.
     explicit AlarmQueue(const QueueLimits<T>& limits, const pthread_mutexattr_t* attributes = nullptr)

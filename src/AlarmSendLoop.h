@@ -30,8 +30,7 @@ namespace alarmsdk {
 enum class Buffers { NewArray, Malloc };
 
 // What one generation delivers and how it speaks of it.
-template <typename Item>
-struct Generation {
+template <typename Item> struct Generation {
     const char* logSource;       // the manager's source file, for every line logged here
     const char* threadFunction;  // named in "In %s, bodyStr is null!" and "In %s, bodyEncode is null!"
     // The push document of a batch (released with cJSON_free), NULL when it cannot be built.
@@ -55,9 +54,8 @@ enum class AgentVerdict {
 
 template <typename Item>
 void SendPass(const Generation<Item>& generation, AlarmQueue<Item>& queue, std::list<Item*>& batch);
-template <typename Item>
-int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch, char*& document,
-                 char*& encoded, int& encodedLength);
+template <typename Item> int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch,
+                                          char*& document, char*& encoded, int& encodedLength);
 template <typename Item>
 stru_REST_RESPONSE* PostRequest(const Generation<Item>& generation, char* document, char* encoded);
 template <typename Item>
@@ -67,8 +65,7 @@ AgentVerdict Settle(const Generation<Item>& generation, std::list<Item*>& batch,
 // the agent settles it; nothing is dropped or reordered meanwhile, also when
 // a pass fails for lack of memory: the batch outlives the pass and is sent
 // again after the retry pause.
-template <typename Item>
-void RunSendLoop(const Generation<Item>& generation, AlarmQueue<Item>& queue) {
+template <typename Item> void RunSendLoop(const Generation<Item>& generation, AlarmQueue<Item>& queue) {
     std::list<Item*> batch;
     const CallSite site{generation.logSource, __LINE__, generation.threadFunction};
     for (;;) {
@@ -140,9 +137,8 @@ inline std::size_t EncodedCapacity(std::size_t length) {
 
 // The batch's document and its base64 text in a new buffer (encoded). 0, or
 // -1 with nothing left to release.
-template <typename Item>
-int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch, char*& document,
-                 char*& encoded, int& encodedLength) {
+template <typename Item> int BuildRequest(const Generation<Item>& generation, const std::list<Item*>& batch,
+                                          char*& document, char*& encoded, int& encodedLength) {
     document = generation.buildDocument(batch);
     if (document == nullptr || document[0] == '\0') {
         ALARMSDK_SEND_LOG(RUNLOG_LEVEL_ERROR, "The response body is empty!");

@@ -48,9 +48,8 @@ char* PrintAndDelete(cJSON* root) {
 
 // The "payload" object of either generation: {"alarmList":[one object per record]}.
 // A record that yields no object is left out.
-template <typename Record>
-cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*), const char* function,
-                  const char* noArrayMessage) {
+template <typename Record> cJSON* GenPayload(const std::list<Record*>& records, cJSON* (*genOne)(Record*),
+                                             const char* function, const char* noArrayMessage) {
     cJSON* pJsonPayload = cJSON_CreateObject();
     if (pJsonPayload == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonPayload is null!", function);
@@ -87,8 +86,7 @@ cJSON* NewAlarmObject(const void* record, const char* nullRecordFormat, const ch
 // Parses an agent answer and hands its code field to `read`; "" when the
 // answer or the field is missing. Both generations' readers name GetOprType
 // in their lines; operators search for those words.
-template <typename Read>
-std::string ReadAnswerCode(const char* json, const char* key, Read read) {
+template <typename Read> std::string ReadAnswerCode(const char* json, const char* key, Read read) {
     // Released also when copying the code runs out of memory.
     const std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(json), &cJSON_Delete);
     if (root == nullptr) {

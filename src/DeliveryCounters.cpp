@@ -45,8 +45,8 @@ FlushResult DeliveryCounters::waitSettled(uint32_t timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     std::unique_lock<std::mutex> lock(flushMutex_);
     waiters_.fetch_add(1, std::memory_order_seq_cst);
-    const bool settled = settledChanged_.wait_until(
-        lock, deadline, [&] { return settled_.load(std::memory_order_seq_cst) >= target; });
+    const bool settled =
+        settledChanged_.wait_until(lock, deadline, [&] { return settled_.load(std::memory_order_seq_cst) >= target; });
     waiters_.fetch_sub(1, std::memory_order_seq_cst);
     if (!settled) {
         return FlushResult::TimedOut;

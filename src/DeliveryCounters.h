@@ -13,13 +13,13 @@
 namespace alarmsdk {
 
 struct DeliverySnapshot {
-    uint64_t accepted = 0;   // items queued
-    uint64_t refused = 0;    // alarms turned away by a full queue
-    uint64_t delivered = 0;  // items in batches the agent accepted
-    uint64_t batches = 0;    // batches the agent accepted
-    uint64_t retried = 0;    // attempts the agent did not accept, each followed by a resend
-    uint64_t dropped = 0;    // items of batches abandoned because the answer could not be read
-    uint64_t waiting = 0;    // queued and not yet settled (in the queue or in the batch being sent)
+    uint64_t accepted = 0;       // items queued
+    uint64_t refused = 0;        // alarms turned away by a full queue
+    uint64_t delivered = 0;      // items in batches the agent accepted
+    uint64_t batches = 0;        // batches the agent accepted
+    uint64_t retried = 0;        // attempts the agent did not accept, each followed by a resend
+    uint64_t dropped = 0;        // items of batches abandoned because the answer could not be read
+    uint64_t waiting = 0;        // queued and not yet settled (in the queue or in the batch being sent)
     int64_t lastDeliveryMs = 0;  // when the agent last accepted a batch; 0 never
 };
 

@@ -29,8 +29,7 @@ struct CallSite {
 };
 
 // Returns body's result, or failure after logging when body throws.
-template <typename Result, typename Body>
-Result NoThrow(const CallSite& site, Result failure, Body&& body) {
+template <typename Result, typename Body> Result NoThrow(const CallSite& site, Result failure, Body&& body) {
     try {
         return std::forward<Body>(body)();
     } catch (abi::__forced_unwind&) {
@@ -38,8 +37,8 @@ Result NoThrow(const CallSite& site, Result failure, Body&& body) {
     } catch (const std::bad_alloc&) {
         Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, site.source, site.line, "In %s, out of memory!", site.function);
     } catch (const std::exception& e) {
-        Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, site.source, site.line, "In %s, unexpected exception: %s",
-                         site.function, e.what());
+        Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, site.source, site.line, "In %s, unexpected exception: %s", site.function,
+                         e.what());
     } catch (...) {
         Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, site.source, site.line, "In %s, unexpected exception!", site.function);
     }
@@ -48,8 +47,7 @@ Result NoThrow(const CallSite& site, Result failure, Body&& body) {
 
 // Runs fn when the scope ends, also when an exception leaves it, so a lock
 // taken by hand is never left held.
-template <typename Fn>
-class ScopeExit {
+template <typename Fn> class ScopeExit {
 public:
     explicit ScopeExit(Fn fn) : fn_(std::move(fn)) {}
     ~ScopeExit() { fn_(); }

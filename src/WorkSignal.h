@@ -55,8 +55,7 @@ public:
         }
         wakeAt_ = 0;
     }
-    template <typename Queued>
-    void wait(pthread_mutex_t& mutex, std::chrono::nanoseconds tick, Queued queued) {
+    template <typename Queued> void wait(pthread_mutex_t& mutex, std::chrono::nanoseconds tick, Queued queued) {
         wait(mutex, tick, queued, [] { return false; });
     }
 

@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "AgentDocument.h"
+#include "BenchSmoke.h"
 #include "Bridge.h"
 #include "BridgeServer.h"
 #include "TestEnv.h"
-#include "BenchSmoke.h"
 
 extern char** environ;
 
@@ -40,7 +40,8 @@ std::string Body(int batch) {
                   "\"orders-label\",\"alarmType\":1,\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\","
                   "\"rsetClear\":1,\"nodeIp\":\"10.0.0.1\",\"callBackInfo\":{\"serviceName\":\"orders\","
                   "\"registerName\":\"orders\",\"serviceIp\":\"127.0.0.1\"},\"parameters\":[{\"paramName\":\"disk\","
-                  "\"paramValue\":\"sda\"},{\"paramName\":\"n\",\"paramValue\":\"" + std::to_string(n) + "\"}]}";
+                  "\"paramValue\":\"sda\"},{\"paramName\":\"n\",\"paramValue\":\"" +
+                  std::to_string(n) + "\"}]}";
     }
     return nodeward::EncodeBase64("{\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[" + alarms +
                                   "]},\"Receiver\":\"SendAlarm\"}");
@@ -93,7 +94,12 @@ void Ingest(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kBatch);
     state.SetLabel(state.range(0) == 0 ? "durable" : "in memory");
 }
-BENCHMARK(Ingest)->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(2.0, 0.01))->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(Ingest)
+    ->Arg(0)
+    ->Arg(1)
+    ->MinTime(benchsmoke::Scaled(2.0, 0.01))
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMicrosecond);
 
 std::size_t Discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
@@ -135,7 +141,12 @@ void IngestOverHttp(benchmark::State& state) {
     state.SetLabel(state.range(0) == 0 ? "durable" : "in memory");
 }
 // Process CPU: the server thread's work counts, and other load on a shared machine does not.
-BENCHMARK(IngestOverHttp)->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(2.0, 0.01))->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(IngestOverHttp)
+    ->Arg(0)
+    ->Arg(1)
+    ->MinTime(benchsmoke::Scaled(2.0, 0.01))
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMicrosecond);
 
 struct Alertmanager {
     Alertmanager(const testsupport::TempDir& dir) : port(testsupport::FreeLoopbackPort()) {
@@ -143,9 +154,12 @@ struct Alertmanager {
         const std::string config = "--config.file=" + dir.path() + "/am.yml";
         const std::string storage = "--storage.path=" + dir.path() + "/am";
         const std::string web = "--web.listen-address=127.0.0.1:" + std::to_string(port);
-        char* argv[] = {const_cast<char*>(kAlertmanager), const_cast<char*>(config.c_str()),
-                        const_cast<char*>(storage.c_str()), const_cast<char*>(web.c_str()),
-                        const_cast<char*>("--cluster.listen-address="), const_cast<char*>("--log.level=error"),
+        char* argv[] = {const_cast<char*>(kAlertmanager),
+                        const_cast<char*>(config.c_str()),
+                        const_cast<char*>(storage.c_str()),
+                        const_cast<char*>(web.c_str()),
+                        const_cast<char*>("--cluster.listen-address="),
+                        const_cast<char*>("--log.level=error"),
                         nullptr};
         if (posix_spawn(&pid, kAlertmanager, nullptr, nullptr, argv, environ) != 0) {
             pid = 0;
@@ -177,7 +191,8 @@ struct Alertmanager {
 
 std::string Metric(const std::string& text, const std::string& name) {
     const std::size_t at = text.find("\n" + name + " ");
-    return at == std::string::npos ? "" : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
+    return at == std::string::npos ? ""
+                                   : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
 }
 
 const int kActive = benchsmoke::Scaled(100000, 1000);
@@ -214,11 +229,13 @@ void ActiveAlarms(benchmark::State& state) {
                 std::string body = "[";
                 for (int k = 0; k < 1000; ++k) {
                     const int n = p * 1000 + k;
-                    body += std::string(k == 0 ? "" : ",") +
-                            "{\"labels\":{\"alertname\":\"Alarm 300012\",\"alarm_id\":\"300012\",\"app_id\":\"app-7\","
-                            "\"service\":\"orders\",\"node\":\"10.0.0.1\",\"disk\":\"sda\",\"n\":\"" +
-                            std::to_string(n) + "\"},\"annotations\":{\"summary\":\"alarm 300012 of orders (disk=sda, n=" +
-                            std::to_string(n) + ")\"},\"startsAt\":\"2023-11-14T22:13:20.000Z\"}";
+                    body +=
+                        std::string(k == 0 ? "" : ",") +
+                        "{\"labels\":{\"alertname\":\"Alarm 300012\",\"alarm_id\":\"300012\",\"app_id\":\"app-7\","
+                        "\"service\":\"orders\",\"node\":\"10.0.0.1\",\"disk\":\"sda\",\"n\":\"" +
+                        std::to_string(n) +
+                        "\"},\"annotations\":{\"summary\":\"alarm 300012 of orders (disk=sda, n=" + std::to_string(n) +
+                        ")\"},\"startsAt\":\"2023-11-14T22:13:20.000Z\"}";
                 }
                 posts.push_back(body + "]");
             }

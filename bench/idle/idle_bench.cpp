@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "AlarmSdk.h"
-#include "TestEnv.h"
 #include "BenchSmoke.h"
+#include "TestEnv.h"
 
 namespace {
 
@@ -97,7 +97,8 @@ void IdleThreads(benchmark::State& state) {
     setenv("TRANSPORT_SDK_IP", "127.0.0.1", 1);
     setenv("TRANSPORT_SDK_PORT", port.c_str(), 1);
     setenv("RUNLOG_FILE", "/dev/null", 1);
-    if (ZEBInitAlarmSDK() != 0 || InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-0", 0) != 1 ||
+    if (ZEBInitAlarmSDK() != 0 ||
+        InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-0", 0) != 1 ||
         ZEBInitAlarmSDK4CoProcess("app-8", "billing", "10.0.0.1", "127.0.0.1") == nullptr ||
         ZEBRegisterAlarmCheckCallBackFun("orders", &NoCheck) != 0) {
         state.SkipWithError("the library did not start");

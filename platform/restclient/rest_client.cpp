@@ -51,9 +51,7 @@ CURLcode g_globalInit = CURLE_FAILED_INIT;
 bool g_haveKey = false;
 pthread_key_t g_handleKey;
 
-void releaseThreadHandle(void* handle) {
-    curl_easy_cleanup(static_cast<CURL*>(handle));
-}
+void releaseThreadHandle(void* handle) { curl_easy_cleanup(static_cast<CURL*>(handle)); }
 
 void initOnce() {
     // curl_global_cleanup is never called: other threads may still be in
@@ -146,9 +144,7 @@ bool inspectUrl(const char* url, bool* local) {
     return true;
 }
 
-bool hasLineBreak(const char* text) {
-    return strpbrk(text, "\r\n") != nullptr;
-}
+bool hasLineBreak(const char* text) { return strpbrk(text, "\r\n") != nullptr; }
 
 bool validHeaderName(const char* name) {
     if (*name == '\0') {

@@ -16,9 +16,7 @@ struct zeb_restHeadList {
 
 extern "C" {
 
-zeb_restHeadList* zeb_restHeadContentCreate(void) {
-    return new (std::nothrow) zeb_restHeadList;
-}
+zeb_restHeadList* zeb_restHeadContentCreate(void) { return new (std::nothrow) zeb_restHeadList; }
 
 int zeb_restHeadContentAdd(zeb_restHeadList* list, const char* name, const char* value) {
     if (list == nullptr || name == nullptr || value == nullptr) {
@@ -44,9 +42,7 @@ void zeb_restHeadContentDestory(zeb_restHeadList* list) {
     delete list;
 }
 
-size_t zeb_restHeadContentCount(const zeb_restHeadList* list) {
-    return list == nullptr ? 0 : list->entries.size();
-}
+size_t zeb_restHeadContentCount(const zeb_restHeadList* list) { return list == nullptr ? 0 : list->entries.size(); }
 
 int zeb_restHeadContentGet(const zeb_restHeadList* list, size_t index, const char** name, const char** value) {
     if (list == nullptr || index >= list->entries.size()) {

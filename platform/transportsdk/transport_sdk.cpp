@@ -409,9 +409,7 @@ MHD_Result onRequest(void*, MHD_Connection* connection, const char*, const char*
     }
 }
 
-size_t keepEscapes(void*, MHD_Connection*, char* text) {
-    return strlen(text);
-}
+size_t keepEscapes(void*, MHD_Connection*, char* text) { return strlen(text); }
 
 }  // namespace
 
@@ -443,17 +441,14 @@ int TransportSdkInit(void) try {
     addr.sin_port = htons(static_cast<uint16_t>(port));
     // epoll: a service may hold descriptors above FD_SETSIZE, which select
     // could not watch. No internal thread: serve() drives the daemon.
-    MHD_Daemon* daemon = MHD_start_daemon(
-        MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, onRequest, nullptr,
-        MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&addr),
-        MHD_OPTION_URI_LOG_CALLBACK, onRequestStart, nullptr,
-        MHD_OPTION_NOTIFY_COMPLETED, onRequestDone, nullptr,
-        MHD_OPTION_NOTIFY_CONNECTION, onConnection, nullptr,
-        MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,
-        MHD_OPTION_CONNECTION_TIMEOUT, g_idleSeconds.load(),
-        MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS),
-        MHD_OPTION_PER_IP_CONNECTION_LIMIT, static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT),
-        MHD_OPTION_END);
+    MHD_Daemon* daemon =
+        MHD_start_daemon(MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, onRequest, nullptr,
+                         MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&addr), MHD_OPTION_URI_LOG_CALLBACK,
+                         onRequestStart, nullptr, MHD_OPTION_NOTIFY_COMPLETED, onRequestDone, nullptr,
+                         MHD_OPTION_NOTIFY_CONNECTION, onConnection, nullptr, MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes,
+                         nullptr, MHD_OPTION_CONNECTION_TIMEOUT, g_idleSeconds.load(), MHD_OPTION_CONNECTION_LIMIT,
+                         static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS), MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+                         static_cast<unsigned>(TRANSPORT_SDK_MAX_CONNECTIONS_PER_CLIENT), MHD_OPTION_END);
     if (daemon == nullptr) {
         return -1;
     }

@@ -151,8 +151,8 @@ public:
         const HttpResult got = Http(url(i) + "/api/v2/alerts");
         std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(got.body.c_str()), cJSON_Delete);
         for (const cJSON* item = root ? root->child : nullptr; item != nullptr; item = item->next) {
-            out.push_back({Strings(cJSON_GetObjectItem(item, "labels")),
-                           Strings(cJSON_GetObjectItem(item, "annotations"))});
+            out.push_back(
+                {Strings(cJSON_GetObjectItem(item, "labels")), Strings(cJSON_GetObjectItem(item, "annotations"))});
         }
         return out;
     }
@@ -176,12 +176,16 @@ inline std::string CurrentAlarm(const std::string& id, int type, const std::stri
                 "\",\"paramValue\":\"" + pair.substr(eq + 1) + "\"}";
         at = end + 1;
     }
-    return "{\"alarmId\":\"" + id + "\",\"appId\":\"app-7\",\"occurTime\":" +
-           std::to_string(time != 0 ? time : 1700000000000LL) + ",\"serviceName\":\"" + service +
-           "\",\"serviceIp\":\"127.0.0.1\",\"servicePort\":8080,\"serviceLabel\":\"" + service +
-           "-label\",\"alarmType\":" + std::to_string(type) + ",\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\","
-           "\"rsetClear\":" + std::to_string(rsetClear) + ",\"nodeIp\":\"10.0.0.1\",\"callBackInfo\":{},"
-           "\"parameters\":[" + list + "]}";
+    return "{\"alarmId\":\"" + id +
+           "\",\"appId\":\"app-7\",\"occurTime\":" + std::to_string(time != 0 ? time : 1700000000000LL) +
+           ",\"serviceName\":\"" + service + "\",\"serviceIp\":\"127.0.0.1\",\"servicePort\":8080,\"serviceLabel\":\"" +
+           service + "-label\",\"alarmType\":" + std::to_string(type) +
+           ",\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\","
+           "\"rsetClear\":" +
+           std::to_string(rsetClear) +
+           ",\"nodeIp\":\"10.0.0.1\",\"callBackInfo\":{},"
+           "\"parameters\":[" +
+           list + "]}";
 }
 
 inline std::string CurrentDocument(const std::string& alarms) {
@@ -204,7 +208,8 @@ inline std::string LegacyAlarm(const std::string& id, int genClear, const std::s
 
 inline std::string LegacyDocument(const std::string& alarms) {
     return "{\"service\":{\"name\":\"szServiceName\",\"appid\":\"app-7\",\"ipaddress\":\"10.0.0.5\",\"port\":7888,"
-           "\"time_stamp\":0},\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[" + alarms + "]}}";
+           "\"time_stamp\":0},\"business\":{\"name\":\"PushAlarm\"},\"payload\":{\"alarmList\":[" +
+           alarms + "]}}";
 }
 
 // The bridge program in front of the given Alertmanager URLs, on a free port.
@@ -216,8 +221,12 @@ public:
     void start() {
         const auto self = std::filesystem::read_symlink("/proc/self/exe");
         std::vector<std::string> args{(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(),
-                                      "--listen", "127.0.0.1:" + std::to_string(port_), "--state", state(),
-                                      "--resend", std::to_string(resend_)};
+                                      "--listen",
+                                      "127.0.0.1:" + std::to_string(port_),
+                                      "--state",
+                                      state(),
+                                      "--resend",
+                                      std::to_string(resend_)};
         for (const auto& url : alertmanagers_) {
             args.insert(args.end(), {"--alertmanager", url});
         }
@@ -256,7 +265,9 @@ public:
     std::string metric(const std::string& name) const {
         const std::string text = Http(url() + "/metrics").body;
         const std::size_t at = text.find("\n" + name + " ");
-        return at == std::string::npos ? "" : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
+        return at == std::string::npos
+                   ? ""
+                   : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
     }
 
 private:

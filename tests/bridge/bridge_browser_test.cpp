@@ -17,9 +17,9 @@ std::string DumpPage(const TempDir& dir, const std::string& url) {
     const std::string command =
         std::string("timeout -k 5 60 ") + kChromium +
         " --headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking"
-        " --disable-component-update --disable-sync --user-data-dir=" + dir.path() + "/profile" +
-        " --virtual-time-budget=3000 --dump-dom '" + url + "' >" + dir.path() + "/dom.html 2>" + dir.path() +
-        "/chromium.log";
+        " --disable-component-update --disable-sync --user-data-dir=" +
+        dir.path() + "/profile" + " --virtual-time-budget=3000 --dump-dom '" + url + "' >" + dir.path() +
+        "/dom.html 2>" + dir.path() + "/chromium.log";
     if (std::system(command.c_str()) != 0) {
         return "";
     }
@@ -58,15 +58,15 @@ TEST_F(BridgeTest, WebPageShowsTheAlarmsOfBothGenerationsWithTheirTexts) {
     const std::string page = DumpPage(dir, peers.url(0) + "/");
     ASSERT_FALSE(page.empty()) << "chromium did not finish";
     const char* expected[] = {
-        "2 active",                          // the status line: the script read the alerts
-        "<h2>orders</h2>",                   // one table per service
+        "2 active",         // the status line: the script read the alerts
+        "<h2>orders</h2>",  // one table per service
         "<h2>storage</h2>",
-        ">Alarm 300012 (300012)<",           // alert name and alarm id
-        ">Disk usage too high (300001)<",    // the legacy alarm's English name names it
-        "name_zh: 磁盘使用率过高",           // and its Chinese name is among the texts
+        ">Alarm 300012 (300012)<",         // alert name and alarm id
+        ">Disk usage too high (300001)<",  // the legacy alarm's English name names it
+        "name_zh: 磁盘使用率过高",         // and its Chinese name is among the texts
         "location_en: Disk=sdb",
         "location_zh: 磁盘=sdb",
-        ">major<",                           // the legacy alarm's level
+        ">major<",  // the legacy alarm's level
         ">demo-app<",
         "disk=&lt;i&gt;sda&lt;/i&gt;",  // markup in data stays text
     };

@@ -74,10 +74,11 @@ TEST_F(BridgeTest, KilledUnderLoadEveryAcceptedAlarmArrivesAndNoneTwice) {
     EXPECT_EQ(alerts.size(), Ns(alerts).size()) << "an alarm arrived as two alerts";
     EXPECT_LE(alerts.size(), static_cast<std::size_t>(kBatches * 50));
     EXPECT_EQ(acceptedBatches, kBatches);
-    std::printf("crash-restart: %d batches of 50 sent, %d accepted before SIGKILL, %d in all after %d posts sent "
-                "again; %zu alarms accepted, %zu alerts in Alertmanager, every accepted one among them: %s\n",
-                kBatches, atKill, acceptedBatches.load(), retries.load(), accepted.size(), alerts.size(),
-                std::includes(shown.begin(), shown.end(), accepted.begin(), accepted.end()) ? "yes" : "no");
+    std::printf(
+        "crash-restart: %d batches of 50 sent, %d accepted before SIGKILL, %d in all after %d posts sent "
+        "again; %zu alarms accepted, %zu alerts in Alertmanager, every accepted one among them: %s\n",
+        kBatches, atKill, acceptedBatches.load(), retries.load(), accepted.size(), alerts.size(),
+        std::includes(shown.begin(), shown.end(), accepted.begin(), accepted.end()) ? "yes" : "no");
 }
 
 TEST_F(BridgeTest, PeerThatWasDownGetsTheCurrentStateWhenItReturns) {
@@ -95,19 +96,21 @@ TEST_F(BridgeTest, PeerThatWasDownGetsTheCurrentStateWhenItReturns) {
     EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))).second, "0");
     EXPECT_TRUE(WaitUntil([&] { return firing(0) == "1 300012:sda" && firing(1) == "1 300012:sda"; }, 10000));
     peers.stop(1);
-    EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 2, "disk=sda") + "," +
-                                          CurrentAlarm("300012", 1, "disk=sdb") + "," +
-                                          CurrentAlarm("300012", 1, "disk=sdc")))
-                  .second,
-              "0");
+    EXPECT_EQ(
+        bridge
+            .push(CurrentDocument(CurrentAlarm("300012", 2, "disk=sda") + "," + CurrentAlarm("300012", 1, "disk=sdb") +
+                                  "," + CurrentAlarm("300012", 1, "disk=sdc")))
+            .second,
+        "0");
     EXPECT_TRUE(WaitUntil([&] { return firing(0) == "2 300012:sdb 300012:sdc"; }, 10000)) << firing(0);
     const std::string whileDown = firing(0);
     peers.start(1);
     EXPECT_TRUE(WaitUntil([&] { return firing(1) == "2 300012:sdb 300012:sdc"; }, 20000)) << firing(1);
-    std::printf("peer outage: while peer 2 was down peer 1 showed [%s]; peer 2 after its return [%s]; "
-                "failed posts to peer 2: %s\n",
-                whileDown.c_str(), firing(1).c_str(),
-                bridge.metric("alarm_bridge_peer_failures_total{peer=\"" + peers.url(1) + "\"}").c_str());
+    std::printf(
+        "peer outage: while peer 2 was down peer 1 showed [%s]; peer 2 after its return [%s]; "
+        "failed posts to peer 2: %s\n",
+        whileDown.c_str(), firing(1).c_str(),
+        bridge.metric("alarm_bridge_peer_failures_total{peer=\"" + peers.url(1) + "\"}").c_str());
 }
 
 }  // namespace

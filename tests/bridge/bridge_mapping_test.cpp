@@ -4,8 +4,8 @@
 
 #include <functional>
 
-#include "BridgeFixture.h"
 #include "Bridge.h"
+#include "BridgeFixture.h"
 #include "BridgeProgram.h"
 
 namespace bridgetest {
@@ -27,11 +27,17 @@ TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
         std::vector<std::string> firing;
     };
     const Step steps[] = {
-        {"two raises", CurrentDocument(CurrentAlarm("300012", 1, "disk=sda") + "," +
-                                       CurrentAlarm("300020", 1, "interface=eth1")), "0", {kDisk, kLink}},
-        {"a clear with the raise's parameters", CurrentDocument(CurrentAlarm("300020", 2, "interface=eth1")), "0",
+        {"two raises",
+         CurrentDocument(CurrentAlarm("300012", 1, "disk=sda") + "," + CurrentAlarm("300020", 1, "interface=eth1")),
+         "0",
+         {kDisk, kLink}},
+        {"a clear with the raise's parameters",
+         CurrentDocument(CurrentAlarm("300020", 2, "interface=eth1")),
+         "0",
          {kDisk}},
-        {"a clear of another parameter resolves nothing", CurrentDocument(CurrentAlarm("300012", 2, "disk=sdb")), "0",
+        {"a clear of another parameter resolves nothing",
+         CurrentDocument(CurrentAlarm("300012", 2, "disk=sdb")),
+         "0",
          {kDisk}},
         {"legacy raise", LegacyDocument(LegacyAlarm("300001", 0, "sda")), "OK", {kDisk, kLegacy}},
         {"legacy clear of another location", LegacyDocument(LegacyAlarm("300001", 1, "sdb")), "OK", {kDisk, kLegacy}},
@@ -93,7 +99,8 @@ TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndStoresNothing) {
                                  bridge.metric("alarm_bridge_alarms_stored_total")),
               "7 0");
     // The bridge still serves, and the first alert to arrive is the only one.
-    EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))), std::make_pair(200L, std::string("0")));
+    EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))),
+              std::make_pair(200L, std::string("0")));
     EXPECT_TRUE(WaitUntil([&] { return LabelTexts(peers, 0) == std::vector<std::string>{kDisk}; }, 10000));
 }
 

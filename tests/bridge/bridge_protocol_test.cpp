@@ -14,7 +14,9 @@ std::vector<std::string> Firing(const Alertmanagers& peers) {
     for (const Alert& alert : peers.alerts(0)) {
         const auto& l = alert.labels;
         out.push_back(l.at("alarm_id") + ":" +
-                      (l.count("disk") != 0 ? l.at("disk") : l.count("location") != 0 ? l.at("location") : "-"));
+                      (l.count("disk") != 0       ? l.at("disk")
+                       : l.count("location") != 0 ? l.at("location")
+                                                  : "-"));
     }
     std::sort(out.begin(), out.end());
     return out;
@@ -30,7 +32,8 @@ TEST_F(BridgeTest, ResetClearResolvesTheInstancesEarlierAlarmsOfTheScheme) {
         ",\"serviceName\":\"orders\",\"serviceIp\":\"127.0.0.1\",\"servicePort\":8080,\"serviceLabel\":\"l\"}";
     const std::string legacyAnnounce =
         "{\"alarmName\":\"\",\"appId\":\"app-7\",\"alarmId\":\"0\",\"serviceName\":\"storage\",\"serviceIp\":\"\","
-        "\"restClearAlarmList\":[{\"alarmId\":\"300001\"}],\"occurTime\":" + std::to_string(t0 + 1000) + "}";
+        "\"restClearAlarmList\":[{\"alarmId\":\"300001\"}],\"occurTime\":" +
+        std::to_string(t0 + 1000) + "}";
     struct Step {
         const char* what;
         std::string document;
@@ -48,7 +51,8 @@ TEST_F(BridgeTest, ResetClearResolvesTheInstancesEarlierAlarmsOfTheScheme) {
         {"legacy raises",
          LegacyDocument(LegacyAlarm("300001", 0, "sda", 1) + "," + LegacyAlarm("300003", 0, "sdb", 1)),
          {"300001:Disk=sda", "300003:Disk=sdb", "300013:sdb", "300014:sdc", "300015:sdd"}},
-        {"legacy announcement naming 300001", LegacyDocument(legacyAnnounce),
+        {"legacy announcement naming 300001",
+         LegacyDocument(legacyAnnounce),
          {"300003:Disk=sdb", "300013:sdb", "300014:sdc", "300015:sdd"}},
     };
     for (const Step& step : steps) {

@@ -12,9 +12,13 @@
 /* The packed records are part of the binary interface. */
 typedef char check_alarm_layout[(sizeof(_ZEBAlarm) == 158 && offsetof(_ZEBAlarm, alarmType) == 10 &&
                                  offsetof(_ZEBAlarm, alarmTime) == 14 && offsetof(_ZEBAlarm, paramList) == 22 &&
-                                 offsetof(_ZEBAlarm, serviceName) == 30) ? 1 : -1];
+                                 offsetof(_ZEBAlarm, serviceName) == 30)
+                                    ? 1
+                                    : -1];
 typedef char check_param_layout[(sizeof(_ZEBAlarmParam) == 264 && offsetof(_ZEBAlarmParam, paramValue) == 128 &&
-                                 offsetof(_ZEBAlarmParam, next) == 256) ? 1 : -1];
+                                 offsetof(_ZEBAlarmParam, next) == 256)
+                                    ? 1
+                                    : -1];
 typedef char check_legacy_header_size[(sizeof(AlarmObject) == 22 && offsetof(AlarmObject, params) == 22) ? 1 : -1];
 typedef char check_legacy_param_size[(sizeof(AlarmParam) == 256) ? 1 : -1];
 typedef char check_stats_size[(sizeof(alarmsdk_stats) == ALARMSDK_STATS_MIN_SIZE) ? 1 : -1];

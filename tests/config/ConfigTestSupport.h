@@ -1,4 +1,5 @@
-// The configuration tests' files: definitions and both language files in a temporary directory, loaded as InitAlarm does.
+// The configuration tests' files: definitions and both language files in a temporary directory, loaded as InitAlarm
+// does.
 #ifndef CONFIG_TEST_SUPPORT_H
 #define CONFIG_TEST_SUPPORT_H
 

@@ -17,7 +17,8 @@ using Strings = std::list<std::string>;
 std::string Alarm(const std::string& id, const std::string& params = "", const std::string& extra = "") {
     return "<Alarm><AlarmID>" + id + "</AlarmID><AlarmType>1</AlarmType><ServiceType>svc" + id +
            "</ServiceType><AlarmLevel>2</AlarmLevel><IsGlobal>0</IsGlobal><EventType>1</EventType>"
-           "<IsAutoClean>1</IsAutoClean><IsCheck>1</IsCheck>" + extra + "<Params>" + params + "</Params></Alarm>";
+           "<IsAutoClean>1</IsAutoClean><IsCheck>1</IsCheck>" +
+           extra + "<Params>" + params + "</Params></Alarm>";
 }
 
 std::string Param(const std::string& name, const std::string& more = "") {
@@ -38,15 +39,16 @@ TEST(Definitions, ExampleFileLoadsEveryTextWithoutAMissingKey) {
     const auto items = Definitions();
     ASSERT_EQ(12u, items.size());
     const stAlarmItems& disk = *items[0];
-    EXPECT_EQ("EN:Disk usage too high##ZH:磁盘使用率过高## storage", testsupport::Words(disk.alarmName, disk.serviceType));
+    EXPECT_EQ("EN:Disk usage too high##ZH:磁盘使用率过高## storage",
+              testsupport::Words(disk.alarmName, disk.serviceType));
     EXPECT_EQ((Numbers{300001, 1, 2, 0, 1, 1, 1, 30, 60, 300, 5, 2}),
               (Numbers{disk.alarmId, disk.alarmType, disk.alarmLevel, disk.isGlobal, disk.eventType, disk.isAutoClean,
                        disk.isCheck, disk.transientPeriod, disk.toggleStartPeriod, disk.toggleEndPeriod,
                        disk.toggleThreshold, disk.paramNum}));
     const stParaDef& diskName = disk.params[0];
-    EXPECT_EQ("diskName Disk 磁盘 STRING 32 0", testsupport::Words(diskName.paramName, diskName.paramEnName,
-                                                                 diskName.paramChName, diskName.paramType,
-                                                                 diskName.paramLen, diskName.paramClass));
+    EXPECT_EQ("diskName Disk 磁盘 STRING 32 0",
+              testsupport::Words(diskName.paramName, diskName.paramEnName, diskName.paramChName, diskName.paramType,
+                                 diskName.paramLen, diskName.paramClass));
     const stParaDef& reason = items[1]->params[1];
     ASSERT_EQ(4, reason.enumNum);
     const stEnumBitDef& failed = reason.enumValues[3];
@@ -58,16 +60,19 @@ TEST(Definitions, ElementsPairWithDefinitionsByPositionAlone) {
     ConfigDir dir;
     const std::string toggles = "<ToggleParams><TransientPeriod>7</TransientPeriod><Other>1</Other></ToggleParams>";
     dir.Write(Doc("<Alarm><AlarmID>5</AlarmID><AlarmType>3</AlarmType></Alarm><Alarm><AlarmLevel>x9</AlarmLevel>"
-                  "</Alarm>" + Alarm("6", "", toggles)), "5_ALARMNAME=five\n");
+                  "</Alarm>" +
+                  Alarm("6", "", toggles)),
+              "5_ALARMNAME=five\n");
     testsupport::LogCapture log;
     configtest::Load(dir.xml());
     const auto items = Definitions();
     ASSERT_EQ(3u, items.size());
-    EXPECT_EQ("5 6 0 3 1 0 0 7 0", testsupport::Words(items[0]->alarmId, items[1]->alarmId, items[2]->alarmId,
-                                                     items[0]->alarmType, items[1]->alarmType, items[2]->alarmType,
-                                                     items[0]->alarmLevel /* "x9" */, items[0]->transientPeriod,
-                                                     items[2]->transientPeriod));
-    EXPECT_EQ("EN:five##ZH:## svc6 ", testsupport::Words(items[0]->alarmName, items[0]->serviceType, items[2]->alarmName));
+    EXPECT_EQ("5 6 0 3 1 0 0 7 0",
+              testsupport::Words(items[0]->alarmId, items[1]->alarmId, items[2]->alarmId, items[0]->alarmType,
+                                 items[1]->alarmType, items[2]->alarmType, items[0]->alarmLevel /* "x9" */,
+                                 items[0]->transientPeriod, items[2]->transientPeriod));
+    EXPECT_EQ("EN:five##ZH:## svc6 ",
+              testsupport::Words(items[0]->alarmName, items[0]->serviceType, items[2]->alarmName));
     EXPECT_TRUE(log.contains("ALM_BuildAlarmID::classnum=2 !\n", 2));
     EXPECT_TRUE(log.contains("ALM_GetToggleParaValue,pCmdValue=Other invalid.\n", 5));
 }
@@ -124,7 +129,8 @@ TEST(Definitions, HostileAndBrokenFiles) {
     std::string bomb = "<!ENTITY a0 \"lol lol lol lol lol lol lol lol lol lol\">";
     for (int i = 1; i < 10; ++i) {
         const std::string prev = "&a" + std::to_string(i - 1) + ";";
-        bomb += "<!ENTITY a" + std::to_string(i) + " \"" + prev + prev + prev + prev + prev + prev + prev + prev + "\">";
+        bomb +=
+            "<!ENTITY a" + std::to_string(i) + " \"" + prev + prev + prev + prev + prev + prev + prev + prev + "\">";
     }
     const std::string alarms = "<Alarms>" + Alarm("1", Param("p")) + Alarm("2");
     const struct {
@@ -133,10 +139,12 @@ TEST(Definitions, HostileAndBrokenFiles) {
         const char* paramName;  // neither the file's content nor an expansion
     } cases[] = {
         {"<!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file://" + secret.dir.path() + "/secret\">" + bomb + "]><Alarms>" +
-             Alarm("1", Param("&a9;&x;")) + "</Alarms>", 1, ""},
+             Alarm("1", Param("&a9;&x;")) + "</Alarms>",
+         1, ""},
         {"alarm 1 = disk full\n", 0, ""},
-        {"<?xml version=\"1.0\"?><!DOCTYPE Alarms [<!ELEMENT >" + alarms + "</Alarms>", 0, ""},  // error before the root
-        {alarms + "<Alarm><AlarmID>3</AlarmID></Alarms>", 3, "p"},                           // error after the root
+        {"<?xml version=\"1.0\"?><!DOCTYPE Alarms [<!ELEMENT >" + alarms + "</Alarms>", 0,
+         ""},                                                       // error before the root
+        {alarms + "<Alarm><AlarmID>3</AlarmID></Alarms>", 3, "p"},  // error after the root
     };
     for (const auto& c : cases) {
         ConfigDir dir;
@@ -174,7 +182,8 @@ std::string Sized(const std::string& id, const std::string& service, const std::
     for (char len : lengths) {
         params += std::string("<P><ParamLen>") + len + "</ParamLen></P>";
     }
-    return "<A><AlarmID>" + id + "</AlarmID><ServiceType>" + service + "</ServiceType><Params>" + params + "</Params></A>";
+    return "<A><AlarmID>" + id + "</AlarmID><ServiceType>" + service + "</ServiceType><Params>" + params +
+           "</Params></A>";
 }
 
 // Trailing slashes go; the definition path is set only when both language files resolve.
@@ -205,8 +214,8 @@ TEST(ConfigLookups, AnswerFromTheFirstDefinitionWithTheId) {
     EXPECT_EQ("-1 0", testsupport::Words(ALM_GetAlarmParaLengthbyAlarmId(7), ALM_GetAlarmMaxAlarmId()));
     EXPECT_TRUE(ALM_GetServiceNames().empty() && ALM_GetAlarmIds().empty() && found == nullptr);
     ConfigDir dir;
-    dir.Write(Doc(Sized("7", "disk", "124") + Sized("-1", "net") + Sized("7", "dup", "4") +
-                  Sized("1234567890", "net") + Sized("123456789", "cpu")));
+    dir.Write(Doc(Sized("7", "disk", "124") + Sized("-1", "net") + Sized("7", "dup", "4") + Sized("1234567890", "net") +
+                  Sized("123456789", "cpu")));
     configtest::Load(dir.xml());
     EXPECT_EQ(0, ALM_GetAlarmConfigInfo(7, &found));
     EXPECT_STREQ("disk", found->serviceType);
@@ -263,12 +272,16 @@ TEST(LanguageFile, StoresValuesByTheLineRules) {
     testsupport::LogCapture log;
     const std::string v510(510, 'v');
     const std::pair<std::string, Table> cases[] = {
-        {"a=b\n", {{"a", "b"}}}, {"a b\n", {{"a", "b"}}}, {"  a \t= \t b\n", {{"a", "b"}}},
-        {"a==b\n=c=d\n", {{"a", "b"}, {"=c", "d"}}}, {"k = x = y\n", {{"k", "x = y"}}},
+        {"a=b\n", {{"a", "b"}}},
+        {"a b\n", {{"a", "b"}}},
+        {"  a \t= \t b\n", {{"a", "b"}}},
+        {"a==b\n=c=d\n", {{"a", "b"}, {"=c", "d"}}},
+        {"k = x = y\n", {{"k", "x = y"}}},
         {"# c=1\n   #c=2\nk = value # note\n", {{"k", "value # note"}}},
         {"dir = /opt/x/\nlast = /opt/y//", {{"dir", "/opt/x/"}, {"last", "/opt/y"}}},
         {"k=v\r\nslash=v/\r", {{"k", "v"}, {"slash", "v/"}}},  // slash before newline and CR stays
-        {"k=v  \n", {{"k", "v  "}}}, {"k=1\nk=2\n", {{"k", "2"}}},
+        {"k=v  \n", {{"k", "v  "}}},
+        {"k=1\nk=2\n", {{"k", "2"}}},
         {std::string(127, 'k') + "=v\n", {{std::string(127, 'k'), "v"}}},
         {"a=" + v510 + "\nb=" + v510.substr(1) + "\r\nc=" + v510 + "v",
          {{"a", v510}, {"b", v510.substr(1)}, {"c", v510 + "v"}}},
@@ -283,8 +296,11 @@ TEST(LanguageFile, StoresValuesByTheLineRules) {
 
 TEST(LanguageFile, RejectedLineLogsThreeMessagesAndTheParseGoesOn) {
     const std::pair<std::string, int> cases[] = {
-        {"keyonly\n", -1}, {"key=\n", -1}, {"key   \n", -1},
-        {std::string(128, 'k') + "=v\n", 0}, {"k=" + std::string(511, 'v') + "\n", 0},
+        {"keyonly\n", -1},
+        {"key=\n", -1},
+        {"key   \n", -1},
+        {std::string(128, 'k') + "=v\n", 0},
+        {"k=" + std::string(511, 'v') + "\n", 0},
     };
     for (const auto& c : cases) {
         testsupport::LogCapture log;

@@ -32,10 +32,9 @@ thread_local ThreadCount t_count;
 bool IsLibraryThread() {
     if (t_count.library < 0) {
         char name[16] = {};
-        t_count.library = pthread_getname_np(pthread_self(), name, sizeof(name)) == 0 &&
-                                  std::strncmp(name, "alarmsdk-", 9) == 0
-                              ? 1
-                              : 0;
+        t_count.library =
+            pthread_getname_np(pthread_self(), name, sizeof(name)) == 0 && std::strncmp(name, "alarmsdk-", 9) == 0 ? 1
+                                                                                                                   : 0;
         for (int kind = 0; kind < kKinds; ++kind) {
             t_count.kind = std::strcmp(name, kNames[kind]) == 0 ? kind : t_count.kind;
         }

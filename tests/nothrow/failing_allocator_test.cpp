@@ -13,9 +13,9 @@
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
 #include "FailingHeap.h"
+#include "PauseRecorder.h"
 #include "TestEnv.h"
 #include "runlog_testing.h"
-#include "PauseRecorder.h"
 
 using failingheap::t_allowed;
 using failingheap::t_refused;
@@ -63,22 +63,33 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     // The legacy calls report success for accepted arguments whatever happens
     // inside; under a failing heap they must still neither throw nor stay silent.
     const struct {
-        long failure;             // the failure result
+        long failure;  // the failure result
         long (*call)();
         bool resultTellsFailure;  // false: the call's result does not depend on what failed inside
     } entries[] = {
         {-1, [] { return long{ZEBInitAlarmSDK()}; }, true},
-        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true}, {-1, SendOne, true},
+        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true},
+        {-1, SendOne, true},
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
         {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
          true},
-        {-1, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance", 0)}; }, true},
-        {-1, [] { return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service", "billing-service-id", "billing-instance", 1)}; }, true},
-        {-1, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }, true}, {-1, SendCoOne, true},
+        {-1, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance", 0)}; },
+         true},
+        {-1,
+         [] {
+             return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service", "billing-service-id",
+                                                            "billing-instance", 1)};
+         },
+         true},
+        {-1, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }, true},
+        {-1, SendCoOne, true},
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun4CoProcess(g_handle, NoCallback)}; }, true},
         {-1, [] { return long{ZEBRegisterRsetClear(g_handle)}; }, true},
-        {-1, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) + alarmsdk_flush_legacy(0)}; }, false},
-        {0, [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; }, false},
+        {-1, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) + alarmsdk_flush_legacy(0)}; },
+         false},
+        {0,
+         [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; },
+         false},
         {0, SendLegacyOne, false},
     };
     g_handle = ZEBInitAlarmSDK4CoProcess("application-000c", "billing-service", "10.0.0.1", "");

@@ -63,7 +63,8 @@ TEST(LibraryThreads, EachFailsItsNthAllocationInTurnAndTheLibraryCarriesOn) {
     ASSERT_NE(nullptr, handle);
     ASSERT_EQ(1, InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 0));
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OnCheck));
-    const std::string checkUrl = "http://127.0.0.1:" + transport.portText + "/orders/application-0007/alarmCheck/callBack";
+    const std::string checkUrl =
+        "http://127.0.0.1:" + transport.portText + "/orders/application-0007/alarmCheck/callBack";
     const std::string check = nodeward::EncodeBase64(
         "{\"callBackInfo\":{\"serviceName\":\"orders\"},\"callBackAlarms\":[{\"alarmId\":\"300012\"}]}");
     Runlog_SetCapture(&CountCheckFailures, nullptr);
@@ -77,14 +78,14 @@ TEST(LibraryThreads, EachFailsItsNthAllocationInTurnAndTheLibraryCarriesOn) {
         ASSERT_EQ(1, SendLegacy(seq.c_str()));
         const long before = g_checks.load() + g_checkFailures.load();
         const int status = testsupport::RestCall(checkUrl, check).status;  // 200, or 500 / no answer when it failed
-        for (const int flushed : {alarmsdk_flush_process(30000), alarmsdk_flush(handle, 30000),
-                                  alarmsdk_flush_legacy(30000)}) {
+        for (const int flushed :
+             {alarmsdk_flush_process(30000), alarmsdk_flush(handle, 30000), alarmsdk_flush_legacy(30000)}) {
             ASSERT_TRUE(flushed == ALARMSDK_FLUSH_DELIVERED || flushed == ALARMSDK_FLUSH_DROPPED)
                 << "round " << n << ": " << flushed;
         }
         if (status == 200) {
-            ASSERT_TRUE(testsupport::WaitUntil([before] { return g_checks.load() + g_checkFailures.load() > before; },
-                                               30000))
+            ASSERT_TRUE(
+                testsupport::WaitUntil([before] { return g_checks.load() + g_checkFailures.load() > before; }, 30000))
                 << "round " << n << ": an answered check neither delivered nor reported";
         }
         const long refused = failingheap::LibraryRefusals();

@@ -63,10 +63,13 @@ TEST(RestClientAnswers, OnlyWhatFitsTheLimitsIsTakenAndNothingIsFollowed) {
         {"body of the cap, chunked", Chunked(REST_MAX_ANSWER_BODY), "0|200|" + cap + "|"},
         {"one byte more, chunked", Chunked(REST_MAX_ANSWER_BODY + 1), std::to_string(CURLE_WRITE_ERROR)},
         {"header block above 256 KiB", headers + "Content-Length: 0\r\n\r\n", std::to_string(CURLE_WRITE_ERROR)},
-        {"redirect", "HTTP/1.1 307 Temporary Redirect\r\nLocation: http://" + elsewhere->endpoint() +
-                         "/om/v1/request\r\nContent-Length: 0\r\n\r\n", "0|307|0|"},
+        {"redirect",
+         "HTTP/1.1 307 Temporary Redirect\r\nLocation: http://" + elsewhere->endpoint() +
+             "/om/v1/request\r\nContent-Length: 0\r\n\r\n",
+         "0|307|0|"},
         {"interim answer, then a folded header",
-         "HTTP/1.1 100 Continue\r\nX-A: interim\r\n\r\nHTTP/1.1 200 OK\r\nX-A: one\r\n \t two \r\nContent-Length: 2\r\n\r\nok",
+         "HTTP/1.1 100 Continue\r\nX-A: interim\r\n\r\nHTTP/1.1 200 OK\r\nX-A: one\r\n \t two \r\nContent-Length: "
+         "2\r\n\r\nok",
          "0|200|2|one two"},
         {"closed without a word", "", std::to_string(CURLE_GOT_NOTHING)},
     };

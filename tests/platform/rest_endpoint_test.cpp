@@ -76,11 +76,13 @@ TEST(RestEndpoint, AnEndpointTheClientRefusesIsLoggedWithTheReason) {
     testsupport::LogCapture log;
     testsupport::ScopedEnv agent(REST_AGENT_ENDPOINT_ENV, "127.0.0.1:0");
     EXPECT_EQ(-1, testsupport::RestCall("http://" REST_LOCAL_ENDPOINT "/om/v1/request", "x").result);
-    EXPECT_EQ(-1, testsupport::RestCall("http://" REST_LOCAL_ENDPOINT "/om/v1/request", "x", REST_REQUEST_POST,
-                                        "unix:").result);
-    EXPECT_EQ("sendRequest, agent endpoint \"127.0.0.1:0\" refused: port 0 is no agent's port\n"
-              "sendRequest, agent endpoint \"unix:\" refused: unix: needs a socket path\n",
-              log.texts());
+    EXPECT_EQ(
+        -1,
+        testsupport::RestCall("http://" REST_LOCAL_ENDPOINT "/om/v1/request", "x", REST_REQUEST_POST, "unix:").result);
+    EXPECT_EQ(
+        "sendRequest, agent endpoint \"127.0.0.1:0\" refused: port 0 is no agent's port\n"
+        "sendRequest, agent endpoint \"unix:\" refused: unix: needs a socket path\n",
+        log.texts());
     for (const testsupport::LogLine& line : log.lines()) {
         EXPECT_EQ(RUNLOG_LEVEL_ERROR, line.level) << line.text;
     }

@@ -36,7 +36,8 @@ void See(const std::string& seen) {
 int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
-    See(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" + req->ip);
+    See(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" +
+        req->ip);
     if (rsp->status != 0 || rsp->body != nullptr || allocRspBody(&rsp->body, req->bodyLen + 1) != 0) {
         return -1;
     }
@@ -62,7 +63,8 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
 class TransportSdk : public ::testing::Test {
 protected:
     testsupport::RestAnswer Call(const std::string& path, const std::string& body, int type = REST_REQUEST_POST) {
-        return testsupport::RestCall("http://127.0.0.1:" + transport_.portText + path, body, type, nullptr, {{"X-Custom", "c1"}});
+        return testsupport::RestCall("http://127.0.0.1:" + transport_.portText + path, body, type, nullptr,
+                                     {{"X-Custom", "c1"}});
     }
 
     testsupport::LoopbackTransport transport_;
@@ -116,10 +118,10 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     testsupport::RestAnswer answer = Call("/echo?x=1&y=%2F", body);
     EXPECT_EQ("/echo?x=1&y=%2F|" + body + "|c1|127.0.0.1", LastSeen());
     EXPECT_EQ(body + '\0' + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +  // the zero as counted
-                                                 std::to_string(answer.status));
+                                                   std::to_string(answer.status));
     answer = Call("/echo", "", REST_REQUEST_PUT);
-    EXPECT_EQ(std::string(1, '\0') + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +
-                                                          std::to_string(answer.status));
+    EXPECT_EQ(std::string(1, '\0') + "|text/plain|200",
+              answer.body + "|" + answer.contentType + "|" + std::to_string(answer.status));
     EXPECT_EQ("/echo||c1|127.0.0.1", LastSeen());
     answer = Call("/fails", "x");
     EXPECT_EQ("500||", std::to_string(answer.status) + "|" + answer.body + "|" + answer.contentType);
@@ -138,7 +140,7 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     EXPECT_EQ(200, Call("/post", limit).status);
     EXPECT_EQ(std::to_string(TRANSPORT_SDK_MAX_BODY), LastSeen());
     EXPECT_EQ(413, Call("/post", limit + "z").status);
-    EXPECT_EQ("<none>", LastSeen());  // the handler never ran
+    EXPECT_EQ("<none>", LastSeen());                // the handler never ran
     EXPECT_EQ(200, Call("/post", "after").status);  // the refused upload left no debris on the connection
 
     // Chunked upload: no length announced, the limit is found while reading.
@@ -151,14 +153,16 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 10000L);
     curl_easy_setopt(curl, CURLOPT_READDATA, &sent);
-    curl_easy_setopt(curl, CURLOPT_READFUNCTION, +[](char* buf, size_t size, size_t n, void* ud) -> size_t {
-        auto* total = static_cast<size_t*>(ud);
-        const size_t chunk = std::min(size * n, 2 * TRANSPORT_SDK_MAX_BODY - *total);
-        std::memset(buf, 'c', chunk);
-        *total += chunk;
-        return chunk;
-    });
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
+    curl_easy_setopt(
+        curl, CURLOPT_READFUNCTION, +[](char* buf, size_t size, size_t n, void* ud) -> size_t {
+            auto* total = static_cast<size_t*>(ud);
+            const size_t chunk = std::min(size * n, 2 * TRANSPORT_SDK_MAX_BODY - *total);
+            std::memset(buf, 'c', chunk);
+            *total += chunk;
+            return chunk;
+        });
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
     EXPECT_EQ(CURLE_OK, curl_easy_perform(curl));
     long status = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
@@ -177,7 +181,8 @@ TEST_F(TransportSdk, RefusalsReadTheAnnouncedBodyBeforeTheyAnswer) {
     const struct {
         std::string request, body;
         const char* status;
-    } rows[] = {{"POST /nowhere", "hello", " 404 "}, {"PUT /post", "hello", " 405 "},
+    } rows[] = {{"POST /nowhere", "hello", " 404 "},
+                {"PUT /post", "hello", " 405 "},
                 {"POST /post", std::string(TRANSPORT_SDK_MAX_BODY + 1, 'z'), " 413 "}};
     for (const auto& [request, body, status] : rows) {
         const std::string text = request + " HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) +
@@ -329,7 +334,8 @@ TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
         EXPECT_TRUE(Sent(local) && Sent(local, viaArg->endpoint().c_str()) && Sent(other) &&
                     Sent(other, viaArg->endpoint().c_str()));
     }
-    EXPECT_EQ("2 4 2", testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
+    EXPECT_EQ("2 4 2",
+              testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
 }
 
 }  // namespace

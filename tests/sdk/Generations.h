@@ -25,9 +25,7 @@ struct ParamDef {
     std::vector<EnumSpec> enums;
 };
 
-template <std::size_t N> void Set(char (&field)[N], const char* text) {
-    std::snprintf(field, N, "%s", text);
-}
+template <std::size_t N> void Set(char (&field)[N], const char* text) { std::snprintf(field, N, "%s", text); }
 
 // A definition like the loader's (the numbers no case reads left zero), reachable until the process ends.
 inline stAlarmItems* Definition(int64_t id, const char* serviceType, const char* en, const char* ch,
@@ -79,7 +77,6 @@ inline void InstallDefinitions(const std::vector<stAlarmItems*>& items) {
 }
 
 }  // namespace legacytest
-
 
 namespace sdktest {
 
@@ -147,7 +144,8 @@ public:
             return Param(alarm, "seq");
         }
         return alarm.location.rfind(prefix, 0) == 0
-                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size()) : "";
+                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
+                   : "";
     }
     // The seqs the alarms carry, and the seqs "0" to "count - 1", as words.
     static std::string SeqsOf(const std::vector<nodeward::ReceivedAlarm>& alarms) {

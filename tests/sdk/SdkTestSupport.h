@@ -8,10 +8,10 @@
 #include <atomic>
 #include <cstring>
 
+#include "Agent.h"
 #include "AlarmEx.h"
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
-#include "Agent.h"
 #include "LogCapture.h"
 #include "PauseRecorder.h"
 #include "SimDocument.h"
@@ -41,7 +41,9 @@ inline std::string Param(const nodeward::ReceivedAlarm& alarm, const std::string
 // The node's address variables for one case, each set or (nullptr) unset.
 struct NodeEnv {
     NodeEnv(const char* nodeId, const char* hostingServerIp, const char* serverIp, const char* podName)
-        : node{"NODE_ID", nodeId}, hosting{"HOSTING_SERVER_IP", hostingServerIp}, server{"SERVER_IP", serverIp},
+        : node{"NODE_ID", nodeId},
+          hosting{"HOSTING_SERVER_IP", hostingServerIp},
+          server{"SERVER_IP", serverIp},
           pod{"PODNAME", podName} {}
     testsupport::ScopedEnv node, hosting, server, pod;
 };

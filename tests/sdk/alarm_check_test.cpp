@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-
 #include "RestCall.h"
 #include "SdkTestSupport.h"
 
@@ -25,10 +24,12 @@ void BillingCallback(char* text) { Record("billing", text); }
 void TakeoverCallback(char* text) { Record("takeover", text); }
 // Every delivered check, separated by "|", once n arrived.
 std::string Delivered(std::size_t n) {
-    const bool arrived = testsupport::WaitUntil([n] {
+    const bool arrived = testsupport::WaitUntil(
+        [n] {
             std::lock_guard<std::mutex> lock(g_mutex);
             return g_delivered.size() >= n;
-        }, 30000);
+        },
+        30000);
     std::lock_guard<std::mutex> lock(g_mutex);
     std::string all;
     for (const auto& [text, thread] : g_delivered) {
@@ -40,8 +41,8 @@ std::string Delivered(std::size_t n) {
 
 // The agent's own encoder: the library's decoder is checked against another's output.
 std::string CheckDocument(const std::string& service, const std::string& alarmsJson) {
-    return nodeward::EncodeBase64("{\"callBackInfo\":{\"serviceName\":\"" + service + "\"},\"callBackAlarms\":" +
-                                  alarmsJson + "}");
+    return nodeward::EncodeBase64("{\"callBackInfo\":{\"serviceName\":\"" + service +
+                                  "\"},\"callBackAlarms\":" + alarmsJson + "}");
 }
 
 class AlarmCheck : public sdktest::AgentTest {
@@ -49,8 +50,8 @@ protected:
     void SetUp() override { ASSERT_EQ(0, ZEBInitAlarmSDK()); }
     testsupport::RestAnswer Post(const std::string& body, const std::string& service = "orders",
                                  int method = REST_REQUEST_POST) {
-        return testsupport::RestCall("http://127.0.0.1:" + transport_.portText + "/" + service + "/app-7/alarmCheck/callBack",
-                                     body, method);
+        return testsupport::RestCall(
+            "http://127.0.0.1:" + transport_.portText + "/" + service + "/app-7/alarmCheck/callBack", body, method);
     }
     int Check(const std::string& alarms, const std::string& service = "orders") {
         return Post(CheckDocument(service, alarms), service).status;
@@ -63,7 +64,8 @@ protected:
 TEST_F(AlarmCheck, OnlyAPostIsHandledAnsweredAtOnceAndEachWakesTheCheckThreadWithACompactText) {
     pauses_.wakeOnWork(60000);
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
-    EXPECT_TRUE(log_.contains("RegResource success,iret=0, url=/orders/app-7/alarmCheck/callBack, serviceName=orders", 2));
+    EXPECT_TRUE(
+        log_.contains("RegResource success,iret=0, url=/orders/app-7/alarmCheck/callBack, serviceName=orders", 2));
     for (int method : {REST_REQUEST_GET, REST_REQUEST_PUT, REST_REQUEST_DELETE}) {
         EXPECT_EQ(405, Post(CheckDocument("orders", "1"), "orders", method).status) << method;
     }
@@ -112,7 +114,8 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
     const std::string noAlarms = "{\"callBackInfo\":{\"serviceName\":\"orders\"}}";
     const auto encode = nodeward::EncodeBase64;
     const std::pair<std::string, std::string> rows[] = {
-        {good.substr(0, good.size() - 1), "decode request body error"}, {"ab-d" + good, "decode request body error"},
+        {good.substr(0, good.size() - 1), "decode request body error"},
+        {"ab-d" + good, "decode request body error"},
         {std::string("\0AAA", 4), "AlarmCheck response body is NULL"},
         {"", "AlarmManagerEx::ProcessAlarmCheckInterface,request body is empty."},
         {CheckDocument("nobody", "[]"), "There is no service nobody"},
@@ -170,12 +173,13 @@ TEST(AlarmCheckRegistration, FiveFailedAttemptsReturnTheLastResultAndLeaveNoCall
 }
 
 TEST_F(AlarmCheck, NamesNoRequestCouldReachAreRefused) {
-    for (const std::string& name : {std::string("a?b"), std::string("a#b"), std::string("a b"), std::string("a%41"),
-                                    std::string("a/b"), std::string(".."), std::string("\xe5\x90\x8d"),
-                                    std::string(1100, 'n')}) {
+    for (const std::string& name :
+         {std::string("a?b"), std::string("a#b"), std::string("a b"), std::string("a%41"), std::string("a/b"),
+          std::string(".."), std::string("\xe5\x90\x8d"), std::string(1100, 'n')}) {
         EXPECT_EQ(-1, ZEBRegisterAlarmCheckCallBackFun(name.c_str(), &OrdersCallback)) << name;
         EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface serviceName " + name +
-                                  " with appId app-7 cannot be reached in a URL path, refused", 5));
+                                      " with appId app-7 cannot be reached in a URL path, refused",
+                                  5));
     }
     EXPECT_EQ(nullptr, AlarmManagerEx::getInstance()->getAlarmCheckCallBack());
     // Every character a client sends unchanged is accepted, and the path is served.
@@ -214,7 +218,8 @@ TEST_P(AlarmCheckFlood, ChecksBeyondTheBoundAreRefusedAndNoQueuedOneIsLost) {
     EXPECT_EQ(accepted, Delivered(std::count(accepted.begin(), accepted.end(), '|') + 1));
 }
 
-INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood, ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
+INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
+                         ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
                                            std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
 // Registrations racing on several threads start one alarm-check thread, so every callback runs on it, one at a time, in

@@ -33,9 +33,12 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
         std::function<long()> call;
         const char* error;  // "In <function>, ..." texts, and the length texts as they stand
     } rows[] = {
-        {[] { return ZEBRegisterRsetClearInfo(nullptr, nullptr, nullptr, 1); }, "In ZEBRegisterRsetClearInfo, pStrServiceName is null!"},
-        {[] { return ZEBRegisterRsetClearInfo("s", nullptr, "i", 1); }, "In ZEBRegisterRsetClearInfo, pStrServiceId is null!"},
-        {[] { return ZEBRegisterRsetClearInfo("s", "d", nullptr, 1); }, "In ZEBRegisterRsetClearInfo, pStrServiceInsId is null!"},
+        {[] { return ZEBRegisterRsetClearInfo(nullptr, nullptr, nullptr, 1); },
+         "In ZEBRegisterRsetClearInfo, pStrServiceName is null!"},
+        {[] { return ZEBRegisterRsetClearInfo("s", nullptr, "i", 1); },
+         "In ZEBRegisterRsetClearInfo, pStrServiceId is null!"},
+        {[] { return ZEBRegisterRsetClearInfo("s", "d", nullptr, 1); },
+         "In ZEBRegisterRsetClearInfo, pStrServiceInsId is null!"},
         {[] { return ZEBRegisterInfo(nullptr, nullptr); }, "In ZEBRegisterInfo, pStrServiceName is null!"},
         {[=] { return ZEBRegisterInfo(X(65).c_str(), "label"); }, kNameLength},
         {[] { return ZEBRegisterInfo("", "label"); }, kNameLength},
@@ -44,41 +47,60 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
         {[] { return ZEBRegisterInfo("svc", ""); }, kLabelLength},
         {[=] { return ptr(ZEBAllocAlarm(nullptr, 0)); }, "In ZEBAllocAlarm, pStrAlarmId is null!"},
         {[] { return ZEBSetAlarmServiceName(nullptr, "x"); }, "In ZEBSetAlarmServiceName, pAlarm is null!"},
-        {[] { return ZEBAppendAlarmParam(nullptr, nullptr, nullptr); }, "In ZEBAppendAlarmParam, pZEBAlarmObject is null!"},
+        {[] { return ZEBAppendAlarmParam(nullptr, nullptr, nullptr); },
+         "In ZEBAppendAlarmParam, pZEBAlarmObject is null!"},
         {[=] { return ZEBAppendAlarmParam(alarm, nullptr, "v"); }, "In ZEBAppendAlarmParam, pStrParamName is null!"},
         {[=] { return ZEBAppendAlarmParam(alarm, "n", nullptr); }, "In ZEBAppendAlarmParam, pStrParamValue is null!"},
         {[] { return ZEBFreeAlarm(nullptr); }, "In ZEBFreeAlarm, pZEBAlarmObject is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun(nullptr, &NoCallback); }, "In ZEBRegisterAlarmCheckCallBackFun, szServiceName is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun("svc", nullptr); }, "In ZEBRegisterAlarmCheckCallBackFun, callbackFun is null!"},
+        {[] { return ZEBRegisterAlarmCheckCallBackFun(nullptr, &NoCallback); },
+         "In ZEBRegisterAlarmCheckCallBackFun, szServiceName is null!"},
+        {[] { return ZEBRegisterAlarmCheckCallBackFun("svc", nullptr); },
+         "In ZEBRegisterAlarmCheckCallBackFun, callbackFun is null!"},
         {[] { return ZEBRegisterRsetClear(nullptr); }, "In ZEBRegisterRsetClear, pAlarmManagerInstance is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(nullptr, "s", "n", "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrAppId is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(X(65).c_str(), "s", "n", "i")); }, "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", nullptr, "n", "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrServiceName is null!"},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(nullptr, "s", "n", "i")); },
+         "In ZEBInitAlarmSDK4CoProcess, pStrAppId is null!"},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(X(65).c_str(), "s", "n", "i")); },
+         "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", nullptr, "n", "i")); },
+         "In ZEBInitAlarmSDK4CoProcess, pStrServiceName is null!"},
         {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", X(65).c_str(), "n", "i")); }, kNameLength},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", nullptr, "i")); }, "In ZEBInitAlarmSDK4CoProcess, pStrNodeIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", X(257).c_str(), "i")); }, "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN "},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", nullptr)); }, "In ZEBInitAlarmSDK4CoProcess, pStrServiceIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", X(65).c_str())); }, "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN "},
-        {[] { return ZEBRegisterRsetClearInfo4CoProcess(nullptr, "s", "d", "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, nullptr, "d", "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceName is null!"},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", nullptr, "i")); },
+         "In ZEBInitAlarmSDK4CoProcess, pStrNodeIp is null!"},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", X(257).c_str(), "i")); },
+         "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN "},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", nullptr)); },
+         "In ZEBInitAlarmSDK4CoProcess, pStrServiceIp is null!"},
+        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", X(65).c_str())); },
+         "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN "},
+        {[] { return ZEBRegisterRsetClearInfo4CoProcess(nullptr, "s", "d", "i", 0); },
+         "In ZEBRegisterRsetClearInfo4CoProcess, pAlarmManagerInstance is null!"},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, nullptr, "d", "i", 0); },
+         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceName is null!"},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, X(65).c_str(), "d", "i", 0); }, kNameLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", nullptr, "i", 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceId is null!"},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", nullptr, "i", 0); },
+         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceId is null!"},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", X(257).c_str(), "i", 0); }, kIdLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", nullptr, 0); }, "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceInsId is null!"},
+        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", nullptr, 0); },
+         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceInsId is null!"},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", X(257).c_str(), 0); }, kInsLength},
         // Empty texts pass unless the service asks for reset-clear.
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "", "a", "b", 1); }, kNameLength},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "", "b", 1); }, kIdLength},
         {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "a", "", 1); }, kInsLength},
-        {[] { return ZEBRegisterInfo4CoProcess(nullptr, "label"); }, "In ZEBRegisterInfo4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterInfo4CoProcess(h, nullptr); }, "In ZEBRegisterInfo4CoProcess, pStrServiceLabel is null!"},
+        {[] { return ZEBRegisterInfo4CoProcess(nullptr, "label"); },
+         "In ZEBRegisterInfo4CoProcess, pAlarmManagerInstance is null!"},
+        {[=] { return ZEBRegisterInfo4CoProcess(h, nullptr); },
+         "In ZEBRegisterInfo4CoProcess, pStrServiceLabel is null!"},
         {[=] { return ZEBRegisterInfo4CoProcess(h, ""); }, kCoLabelLength},
         {[=] { return ZEBRegisterInfo4CoProcess(h, X(257).c_str()); }, kCoLabelLength},
-        {[=] { return ZEBSendAlarm4CoProcess(nullptr, alarm); }, "In ZEBSendAlarm4CoProcess, pAlarmManagerInstance is null!"},
+        {[=] { return ZEBSendAlarm4CoProcess(nullptr, alarm); },
+         "In ZEBSendAlarm4CoProcess, pAlarmManagerInstance is null!"},
         // Unlike ZEBSendAlarm, a null alarm is reported before any conversion.
         {[=] { return ZEBSendAlarm4CoProcess(h, nullptr); }, "In ZEBSendAlarm4CoProcess, pZEBAlarmObject is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(nullptr, &NoCallback); }, "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(h, nullptr); }, "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, callbackFun is null!"},
+        {[] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(nullptr, &NoCallback); },
+         "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, pAlarmManagerInstance is null!"},
+        {[=] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(h, nullptr); },
+         "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, callbackFun is null!"},
     };
     for (const Row& row : rows) {
         log_.clear();
@@ -108,8 +130,8 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     _ZEBAlarm* alarm = ZEBAllocAlarm("123456789", 1);
     ASSERT_NE(nullptr, alarm);
     EXPECT_EQ("123456789 1", testsupport::Words(alarm->alarmId, alarm->alarmType));
-    EXPECT_TRUE(
-        log_.contains("the len of alarm memory is 158d, len of AlarmObjectEx is 22d, len of AlarmParam is 256d", 2, kImpl));
+    EXPECT_TRUE(log_.contains("the len of alarm memory is 158d, len of AlarmObjectEx is 22d, len of AlarmParam is 256d",
+                              2, kImpl));
     _ZEBAlarm* longId = ZEBAllocAlarm("1234567890", 0);
     EXPECT_STREQ("", longId->alarmId);
     ZEBFreeAlarm(longId);
@@ -130,8 +152,8 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(0, ZEBSetAlarmServiceName(alarm, nullptr));
 
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, X(200).c_str(), "v1"));
-    EXPECT_TRUE(
-        log_.contains("the len of alarm memory is 264d, len of ZEBAlarmParam is 22d, len of AlarmParam is 256d", 2, kImpl));
+    EXPECT_TRUE(log_.contains("the len of alarm memory is 264d, len of ZEBAlarmParam is 22d, len of AlarmParam is 256d",
+                              2, kImpl));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", X(300).c_str()));
     EXPECT_EQ(0, ZEBAppendAlarmParam(alarm, "b", "dup"));
     std::string listed;
@@ -176,7 +198,7 @@ TEST(AlarmRecord, IdTypeAndParameters) {
     EXPECT_STREQ("", AlarmEx(nullptr, ZEB_ALARM_GENERATE).getAlarmId());
     const auto type = [](int value) { return AlarmEx("1", static_cast<EU_GEN_CLEAR_TYPE>(value)).getAlarmType(); };
     EXPECT_EQ("1 2 0 0 -1", testsupport::Words(type(ZEB_ALARM_GENERATE), type(ZEB_ALARM_CLEAR), type(7), type(-1),
-                                                AlarmEx().getAlarmType()));
+                                               AlarmEx().getAlarmType()));
     const AlarmEx plain;
     const char zeros[ZEB_ALARM_ID_SIZE] = {};
     EXPECT_EQ(0, std::memcmp(zeros, plain.getAlarmId(), ZEB_ALARM_ID_SIZE));

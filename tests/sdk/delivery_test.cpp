@@ -139,8 +139,11 @@ TEST_F(Delivery, CurrentAlarmsCarryTheCallersDataAndTheManagersIdentity) {
     ASSERT_TRUE(StartAgent());
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     _ZEBAlarm* alarm = ZEBAllocAlarm("42", ZEB_ALARM_CLEAR);
-    const int results[] = {ZEBSetAlarmServiceName(alarm, "caller-name"), ZEBAppendAlarmParam(alarm, "disk", "sda"),
-                           ZEBSendAlarm(alarm), ZEBResetAlarmTime(alarm, 1700000000123L), ZEBSendAlarm(alarm),
+    const int results[] = {ZEBSetAlarmServiceName(alarm, "caller-name"),
+                           ZEBAppendAlarmParam(alarm, "disk", "sda"),
+                           ZEBSendAlarm(alarm),
+                           ZEBResetAlarmTime(alarm, 1700000000123L),
+                           ZEBSendAlarm(alarm),
                            ZEBFreeAlarm(alarm)};
     ASSERT_EQ(std::vector<int>(6, 0), std::vector<int>(std::begin(results), std::end(results)));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(2, 20000));
@@ -185,13 +188,16 @@ TEST_P(Location, ComesFromTheEnvironment) {
     EXPECT_EQ(c.source, sdktest::Param(a, "AlarmSource"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Location, ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(
+    Cases, Location,
+    ::testing::Values(
         LocationCase{"NodeIdIsTheNodeAddress", "node-9", nullptr, nullptr, nullptr, "node-9", "<absent>", "<absent>"},
         LocationCase{"HostingServerIpWins", "node-9", "10.0.0.1", "10.0.0.9", "pod-3", "10.0.0.1", "10.0.0.1", "pod-3"},
         LocationCase{"ServerIpStandsIn", nullptr, nullptr, "10.0.0.9", nullptr, "10.0.0.9", "10.0.0.9", "<absent>"},
-        LocationCase{"OneCharacterHostingServerIpIsIgnored", "node-9", "x", nullptr, nullptr, "node-9", "<absent>", "<absent>"},
-        LocationCase{"OneCharacterHostingServerIpLeavesServerIp", nullptr, "x", "10.0.0.9", nullptr, "10.0.0.9", "10.0.0.9",
-                     "<absent>"}),
+        LocationCase{"OneCharacterHostingServerIpIsIgnored", "node-9", "x", nullptr, nullptr, "node-9", "<absent>",
+                     "<absent>"},
+        LocationCase{"OneCharacterHostingServerIpLeavesServerIp", nullptr, "x", "10.0.0.9", nullptr, "10.0.0.9",
+                     "10.0.0.9", "<absent>"}),
     [](const ::testing::TestParamInfo<LocationCase>& info) { return std::string(info.param.name); });
 
 // What a manager that was never started queues for a bare alarm with this
@@ -212,14 +218,19 @@ std::string Queued(AlarmManagerEx& manager, const char* source) {
 // The alarm source: the record's own, else the manager's, else PODNAME.
 // Service id and instance id go out only once the service IP and name are known.
 TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName) {
-    const struct { const char *record, *manager, *podName, *expected; } sources[] = {{"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
+    const struct {
+        const char *record, *manager, *podName, *expected;
+    } sources[] = {
+        {"rec", "mgr", "pod", "rec"}, {"", "mgr", "pod", "mgr"}, {"", "", "pod", "pod"}, {"", "", nullptr, ""}};
     for (const auto& c : sources) {
         testsupport::ScopedEnv pod("PODNAME", c.podName);
         AlarmManagerEx manager(0);
         manager.setAlarmSource(c.manager);
         EXPECT_EQ(std::string(c.expected) + "| ", Queued(manager, c.record));
     }
-    const struct { const char *serviceIp, *name, *expected; } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
+    const struct {
+        const char *serviceIp, *name, *expected;
+    } identities[] = {{"127.0.0.1", "orders", "|svc-1 inst-1"}, {"", "orders", "| "}, {"127.0.0.1", "", "| "}};
     for (const auto& c : identities) {
         AlarmManagerEx manager(0);
         manager.setServiceIp(c.serviceIp);
@@ -303,17 +314,20 @@ TEST(DeliveryStatsHandle, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarm
     // The queue holds 1024; the send thread may hold one batch of 50 besides.
     EXPECT_GE(accepted, 1024u);
     EXPECT_LE(accepted, 1024u + 50u);
-    EXPECT_EQ(1100 - accepted, log.count("the alarm queue is full, this alarm has been removed !", 5, "../src/AlarmManagerEx"));
+    EXPECT_EQ(1100 - accepted,
+              log.count("the alarm queue is full, this alarm has been removed !", 5, "../src/AlarmManagerEx"));
     ASSERT_TRUE(log.waitFor("Nodeward pResponse is NULL.", 10000));
     ASSERT_TRUE(testsupport::WaitUntil([manager] { return HandleStats(manager).retried >= 1; }, 10000));
     alarmsdk_stats s = HandleStats(manager);
-    EXPECT_EQ(testsupport::Words(accepted, 1100 - accepted, accepted), testsupport::Words(s.accepted, s.refused, s.waiting));
+    EXPECT_EQ(testsupport::Words(accepted, 1100 - accepted, accepted),
+              testsupport::Words(s.accepted, s.refused, s.waiting));
     EXPECT_EQ(ALARMSDK_FLUSH_TIMED_OUT, alarmsdk_flush(manager, 0));
 
     const auto agent = testsupport::StartedAgent(nullptr, endpoint);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush(manager, 60000));
     s = HandleStats(manager);
-    EXPECT_EQ(testsupport::Words(accepted, 0, agent->requests().size()), testsupport::Words(s.delivered, s.waiting, s.batches));
+    EXPECT_EQ(testsupport::Words(accepted, 0, agent->requests().size()),
+              testsupport::Words(s.delivered, s.waiting, s.batches));
     EXPECT_EQ(seqs, sdktest::GenerationDriver::SeqsOf(agent->acceptedAlarms()));
 }
 
@@ -323,10 +337,14 @@ TEST(DeliveryStatsArguments, BadArgumentsAreRefusedAndAStructFromANewerHeaderKee
     small.size = ALARMSDK_STATS_MIN_SIZE - 8;
     s.size = sizeof(s);
     const int refused[] = {alarmsdk_get_process_stats(&small), alarmsdk_get_stats(nullptr, &s),
-                           alarmsdk_get_process_stats(nullptr), alarmsdk_get_legacy_stats(nullptr), alarmsdk_flush(nullptr, 0)};
+                           alarmsdk_get_process_stats(nullptr), alarmsdk_get_legacy_stats(nullptr),
+                           alarmsdk_flush(nullptr, 0)};
     EXPECT_EQ(std::vector<int>(5, -1), std::vector<int>(std::begin(refused), std::end(refused)));
     EXPECT_TRUE(log.contains("In alarmsdk_flush, manager is null!", 5, "../src/AlarmSdkStats"));
-    struct { alarmsdk_stats stats; uint64_t later; } newer = {};
+    struct {
+        alarmsdk_stats stats;
+        uint64_t later;
+    } newer = {};
     newer.stats.size = sizeof(newer);
     newer.later = 77;
     EXPECT_EQ(0, alarmsdk_get_legacy_stats(&newer.stats));
@@ -369,7 +387,8 @@ TEST_F(ResetClear, OneAnnouncementPerManagerAndEveryLaterAlarmCarriesTheMarker) 
     EXPECT_EQ("0 orders 127.0.0.1 8123 app-7 orders-label",
               testsupport::Words(announcement.alarmId, announcement.serviceName, announcement.serviceIp,
                                  announcement.servicePort, announcement.appId, announcement.serviceLabel));
-    EXPECT_EQ("1 orders2 label2", testsupport::Words(alarms[1].rsetClear, alarms[1].serviceName, alarms[1].serviceLabel));
+    EXPECT_EQ("1 orders2 label2",
+              testsupport::Words(alarms[1].rsetClear, alarms[1].serviceName, alarms[1].serviceLabel));
 }
 
 TEST_F(ResetClear, RegisteringBeforeANameIsKnownSpendsTheAnnouncement) {
@@ -438,7 +457,8 @@ TEST_P(CoProcess, HandlesKeepTheirAlarmsApart) {
         for (const ReceivedAlarm& a : request.alarms) {
             ASSERT_EQ(request.alarms.front().appId, a.appId) << "one batch mixes two co-processes";
             if (a.alarmId != "0") {
-                seen[a.appId] += " " + testsupport::Words(a.serviceName, a.serviceIp, a.rsetClear, sdktest::Param(a, "seq"));
+                seen[a.appId] +=
+                    " " + testsupport::Words(a.serviceName, a.serviceIp, a.rsetClear, sdktest::Param(a, "seq"));
             }
         }
     }

@@ -57,14 +57,14 @@ TEST_F(Fork, AChildDeliversItsOwnAlarmsThroughEveryManagerAndNeverItsParents) {
     AlarmManagerEx* handle = ZEBInitAlarmSDK4CoProcess("app-co", "svc-co", "10.0.0.1", "");
     ASSERT_NE(nullptr, handle);
     ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) >= 3; }, 10000));
-    ASSERT_TRUE(current.send("parent-0") && legacy.send("parent-0") &&
-                sdktest::SendVia(handle, "7", "parent-0") == 0);
+    ASSERT_TRUE(current.send("parent-0") && legacy.send("parent-0") && sdktest::SendVia(handle, "7", "parent-0") == 0);
 
     const pid_t child = fork();
     if (child == 0) {
         pauses_.release();
         int failures = 0;
-        failures += !(current.send("child-0") && legacy.send("child-0") && sdktest::SendVia(handle, "7", "child-0") == 0);
+        failures +=
+            !(current.send("child-0") && legacy.send("child-0") && sdktest::SendVia(handle, "7", "child-0") == 0);
         failures += current.flush(20000) != ALARMSDK_FLUSH_DELIVERED;
         failures += legacy.flush(20000) != ALARMSDK_FLUSH_DELIVERED;
         failures += alarmsdk_flush(handle, 20000) != ALARMSDK_FLUSH_DELIVERED;
@@ -114,7 +114,9 @@ TEST_F(Fork, NoLockIsInheritedHeld) {
         busy.emplace_back([&, t] {
             for (int i = 0; !stop.load(); ++i) {
                 const std::string seq = std::to_string(i);
-                (void)(t == 0 ? current.send(seq) : t == 1 ? legacy.send(seq) : sdktest::SendVia(handle, "7", seq) == 0);
+                (void)(t == 0   ? current.send(seq)
+                       : t == 1 ? legacy.send(seq)
+                                : sdktest::SendVia(handle, "7", seq) == 0);
                 (void)alarmsdk_flush(handle, 0);
             }
         });

@@ -12,12 +12,12 @@ const char kImpl[] = "../src/AlarmImpl";
 const char kManager[] = "../src/AlarmManager";
 
 const std::vector<std::string> kLegacyAlarmKeys{
-    "alarmName",    "appId",         "alarmId",   "appName",        "serviceName",    "alarmEventType",
-    "genClearAlarmType", "alarmLevel", "alarmGenTime", "alarmClearTime", "alarmClearType", "isCanAutoClearType",
-    "eventType",    "probableCause", "nodeID",    "NodeIp",         "serviceID",      "serviceInstID",
-    "rsetClear",    "location",      "appendInfo"};
-const std::vector<std::string> kRegistrationKeys{"alarmName",  "appId",       "alarmId", "serviceName",
-                                                 "serviceIp", "restClearAlarmList", "occurTime"};
+    "alarmName",         "appId",         "alarmId",      "appName",        "serviceName",    "alarmEventType",
+    "genClearAlarmType", "alarmLevel",    "alarmGenTime", "alarmClearTime", "alarmClearType", "isCanAutoClearType",
+    "eventType",         "probableCause", "nodeID",       "NodeIp",         "serviceID",      "serviceInstID",
+    "rsetClear",         "location",      "appendInfo"};
+const std::vector<std::string> kRegistrationKeys{
+    "alarmName", "appId", "alarmId", "serviceName", "serviceIp", "restClearAlarmList", "occurTime"};
 const std::vector<std::pair<const char*, const char*>> kDiskParams{{"disk", "sda"}, {"usage", "95"}, {"state", "0"}};
 
 class Legacy : public sdktest::AgentTest {
@@ -29,12 +29,13 @@ protected:
 TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeFields) {
     const sdktest::NodeEnv env("node-1", "10.0.0.1", "10.0.0.9", nullptr);
     ASSERT_TRUE(StartAgent());
-    legacytest::InstallDefinitions({legacytest::DiskDefinition(),
-                                    legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
-    WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; }, [&] {
-        ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
-        ASSERT_EQ(1, sdktest::SendLegacy("300012", 1, kDiskParams, 3));
-    });
+    legacytest::InstallDefinitions(
+        {legacytest::DiskDefinition(), legacytest::Definition(300020, "network", "Link down", "链路中断", {})});
+    WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1) == 1; },
+                [&] {
+                    ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
+                    ASSERT_EQ(1, sdktest::SendLegacy("300012", 1, kDiskParams, 3));
+                });
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(3, 20000));
     for (const auto& request : agent_->requests()) {
         EXPECT_EQ(0u, request.json.find("{\"service\":{\"name\":\"szServiceName\",\"appid\":\"app-7\","
@@ -50,9 +51,10 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     for (int i = 1; i <= 2; ++i) {
         const nodeward::ReceivedAlarm& a = alarms[i];
         EXPECT_EQ(kLegacyAlarmKeys, a.keys);
-        EXPECT_EQ("EN:Disk usage high##ZH:磁盘使用率高##|EN:Disk=sda##ZH:磁盘=sda##|EN:Usage=95,State=normal,"
-                  "Alarm Source Location=10.0.0.1:node-1##ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
-                  a.alarmName + "|" + a.location + "|" + a.appendInfo);
+        EXPECT_EQ(
+            "EN:Disk usage high##ZH:磁盘使用率高##|EN:Disk=sda##ZH:磁盘=sda##|EN:Usage=95,State=normal,"
+            "Alarm Source Location=10.0.0.1:node-1##ZH:使用率=95,状态=正常,告警源位置=10.0.0.1:node-1##",
+            a.alarmName + "|" + a.location + "|" + a.appendInfo);
         for (const char* field : {"\"appName\":\"orders-app\"", "\"serviceName\":\"storage\"",
                                   "\"nodeID\":\"10.0.0.1\",\"NodeIp\":\"10.0.0.1\",\"serviceID\":\"svc-1\","
                                   "\"serviceInstID\":\"inst-1\",\"rsetClear\":1"}) {
@@ -88,15 +90,17 @@ TEST_F(Legacy, ARegistrationWithoutDefinitionsNamesNoServiceAndClearsAnEmptyList
     legacytest::InstallDefinitions({});
     ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1));
     const nodeward::ReceivedAlarm registration = OnlyAlarm();
-    EXPECT_EQ((std::vector<std::string>{"alarmName", "appId", "alarmId", "serviceIp", "restClearAlarmList", "occurTime"}),
-              registration.keys);
+    EXPECT_EQ(
+        (std::vector<std::string>{"alarmName", "appId", "alarmId", "serviceIp", "restClearAlarmList", "occurTime"}),
+        registration.keys);
     EXPECT_NE(std::string::npos, registration.json.find("\"restClearAlarmList\":[]")) << registration.json;
 }
 
 TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
     ASSERT_EQ(1, AppendParam(full, "a", "b"));
-    const std::pair<std::function<bool()>, const char*> rows[] = {  // true when refused as it should be
+    const std::pair<std::function<bool()>, const char*> rows[] = {
+        // true when refused as it should be
         {[] { return InitAlarm(nullptr, "s", "i", 0) == 0; }, "The xmlFile is null"},
         {[] { return InitAlarm("", "s", "i", 0) == 0; }, "The xmlFile is empty"},
         {[] { return InitAlarm("/x.xml", nullptr, "i", 0) == 0; }, "The serviceId is null"},
@@ -124,8 +128,9 @@ TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     EXPECT_TRUE(log_.contains("the len of alarm memory is 534d, len of AlarmObject is 22d, len of AlarmParam is 256d",
                               2, kImpl));
     ASSERT_EQ(1, AppendParam(object, "name", std::string(200, 'v').c_str()));
-    EXPECT_EQ("123456789 1 1 " + std::string(127, 'v'),  // packed fields: read by value
-              testsupport::Words(object->alarmId, object->genClearType, object->paramCount, object->params[0].paramValue));
+    EXPECT_EQ(
+        "123456789 1 1 " + std::string(127, 'v'),  // packed fields: read by value
+        testsupport::Words(object->alarmId, object->genClearType, object->paramCount, object->params[0].paramValue));
     FreeAlarmObject(object);
 }
 
@@ -236,52 +241,189 @@ ParamDef Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}};
 ParamDef Info(const char* name) { return {name, name, name, "STRING", 0, 1, {}}; }
 
 const TextCase kTextCases[] = {
-    {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
+    {"WorkedExample",
+     {kUsage},
+     {{"usage", "95"}},
+     "svc-a",
+     nullptr,
+     "10.0.0.5",
+     nullptr,
+     "node-1",
+     "EN:##ZH:##",
      "EN:Usage=95,Alarm Source=svc-a,Alarm Source Location=10.0.0.5:node-1##"
-     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##", ""},
-    {"LocationAndAppendByClassUintCutEnumSignExtended", {kDisk, kUsage, kState},
-     {{"disk", "sda"}, {"usage", "300"}, {"state", "255"}}, "", nullptr, nullptr, nullptr, nullptr,
-     "EN:Disk=sda##ZH:磁盘=sda##", "EN:Usage=44,State=failed##ZH:UsageCh=44,状态=故障##", ""},
-    {"EnumWithoutMatchAddsOnlyTheSeparator", {kState}, {{"state", "7"}}, "", nullptr, nullptr, nullptr, nullptr,
-     "EN:##ZH:##", "EN:State=##ZH:状态=##", ""},
-    {"UintOfUnsupportedLengthIsZero", {{"n", "N", "N", "UINT", 8, 0, {}}}, {{"n", "12"}}, "", nullptr, nullptr,
-     nullptr, nullptr, "EN:N=0##ZH:N=0##", "EN:##ZH:##", "In ALM_GetIntValue, paraLen=8  is invalid !"},
-    {"PodNameAndServerIpStandInWithoutNodeId", {kUsage}, {{"usage", "1"}}, "", "pod-1", nullptr, "10.9.9.9",
-     nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
-     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##", ""},
-    {"ServiceNameWinsOverPodNameAndNodeAddressOverServerIp", {kUsage}, {{"usage", "1"}}, "svc-b", "pod-1",
-     "10.0.0.7", "10.9.9.9", nullptr, "EN:##ZH:##", "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
-     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##", ""},
-    {"OneCharacterNodeAddressIsIgnored", {kUsage}, {{"usage", "1"}}, "", nullptr, "x", nullptr, "node-1",
-     "EN:##ZH:##", "EN:Usage=1##ZH:UsageCh=1##", ""},
-    {"InvalidClassIsSkipped", {{"x", "X", "X", "STRING", 0, 2, {}}, kUsage}, {{"x", "v"}, {"usage", "2"}}, "",
-     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=2##ZH:UsageCh=2##",
+     "ZH:UsageCh=95,告警源=svc-a,告警源位置=10.0.0.5:node-1##",
+     ""},
+    {"LocationAndAppendByClassUintCutEnumSignExtended",
+     {kDisk, kUsage, kState},
+     {{"disk", "sda"}, {"usage", "300"}, {"state", "255"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:Disk=sda##ZH:磁盘=sda##",
+     "EN:Usage=44,State=failed##ZH:UsageCh=44,状态=故障##",
+     ""},
+    {"EnumWithoutMatchAddsOnlyTheSeparator",
+     {kState},
+     {{"state", "7"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:State=##ZH:状态=##",
+     ""},
+    {"UintOfUnsupportedLengthIsZero",
+     {{"n", "N", "N", "UINT", 8, 0, {}}},
+     {{"n", "12"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:N=0##ZH:N=0##",
+     "EN:##ZH:##",
+     "In ALM_GetIntValue, paraLen=8  is invalid !"},
+    {"PodNameAndServerIpStandInWithoutNodeId",
+     {kUsage},
+     {{"usage", "1"}},
+     "",
+     "pod-1",
+     nullptr,
+     "10.9.9.9",
+     nullptr,
+     "EN:##ZH:##",
+     "EN:Usage=1,Alarm Source=pod-1,Alarm Source Location=10.9.9.9##"
+     "ZH:UsageCh=1,告警源=pod-1,告警源位置=10.9.9.9##",
+     ""},
+    {"ServiceNameWinsOverPodNameAndNodeAddressOverServerIp",
+     {kUsage},
+     {{"usage", "1"}},
+     "svc-b",
+     "pod-1",
+     "10.0.0.7",
+     "10.9.9.9",
+     nullptr,
+     "EN:##ZH:##",
+     "EN:Usage=1,Alarm Source=svc-b,Alarm Source Location=10.0.0.7##"
+     "ZH:UsageCh=1,告警源=svc-b,告警源位置=10.0.0.7##",
+     ""},
+    {"OneCharacterNodeAddressIsIgnored",
+     {kUsage},
+     {{"usage", "1"}},
+     "",
+     nullptr,
+     "x",
+     nullptr,
+     "node-1",
+     "EN:##ZH:##",
+     "EN:Usage=1##ZH:UsageCh=1##",
+     ""},
+    {"InvalidClassIsSkipped",
+     {{"x", "X", "X", "STRING", 0, 2, {}}, kUsage},
+     {{"x", "v"}, {"usage", "2"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:Usage=2##ZH:UsageCh=2##",
      "[ALM_ContructLocationAndAppendParainfo] ParamName=x ,ParamClass(2) is invalid!"},
-    {"UndefinedNameIsIgnoredAndTheDefinedOneSkipped", {kDisk, kUsage}, {{"other", "v"}, {"usage", "3"}}, "",
-     nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##", "EN:Usage=3##ZH:UsageCh=3##", ""},
-    {"CountMismatchAddsNoParameters", {kDisk, kUsage}, {{"usage", "3"}}, "svc-a", nullptr, nullptr, nullptr,
-     nullptr, "EN:##ZH:##", "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
+    {"UndefinedNameIsIgnoredAndTheDefinedOneSkipped",
+     {kDisk, kUsage},
+     {{"other", "v"}, {"usage", "3"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:Usage=3##ZH:UsageCh=3##",
+     ""},
+    {"CountMismatchAddsNoParameters",
+     {kDisk, kUsage},
+     {{"usage", "3"}},
+     "svc-a",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
      "[ALM_InitAlarmCruxInfo] paralen(1) is not equal config(2)!"},
     // An overlong location is cut, and reported with the append-information text.
     {"UintAndEnumOfTwoAndFourBytes",
-     {{"a", "A", "A", "UINT", 2, 1, {}}, {"b", "B", "B", "UINT", 4, 1, {}},
-      {"c", "C", "C", "ENUM", 2, 1, {{-1, "minus", "负"}}}, {"d", "D", "D", "ENUM", 4, 1, {{-1, "minus", "负"}}}},
-     {{"a", "70000"}, {"b", "-1"}, {"c", "65535"}, {"d", "-1"}}, "", nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##",
-     "EN:A=4464,B=4294967295,C=minus,D=minus##ZH:A=4464,B=4294967295,C=负,D=负##", ""},
-    {"UnknownTypeLeavesTheValueOut", {{"n", "N", "N", "INT", 4, 1, {}}}, {{"n", "5"}}, "", nullptr, nullptr, nullptr,
-     nullptr, "EN:##ZH:##", "EN:N=##ZH:N=##", ""},
-    {"ARepeatedNameKeepsItsFirstValue", {kDisk}, {{"disk", "sda"}, {"disk", "sdb"}}, "", nullptr, nullptr, nullptr,
-     nullptr, "EN:Disk=sda##ZH:磁盘=sda##", "EN:##ZH:##", ""},
+     {{"a", "A", "A", "UINT", 2, 1, {}},
+      {"b", "B", "B", "UINT", 4, 1, {}},
+      {"c", "C", "C", "ENUM", 2, 1, {{-1, "minus", "负"}}},
+      {"d", "D", "D", "ENUM", 4, 1, {{-1, "minus", "负"}}}},
+     {{"a", "70000"}, {"b", "-1"}, {"c", "65535"}, {"d", "-1"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:A=4464,B=4294967295,C=minus,D=minus##ZH:A=4464,B=4294967295,C=负,D=负##",
+     ""},
+    {"UnknownTypeLeavesTheValueOut",
+     {{"n", "N", "N", "INT", 4, 1, {}}},
+     {{"n", "5"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:N=##ZH:N=##",
+     ""},
+    {"ARepeatedNameKeepsItsFirstValue",
+     {kDisk},
+     {{"disk", "sda"}, {"disk", "sdb"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:Disk=sda##ZH:磁盘=sda##",
+     "EN:##ZH:##",
+     ""},
     // An append that would pass 1023 characters empties the text; later ones go on into it.
     {"AnOverlongAppendInfoStartsAgain",
-     {Info("p0"), Info("p1"), Info("p2"), Info("p3"), Info("p4"), Info("p5"), Info("p6"), Info("p7"), Info("p8"), kUsage},
-     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"p5", kLong}, {"p6", kLong},
-      {"p7", kLong}, {"p8", kLong}, {"usage", "9"}}, "", nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##",
-     "EN:,Usage=9##ZH:,UsageCh=9##", ""},
-    {"AnOverlongLocationIsCut", {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
-     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}}, "", nullptr,
-     nullptr, nullptr, nullptr, ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
-     "EN:Usage=9##ZH:UsageCh=9##", "LocationInfo Len > 1024,Ch is---" + kLongText + ",En is---Usage=9"},
+     {Info("p0"), Info("p1"), Info("p2"), Info("p3"), Info("p4"), Info("p5"), Info("p6"), Info("p7"), Info("p8"),
+      kUsage},
+     {{"p0", kLong},
+      {"p1", kLong},
+      {"p2", kLong},
+      {"p3", kLong},
+      {"p4", kLong},
+      {"p5", kLong},
+      {"p6", kLong},
+      {"p7", kLong},
+      {"p8", kLong},
+      {"usage", "9"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     "EN:##ZH:##",
+     "EN:,Usage=9##ZH:,UsageCh=9##",
+     ""},
+    {"AnOverlongLocationIsCut",
+     {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
+     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}},
+     "",
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
+     "EN:Usage=9##ZH:UsageCh=9##",
+     "LocationInfo Len > 1024,Ch is---" + kLongText + ",En is---Usage=9"},
 };
 
 void PrintTo(const TextCase& c, std::ostream* os) { *os << c.name; }

@@ -44,7 +44,8 @@ TEST(PushDocument, ExactCompactTexts) {
     bare.setRsetClear(1700000000123L);
     EXPECT_EQ(head + tail, Document({}));
     EXPECT_EQ(head + Object(&bare) + "," + Object(full.get()) + tail, Document({&bare, nullptr, full.get(), nullptr}));
-    EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource)) << log.dump();
+    EXPECT_EQ(2u, log.count("In AlmJsonParser::GenAlarmEx, pAlarm is null!", RUNLOG_LEVEL_ERROR, kSource))
+        << log.dump();
     EXPECT_EQ(nullptr, AlmJsonParser::GenAlarmEx(nullptr));
     EXPECT_EQ(R"({"alarmId":"300012","appId":"app-7","occurTime":1700000000123,"serviceName":"orders",)"
               R"("serviceIp":"10.0.0.5","servicePort":8080,"serviceLabel":"orders-label","alarmType":1,)"
@@ -55,10 +56,11 @@ TEST(PushDocument, ExactCompactTexts) {
     EXPECT_EQ(R"({"alarmId":"0","appId":"app-7","occurTime":1700000000123,"serviceName":"orders",)"
               R"("serviceIp":"10.0.0.5","servicePort":8080,"serviceLabel":"orders-label"})",
               Object(announcement.get()));
-    EXPECT_EQ(R"({"alarmId":"12","appId":"","occurTime":0,"serviceName":"svc","serviceIp":"","servicePort":0,)"
-              R"("serviceLabel":"","alarmType":2,"serviceId":"","serviceInstId":"","rsetClear":1700000000123,)"
-              R"("nodeIp":"","callBackInfo":{"serviceName":"svc","registerName":"svc","serviceIp":""},"parameters":[]})",
-              Object(&bare));
+    EXPECT_EQ(
+        R"({"alarmId":"12","appId":"","occurTime":0,"serviceName":"svc","serviceIp":"","servicePort":0,)"
+        R"("serviceLabel":"","alarmType":2,"serviceId":"","serviceInstId":"","rsetClear":1700000000123,)"
+        R"("nodeIp":"","callBackInfo":{"serviceName":"svc","registerName":"svc","serviceIp":""},"parameters":[]})",
+        Object(&bare));
 }
 
 TEST(RetCode, AnswerTable) {
@@ -68,19 +70,28 @@ TEST(RetCode, AnswerTable) {
     const struct {
         const char *answer, *result, *logged;  // logged: nullptr when nothing is
     } rows[] = {
-        {R"({"retCode":0})", "OK", nullptr},         {R"({"retCode":7})", "Failed", kFailed},
-        {R"({"retCode":-1})", "Failed", kFailed},    {R"({"retCode":true})", "Failed", kFailed},
+        {R"({"retCode":0})", "OK", nullptr},
+        {R"({"retCode":7})", "Failed", kFailed},
+        {R"({"retCode":-1})", "Failed", kFailed},
+        {R"({"retCode":true})", "Failed", kFailed},
         {R"({"retCode":3e10})", "Failed", kFailed},
         // Anything cJSON holds as integer 0 is success, by design.
-        {R"({"retCode":"0"})", "OK", nullptr},       {R"({"retCode":"1"})", "OK", nullptr},
-        {R"({"retCode":false})", "OK", nullptr},     {R"({"retCode":null})", "OK", nullptr},
-        {R"({"retCode":[1]})", "OK", nullptr},       {R"({"retCode":{"a":1}})", "OK", nullptr},
+        {R"({"retCode":"0"})", "OK", nullptr},
+        {R"({"retCode":"1"})", "OK", nullptr},
+        {R"({"retCode":false})", "OK", nullptr},
+        {R"({"retCode":null})", "OK", nullptr},
+        {R"({"retCode":[1]})", "OK", nullptr},
+        {R"({"retCode":{"a":1}})", "OK", nullptr},
         // The key is looked up without regard to case; trailing text is ignored.
-        {R"({"RETCODE":5})", "Failed", kFailed},     {R"({"RetCode":0,"retCode":9})", "OK", nullptr},
+        {R"({"RETCODE":5})", "Failed", kFailed},
+        {R"({"RetCode":0,"retCode":9})", "OK", nullptr},
         {R"({"retCode":0} trailing)", "OK", nullptr},
-        {"{}", "", kMissing},                        {R"({"resultCode":0})", "", kMissing},
-        {"[0]", "", kMissing},                       {"", "", kRootNull},
-        {"not json", "", kRootNull},                 {R"({"retCode":)", "", kRootNull},
+        {"{}", "", kMissing},
+        {R"({"resultCode":0})", "", kMissing},
+        {"[0]", "", kMissing},
+        {"", "", kRootNull},
+        {"not json", "", kRootNull},
+        {R"({"retCode":)", "", kRootNull},
         {nullptr, "", kRootNull},
     };
     for (const auto& row : rows) {
@@ -156,8 +167,8 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
 
 // Only the id "0" itself makes an announcement of seven keys; other ids, also those starting with "0", carry all 14.
 TEST(PushDocument, OnlyTheIdZeroIsAnAnnouncement) {
-    for (const auto& [id, keys] : std::vector<std::pair<const char*, int>>{
-             {"0", 7}, {"00", 14}, {"01", 14}, {"", 14}, {"10", 14}}) {
+    for (const auto& [id, keys] :
+         std::vector<std::pair<const char*, int>>{{"0", 7}, {"00", 14}, {"01", 14}, {"", 14}, {"10", 14}}) {
         SCOPED_TRACE(id);
         std::unique_ptr<AlarmEx> alarm = FullAlarm(id);
         EXPECT_EQ(keys, cJSON_GetArraySize(Parse(Object(alarm.get())).get()));
@@ -171,10 +182,17 @@ TEST(PushDocument, IntegersPrintAsCJsonNumbers) {
         int64_t value;
         const char* text;
     } rows[] = {
-        {0, "0"}, {-1, "-1"}, {2147483648LL, "2147483648"}, {-2147483649LL, "-2147483649"},
-        {999999999999999LL, "999999999999999"}, {-999999999999999LL, "-999999999999999"},
-        {1000000000000000LL, "1e+15"}, {-1000000000000000LL, "-1e+15"}, {1000000000000001LL, "1000000000000001"},
-        {9007199254740993LL, "9.00719925474099e+15"}, {INT64_MAX, "9.2233720368547758e+18"},
+        {0, "0"},
+        {-1, "-1"},
+        {2147483648LL, "2147483648"},
+        {-2147483649LL, "-2147483649"},
+        {999999999999999LL, "999999999999999"},
+        {-999999999999999LL, "-999999999999999"},
+        {1000000000000000LL, "1e+15"},
+        {-1000000000000000LL, "-1e+15"},
+        {1000000000000001LL, "1000000000000001"},
+        {9007199254740993LL, "9.00719925474099e+15"},
+        {INT64_MAX, "9.2233720368547758e+18"},
         {INT64_MIN, "-9.2233720368547758e+18"},
     };
     for (const auto& row : rows) {
@@ -237,8 +255,14 @@ constexpr char kFill = '#';
 TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
     std::string allBytes(256, '\0');
     std::iota(allBytes.begin(), allBytes.end(), '\0');
-    const std::pair<std::string, std::string> encodings[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {allBytes, nodeward::EncodeBase64(allBytes)}};
+    const std::pair<std::string, std::string> encodings[] = {{"", ""},
+                                                             {"f", "Zg=="},
+                                                             {"fo", "Zm8="},
+                                                             {"foo", "Zm9v"},
+                                                             {"foob", "Zm9vYg=="},
+                                                             {"fooba", "Zm9vYmE="},
+                                                             {"foobar", "Zm9vYmFy"},
+                                                             {allBytes, nodeward::EncodeBase64(allBytes)}};
     for (const auto& [plain, text] : encodings) {
         SCOPED_TRACE(text);
         // The input lies in a block of exactly its size: a read past inlen is an ASan finding.
@@ -261,17 +285,32 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         int inlen, rc;
         std::string plain;  // what was written, also on failure
     } decodings[] = {
-        {"", 0, 0, ""}, {"Zg==", 4, 0, "f"}, {"Zm8=", 4, 0, "fo"}, {"Zm9vYmFy", 8, 0, "foobar"},
+        {"", 0, 0, ""},
+        {"Zg==", 4, 0, "f"},
+        {"Zm8=", 4, 0, "fo"},
+        {"Zm9vYmFy", 8, 0, "foobar"},
         // Line feed, carriage return and space are skipped but count toward inlen; a group left incomplete is dropped.
-        {"TW\r\nFu  ", 8, 0, "Man"}, {" T W F u", 8, 0, "Man"}, {"TWFu TW ", 8, 0, "Man"},
+        {"TW\r\nFu  ", 8, 0, "Man"},
+        {" T W F u", 8, 0, "Man"},
+        {"TWFu TW ", 8, 0, "Man"},
         // The text is read to its terminator, whatever inlen says.
         {"TWFuTWE=", 4, 0, "ManMa"},
         // Every '=' lowers the byte count of that group and of every later one.
-        {"TQ==TWFu", 8, 0, "MM"}, {"TWE=TWFuTWFu", 12, 0, "MaMaMa"}, {"TW=uTWFu", 8, 0, "M`Ma"},
-        {"TWF", 3, -1, ""}, {"TW\r\nFu", 6, -1, ""},
+        {"TQ==TWFu", 8, 0, "MM"},
+        {"TWE=TWFuTWFu", 12, 0, "MaMaMa"},
+        {"TW=uTWFu", 8, 0, "M`Ma"},
+        {"TWF", 3, -1, ""},
+        {"TW\r\nFu", 6, -1, ""},
         // Output before a bad byte stays.
-        {"TWFu\tAAA", 8, -1, "Man"}, {"TWFu-AAA", 8, -1, "Man"}, {"TWFu_AAA", 8, -1, "Man"},
-        {"TWFu\x80" "AAA", 8, -1, "Man"}, {"TWFu\xff" "AAA", 8, -1, "Man"},
+        {"TWFu\tAAA", 8, -1, "Man"},
+        {"TWFu-AAA", 8, -1, "Man"},
+        {"TWFu_AAA", 8, -1, "Man"},
+        {"TWFu\x80"
+         "AAA",
+         8, -1, "Man"},
+        {"TWFu\xff"
+         "AAA",
+         8, -1, "Man"},
     };
     for (const auto& row : decodings) {
         SCOPED_TRACE(row.text);
@@ -297,8 +336,10 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
                            zeb_alm_base64_decode(bad, 4, buf, &decodedLength)};
     EXPECT_EQ(std::vector<int>(6, -1), std::vector<int>(std::begin(results), std::end(results)));
     EXPECT_EQ(99u + 99u, encodedLength + static_cast<unsigned int>(decodedLength));
-    EXPECT_EQ("In zeb_alm_base64_encode, indata is null!\nIn zeb_alm_base64_decode, indata is null!\n"
-              "In zeb_alm_base64_encode, outdata is null!\nIn zeb_alm_base64_decode, outdata is null!\n", log.texts());
+    EXPECT_EQ(
+        "In zeb_alm_base64_encode, indata is null!\nIn zeb_alm_base64_decode, indata is null!\n"
+        "In zeb_alm_base64_encode, outdata is null!\nIn zeb_alm_base64_decode, outdata is null!\n",
+        log.texts());
     for (const auto& line : log.lines()) {
         EXPECT_EQ("5 ../src/Base64", testsupport::Words(line.level, line.source));
     }

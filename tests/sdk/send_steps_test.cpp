@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
-#include "AlarmManager.h"
 #include "AlarmAdapter.h"
+#include "AlarmManager.h"
 #include "Generations.h"
 
 using sdktest::Generation;
@@ -67,28 +67,31 @@ TEST_P(SendSteps, EachGenerationBuildsItsRequestAndSettlesOnlyOnItsOwnOk) {
         AlarmManagerEx manager(0);
         AlarmEx alarm("1", ZEB_ALARM_GENERATE);
         ASSERT_EQ(0, manager.sendAlarm(&alarm));
-        steps = Steps<AlarmEx>(manager, c.answer, [](char* text) { delete[] text; }, deleteAlarms);
+        steps = Steps<AlarmEx>(
+            manager, c.answer, [](char* text) { delete[] text; }, deleteAlarms);
         char *body = nullptr, *encoded = nullptr;
         int length = 0;
         EXPECT_EQ(-1, manager.getSendAlarmJsonData({}, body, encoded, length)) << "an empty batch is not built";
     } else {
         AlarmManager& manager = *AlarmManager::GetInstance();
         ASSERT_EQ(0, manager.RegisterRsetClear());
-        steps = Steps<_AlarmModel>(manager, c.answer, [](char* text) { std::free(text); }, deleteAlarmModels);
+        steps = Steps<_AlarmModel>(
+            manager, c.answer, [](char* text) { std::free(text); }, deleteAlarmModels);
     }
     EXPECT_EQ(c.steps, steps);
     const bool accepted = std::string(c.steps).find(" 1 0 0") != std::string::npos;
     EXPECT_EQ(accepted ? 1u : 0u, log.count(driver.successText(), driver.successLevel(), driver.logSource()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, SendSteps, ::testing::Values(
-        StepCase{"CurrentOk", Generation::Current, "{\"retCode\":0}", "0 1 1 0 0"},
-        StepCase{"CurrentRefused", Generation::Current, "{\"retCode\":1}", "0 1 -1 1 1"},
-        StepCase{"CurrentReadsRetCode", Generation::Current, "{\"returncode\":\"OK\"}", "0 1 -1 1 1"},
-        StepCase{"CurrentNoAnswer", Generation::Current, nullptr, "0 1 -1 1 1"},
-        StepCase{"LegacyOk", Generation::Legacy, "{\"returncode\":\"OK\"}", "0 1 1 0 0"},
-        StepCase{"LegacyReadsReturncode", Generation::Legacy, "{\"retCode\":0}", "0 1 -1 1 1"},
-        StepCase{"LegacyEmptyAnswer", Generation::Legacy, "", "0 1 -1 1 1"}),
+INSTANTIATE_TEST_SUITE_P(
+    Answers, SendSteps,
+    ::testing::Values(StepCase{"CurrentOk", Generation::Current, "{\"retCode\":0}", "0 1 1 0 0"},
+                      StepCase{"CurrentRefused", Generation::Current, "{\"retCode\":1}", "0 1 -1 1 1"},
+                      StepCase{"CurrentReadsRetCode", Generation::Current, "{\"returncode\":\"OK\"}", "0 1 -1 1 1"},
+                      StepCase{"CurrentNoAnswer", Generation::Current, nullptr, "0 1 -1 1 1"},
+                      StepCase{"LegacyOk", Generation::Legacy, "{\"returncode\":\"OK\"}", "0 1 1 0 0"},
+                      StepCase{"LegacyReadsReturncode", Generation::Legacy, "{\"retCode\":0}", "0 1 -1 1 1"},
+                      StepCase{"LegacyEmptyAnswer", Generation::Legacy, "", "0 1 -1 1 1"}),
     [](const ::testing::TestParamInfo<StepCase>& info) { return std::string(info.param.name); });
 
 // A script of pushes (+text), takes of a batch (<) and pops (-) on a queue of 3 items, 10 bytes and batches of 2,
@@ -101,10 +104,19 @@ TEST(AlarmQueueLimits, CountAndBytesAreBoundedUnderTheLockAndATakeGivesItsBytesB
                                              .byteBound = 10,
                                              .bytesOf = [](const std::string& text) { return text.size(); },
                                              .refusal = "refused %zu %zu %zu"});
-    const std::pair<const char*, const char*> script[] = {
-        {"+aaaa", "ok"}, {"+bbbbbb", "ok"}, {"+c", "refused 2 10 1"}, {"+", "ok"}, {"+", "refused 3 10 0"},
-        {"<", "aaaa bbbbbb"}, {"+0123456789", "ok"}, {"-", ""}, {"-", "0123456789"}, {"-", "<none>"},
-        {"+0123456789a", "refused 0 0 11"}, {"+0123456789", "ok"}, {"<", "0123456789"}};
+    const std::pair<const char*, const char*> script[] = {{"+aaaa", "ok"},
+                                                          {"+bbbbbb", "ok"},
+                                                          {"+c", "refused 2 10 1"},
+                                                          {"+", "ok"},
+                                                          {"+", "refused 3 10 0"},
+                                                          {"<", "aaaa bbbbbb"},
+                                                          {"+0123456789", "ok"},
+                                                          {"-", ""},
+                                                          {"-", "0123456789"},
+                                                          {"-", "<none>"},
+                                                          {"+0123456789a", "refused 0 0 11"},
+                                                          {"+0123456789", "ok"},
+                                                          {"<", "0123456789"}};
     for (const auto& [step, expected] : script) {
         std::string got;
         if (step[0] == '+') {

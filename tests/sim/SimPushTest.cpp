@@ -28,8 +28,9 @@ std::string Decode(const std::string& text) {
 
 // Alarm objects and documents as the library writes them, cut down to what these cases read.
 std::string CurrentAlarm(const std::string& id, int type) {
-    return R"({"alarmId":")" + id + R"(","appId":"app-7","occurTime":1795784527123,"serviceName":"orders","alarmType":)" +
-           std::to_string(type) + R"(,"parameters":[{"paramName":"disk","paramValue":"sda"}]})";
+    return R"({"alarmId":")" + id +
+           R"(","appId":"app-7","occurTime":1795784527123,"serviceName":"orders","alarmType":)" + std::to_string(type) +
+           R"(,"parameters":[{"paramName":"disk","paramValue":"sda"}]})";
 }
 std::string CurrentDocument(const std::string& alarms) {
     return R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)" + alarms + R"(]},"Receiver":"SendAlarm"})";
@@ -40,7 +41,8 @@ std::string LegacyAlarm(const std::string& id, int genClear) {
 }
 std::string LegacyDocument(const std::string& alarms) {
     return R"({"service":{"name":"szServiceName","appid":"app-7","ipaddress":"10.0.0.1","port":7888,"time_stamp":0},)"
-           R"("business":{"name":"PushAlarm"},"payload":{"alarmList":[)" + alarms + "]}}";
+           R"("business":{"name":"PushAlarm"},"payload":{"alarmList":[)" +
+           alarms + "]}}";
 }
 
 const std::string kAlarm = CurrentAlarm("300012", 1);
@@ -51,10 +53,14 @@ const std::string kLegacy = Encode(LegacyDocument(LegacyAlarm("1001", 0)));
 // in the base64 cases; what only it does is refusing everything else.
 TEST(SimBase64, DecodesOnlyCanonicalText) {
     const std::pair<std::string, std::string> refused[] = {
-        {"", "body is empty"}, {"Zm9vY", "body length 5 is not a multiple of 4"},
-        {"Zm 9v", "body length 5 is not a multiple of 4"}, {"Zm9v\r\nZg", "byte 0x0d at offset 4 is not base64"},
-        {"Zm9-", "byte 0x2d at offset 3 is not base64"}, {"Zg==Zm9v", "padding '=' before the end at offset 2"},
-        {"Zm=v", "padding '=' before the end at offset 2"}, {"Zh==", "nonzero bits under the padding at offset 3"},
+        {"", "body is empty"},
+        {"Zm9vY", "body length 5 is not a multiple of 4"},
+        {"Zm 9v", "body length 5 is not a multiple of 4"},
+        {"Zm9v\r\nZg", "byte 0x0d at offset 4 is not base64"},
+        {"Zm9-", "byte 0x2d at offset 3 is not base64"},
+        {"Zg==Zm9v", "padding '=' before the end at offset 2"},
+        {"Zm=v", "padding '=' before the end at offset 2"},
+        {"Zh==", "nonzero bits under the padding at offset 3"},
         {"Zm9=", "nonzero bits under the padding at offset 3"},
     };
     for (const auto& [text, reason] : refused) {
@@ -95,8 +101,8 @@ TEST(SimPush, DocumentsOfBothGenerationsAreRecordedAndAnswered) {
     EXPECT_TRUE(requests[0].accepted && requests[1].accepted && requests[1].legacy && !requests[0].legacy);
     ASSERT_EQ(requests[1].alarms.size(), 2u);
     const nodeward::ReceivedAlarm &raised = requests[1].alarms[0], &cleared = requests[1].alarms[1];
-    EXPECT_EQ("1795784527123 1795784528000 -1 2", testsupport::Words(raised.occurTime, cleared.occurTime,
-                                                                    raised.servicePort, cleared.alarmType));
+    EXPECT_EQ("1795784527123 1795784528000 -1 2",
+              testsupport::Words(raised.occurTime, cleared.occurTime, raised.servicePort, cleared.alarmType));
     EXPECT_EQ(sim->acceptedAlarms().size(), 3u);
 }
 
@@ -189,13 +195,16 @@ TEST(SimProgram, ExitsAfterTheRequestedNumberOfAlarms) {
     const std::string path = dir.path() + "/agent.sock";
     testsupport::ProgramResult result;
     std::thread program([&] {
-        result = testsupport::RunProgram("nodeward-sim", {"--listen", "unix:" + path, "--ready-file", dir.path() + "/ready",
-                                                          "--exit-after-alarms", "2", "--quiet"}, 10000);
+        result = testsupport::RunProgram(
+            "nodeward-sim",
+            {"--listen", "unix:" + path, "--ready-file", dir.path() + "/ready", "--exit-after-alarms", "2", "--quiet"},
+            10000);
     });
     EXPECT_TRUE(testsupport::WaitUntil([&] { return std::filesystem::exists(dir.path() + "/ready"); }, 10000));
     const std::string body = Encode(CurrentDocument(CurrentAlarm("1", 1) + "," + CurrentAlarm("2", 2)));
-    EXPECT_EQ(200, testsupport::RestCall("http://localhost/om/v1/request", body, REST_REQUEST_POST, ("unix:" + path).c_str())
-                       .status);
+    EXPECT_EQ(200,
+              testsupport::RestCall("http://localhost/om/v1/request", body, REST_REQUEST_POST, ("unix:" + path).c_str())
+                  .status);
     program.join();
     EXPECT_EQ(0, result.exitCode);
     EXPECT_FALSE(std::filesystem::exists(path));

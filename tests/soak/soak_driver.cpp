@@ -100,7 +100,8 @@ void ChildRaises(AlarmManagerEx* handle, int round) {
             s.raiseOne();
         }
     }
-    const int flushed[] = {alarmsdk_flush_process(120000), alarmsdk_flush(handle, 120000), alarmsdk_flush_legacy(120000)};
+    const int flushed[] = {alarmsdk_flush_process(120000), alarmsdk_flush(handle, 120000),
+                           alarmsdk_flush_legacy(120000)};
     for (const Stream& s : streams) {
         s.close();
     }
@@ -117,10 +118,8 @@ int main(int argc, char** argv) {
     }
     const auto seconds = std::chrono::seconds(std::atol(argv[1]));
     g_ledger = std::fopen(argv[2], "a");
-    if (g_ledger == nullptr || ZEBInitAlarmSDK() != 0 ||
-        InitAlarm(argv[3], "soak-svc", "soak-svc-0", 1) != 1 ||
-        ZEBRegisterInfo("soak-svc", "soak-label") != 0 ||
-        ZEBRegisterAlarmCheckCallBackFun("soak-svc", &OnCheck) != 0) {
+    if (g_ledger == nullptr || ZEBInitAlarmSDK() != 0 || InitAlarm(argv[3], "soak-svc", "soak-svc-0", 1) != 1 ||
+        ZEBRegisterInfo("soak-svc", "soak-label") != 0 || ZEBRegisterAlarmCheckCallBackFun("soak-svc", &OnCheck) != 0) {
         std::fprintf(stderr, "soak_driver: cannot start\n");
         return 1;
     }
@@ -135,7 +134,10 @@ int main(int argc, char** argv) {
         for (int m = 0; m < 4; ++m) {
             threads.emplace_back([&stop, &handles, t, m] {
                 const char* kinds[] = {"proc", "co-a", "co-b", "legacy"};
-                Stream s{std::string("p-") + kinds[m] + "-t" + std::to_string(t), m == 1 ? handles[0] : m == 2 ? handles[1] : nullptr,
+                Stream s{std::string("p-") + kinds[m] + "-t" + std::to_string(t),
+                         m == 1   ? handles[0]
+                         : m == 2 ? handles[1]
+                                  : nullptr,
                          m == 3};
                 while (!stop.load()) {
                     s.raiseOne();

@@ -23,7 +23,8 @@ std::string Definition(const std::string& id, const std::string& tail) {
     return "  <Alarm>\n    <AlarmID>" + id +
            "</AlarmID>\n    <AlarmType>1</AlarmType>\n    <ServiceType>storage</ServiceType>\n"
            "    <AlarmLevel>2</AlarmLevel>\n    <IsGlobal>0</IsGlobal>\n    <EventType>1</EventType>\n"
-           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" + tail + "  </Alarm>\n";
+           "    <IsAutoClean>1</IsAutoClean>\n    <IsCheck>1</IsCheck>\n" +
+           tail + "  </Alarm>\n";
 }
 
 // A clean file: every finding below comes from one edit of it. Lines 3 to 29
@@ -48,8 +49,9 @@ const std::string kXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Alarms>\n
     </Params>
 )") + Definition("300002", "    <Params></Params>\n") +
                          "</Alarms>\n";
-const char kLanguage[] = "300001_ALARMNAME=Disk\n300001_disk=Disk\n300001_state=State\n300001_State_0=ok\n"
-                         "300002_ALARMNAME=Other\n";
+const char kLanguage[] =
+    "300001_ALARMNAME=Disk\n300001_disk=Disk\n300001_state=State\n300001_State_0=ok\n"
+    "300002_ALARMNAME=Other\n";
 
 enum class Target { Xml, En, Zh };
 
@@ -60,7 +62,7 @@ struct Case {
     Target reported;
     int line;
     Severity severity;
-    const char* text;  // part of the message
+    const char* text;                  // part of the message
     std::string from2 = "", to2 = "";  // a second edit of the target, when one is not enough
 };
 
@@ -83,8 +85,8 @@ const Case kCases[] = {
     {"IdTooLong", Xml, "300002</AlarmID>", "1000000002</AlarmID>", Xml, 31, Err,
      "has 10 characters: the legacy C interface takes at most 9"},
     {"NotANumber", Xml, "<AlarmType>1<", "<AlarmType>one<", Xml, 5, Err, "<AlarmType> 'one' is not a decimal number"},
-    {"UnknownElement", Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Xml,
-     18, Warn, "unknown element <Note> in <Param> is ignored"},
+    {"UnknownElement", Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Xml, 18, Warn,
+     "unknown element <Note> in <Param> is ignored"},
     {"BadType", Xml, "STRING", "String", Xml, 16, Err, "'String' is none of UINT, STRING, ENUM"},
     {"BadLength", Xml, "<ParamLen>1<", "<ParamLen>8<", Xml, 23, Err,
      "<ParamLen> 8 of parameter 'state' of alarm 300001 is none of 1, 2, 4, as a ENUM needs"},
@@ -92,23 +94,23 @@ const Case kCases[] = {
      "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
     {"EnumWithoutEnumeration", Xml, "STRING", "ENUM", Xml, 14, Err, "is an ENUM without <ENUM> or <Bit>"},
     {"ParameterNamedTwice", Xml, ">state<", ">disk<", Xml, 21, Err, "is named twice"},
-    {"EnumerationKeyTooLong", Xml, ">State<", ">" + std::string(120, 'S') + "<", Xml, 26,
-     Err, "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
-    {"ServiceNameTooLong", Xml, ">storage<", ">" + std::string(64, 's') + "<", Xml, 6,
-     Err, "<ServiceType> of 64 characters reaches the agent empty"},
+    {"EnumerationKeyTooLong", Xml, ">State<", ">" + std::string(120, 'S') + "<", Xml, 26, Err,
+     "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
+    {"ServiceNameTooLong", Xml, ">storage<", ">" + std::string(64, 's') + "<", Xml, 6, Err,
+     "<ServiceType> of 64 characters reaches the agent empty"},
     {"Doctype", Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Xml, 1, Err, "DOCTYPE: the library's loader expands no entity"},
-    {"ExternalEntity", Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n",
-     Xml, 1, Err, "external entity x (file:///etc/passwd) is never read"},
+    {"ExternalEntity", Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n", Xml, 1, Err,
+     "external entity x (file:///etc/passwd) is never read"},
     {"MissingNameKey", Zh, "300002_ALARMNAME=Other\n", "", Xml, 31, Warn,
      "key 300002_ALARMNAME is missing from zh_CN/language.properties"},
     {"MissingParamKey", En, "300001_disk=Disk\n", "", Xml, 15, Warn,
      "key 300001_disk is missing from en_US/language.properties"},
-    {"ParamTextStoredEmpty", En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state",
-     En, 2, Warn, "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
+    {"ParamTextStoredEmpty", En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state", En, 2, Warn,
+     "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
     {"AlarmNameCut", Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Xml, 4, Warn,
      "alarm name of 134 bytes is cut to 126"},
-    {"ParamNameStoredEmpty", Xml, ">disk<", ">" + std::string(127, 'd') + "<", Xml, 15,
-     Err, "<ParamName> of 127 characters is stored empty (at most 126)"},
+    {"ParamNameStoredEmpty", Xml, ">disk<", ">" + std::string(127, 'd') + "<", Xml, 15, Err,
+     "<ParamName> of 127 characters is stored empty (at most 126)"},
     {"EnumTextCut", Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Zh, 4, Warn,
      "text of 300001_State_0 is 128 bytes: cut (at most 127)"},
     {"LanguageLineInPieces", En, "", "k=" + std::string(800, 'v') + "\n", En, 6, Warn,
@@ -165,18 +167,20 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
     for (const auto& file : files) {
         dir.Write(file.first, kLanguage, kLanguage);
         const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
-        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second)) << alarmdef::FormatText(findings);
+        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second))
+            << alarmdef::FormatText(findings);
         EXPECT_EQ(3, alarmdef::ExitCodeOf(findings));
     }
     // 100 MB, sparse: refused by its size before a byte is read.
     dir.Write(kXml, kLanguage, kLanguage);
     std::filesystem::resize_file(dir.xml(), 100u << 20);
-    EXPECT_NE(std::string::npos,
-              alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml())).find("has 104857600 bytes: files over 4194304 bytes"));
+    EXPECT_NE(std::string::npos, alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml()))
+                                     .find("has 104857600 bytes: files over 4194304 bytes"));
     alarmdef::CheckLimits few;
     few.outline.maxElements = 10;
     dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_NE(std::string::npos, alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
+    EXPECT_NE(std::string::npos,
+              alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
 }
 
 TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
@@ -191,14 +195,25 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
     const std::string xml = dir.xml();
     const std::vector<Run> runs = {
         {{xml}, kLanguage, 0, "", ""},
-        {{xml}, std::string(kLanguage) + "orphan\n", 1,
-         dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line", ""},
-        {{"--json", xml}, "300001_ALARMNAME=Disk\n", 1,
-         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing", ""},
-        {{dir.dir.path() + "/absent.xml"}, kLanguage, 3, dir.dir.path() + "/absent.xml: error: the definition file "
-                                                                          "cannot be read", ""},
+        {{xml},
+         std::string(kLanguage) + "orphan\n",
+         1,
+         dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line",
+         ""},
+        {{"--json", xml},
+         "300001_ALARMNAME=Disk\n",
+         1,
+         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing",
+         ""},
+        {{dir.dir.path() + "/absent.xml"},
+         kLanguage,
+         3,
+         dir.dir.path() + "/absent.xml: error: the definition file "
+                          "cannot be read",
+         ""},
         {{"--yaml", xml}, kLanguage, 2, "", "alarmdef-check: unknown option --yaml\nUsage: alarmdef-check [--json]"},
-        {{}, kLanguage, 2, "", "no FILE given"}, {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
+        {{}, kLanguage, 2, "", "no FILE given"},
+        {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
     };
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);
@@ -214,7 +229,9 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     SendOptions o;
     std::string error;
     ASSERT_TRUE(ParseSendArgs({"--service", "orders", "--timeout=100", "--time", "1700000000123", "--stats", "clear",
-                               "300012", "disk=sda", "note=a=b"}, "env-id", "env-name", &o, &error)) << error;
+                               "300012", "disk=sda", "note=a=b"},
+                              "env-id", "env-name", &o, &error))
+        << error;
     EXPECT_EQ("env-id env-name orders 100 1700000000123 300012",
               testsupport::Words(o.appId, o.appName, o.service, o.timeoutMs, o.timeMs, o.alarm.alarmId));
     EXPECT_TRUE(o.printStats && o.alarm.clear);
@@ -223,24 +240,32 @@ TEST(AlarmSendArgs, OptionsAndAnAlarmWithEnvironmentDefaults) {
     EXPECT_TRUE(o.fromStdin && o.legacy);
     EXPECT_EQ("a", o.appId);
     // Options after the words, as in GNU programs; after "--" everything is a word.
-    ASSERT_TRUE(ParseSendArgs({"raise", "300012", "disk=sda", "--timeout", "2", "--", "--time=1"}, "i", "n", &o, &error))
+    ASSERT_TRUE(
+        ParseSendArgs({"raise", "300012", "disk=sda", "--timeout", "2", "--", "--time=1"}, "i", "n", &o, &error))
         << error;
-    EXPECT_EQ("2 300012 disk=sda --time=1", testsupport::Words(o.timeoutMs, o.alarm.alarmId, o.alarm.params[0].first +
-                                              "=" + o.alarm.params[0].second, o.alarm.params[1].first + "=" +
-                                              o.alarm.params[1].second));
+    EXPECT_EQ("2 300012 disk=sda --time=1",
+              testsupport::Words(o.timeoutMs, o.alarm.alarmId, o.alarm.params[0].first + "=" + o.alarm.params[0].second,
+                                 o.alarm.params[1].first + "=" + o.alarm.params[1].second));
     EXPECT_EQ(0, o.timeMs);
 }
 
 TEST(AlarmSendArgs, EveryBadArgumentIsRefusedWithItsReason) {
     const std::string longValue = "a=" + std::string(128, 'v');
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
-        {{"raise"}, "raise needs an alarm id"}, {{"shout", "1"}, "expected raise or clear"},
-        {{}, "expected raise or clear"}, {{"raise", "1234567890"}, "'1234567890' is not 1 to 9 decimal digits"},
-        {{"raise", "12a"}, "is not 1 to 9 decimal digits"}, {{"raise", "1", "disk"}, "'disk' is not NAME=VALUE"},
-        {{"raise", "1", "=x"}, "'=x' is not NAME=VALUE"}, {{"raise", "1", "a=1", "a=2"}, "parameter a is given twice"},
-        {{"raise", "1", longValue}, "at most 127 characters"}, {{"--bogus", "raise", "1"}, "unknown option --bogus"},
-        {{"raise", "1", "-t", "2"}, "unknown option -t"}, {{"raise", "1", "--timeout"}, "--timeout needs a value"},
-        {{"--service"}, "--service needs a value"}, {{"--stats=1", "raise", "1"}, "--stats takes no value"},
+        {{"raise"}, "raise needs an alarm id"},
+        {{"shout", "1"}, "expected raise or clear"},
+        {{}, "expected raise or clear"},
+        {{"raise", "1234567890"}, "'1234567890' is not 1 to 9 decimal digits"},
+        {{"raise", "12a"}, "is not 1 to 9 decimal digits"},
+        {{"raise", "1", "disk"}, "'disk' is not NAME=VALUE"},
+        {{"raise", "1", "=x"}, "'=x' is not NAME=VALUE"},
+        {{"raise", "1", "a=1", "a=2"}, "parameter a is given twice"},
+        {{"raise", "1", longValue}, "at most 127 characters"},
+        {{"--bogus", "raise", "1"}, "unknown option --bogus"},
+        {{"raise", "1", "-t", "2"}, "unknown option -t"},
+        {{"raise", "1", "--timeout"}, "--timeout needs a value"},
+        {{"--service"}, "--service needs a value"},
+        {{"--stats=1", "raise", "1"}, "--stats takes no value"},
         {{"--timeout", "-1", "raise", "1"}, "--timeout takes milliseconds"},
         {{"--time", "999999999", "raise", "1"}, "--time takes milliseconds since the epoch"},
         {{"--legacy", "raise", "1", "a=1"}, "--legacy needs --definitions FILE"},
@@ -267,7 +292,7 @@ struct SendRun {
     std::string input;  // standard input
     Agent agent;
     int exitCode;
-    const char* err;    // part of the one line on stderr ("" when none)
+    const char* err;  // part of the one line on stderr ("" when none)
     // What the agent must have received, checked when set.
     std::function<void(const nodeward::Sim&, const testsupport::ProgramResult&)> check = nullptr;
 };
@@ -283,37 +308,66 @@ std::string SeqLines(int count) {
 const std::string kDefinitions = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
 
 const SendRun kRuns[] = {
-    {"Delivered", {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"}, "", Agent::Accepting,
-     0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
+    {"Delivered",
+     {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"},
+     "",
+     Agent::Accepting,
+     0,
+     "",
+     [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
          std::map<std::string, std::string> params(a.parameters.begin(), a.parameters.end());
          EXPECT_EQ("300012 1 app-7 orders sda 95",
                    testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
-                                       "last_delivery_ms=1")) << result.out;
+                                       "last_delivery_ms=1"))
+             << result.out;
      }},
     // The shipped example definitions, their language files included, as the agent receives them.
-    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"}, "",
-     Agent::Accepting, 0, "", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+    {"LegacyDelivered",
+     {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"},
+     "",
+     Agent::Accepting,
+     0,
+     "",
+     [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
-         EXPECT_EQ("1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
-                   "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
-                   testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
-                       a.appendInfo);
+         EXPECT_EQ(
+             "1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
+             "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
+             testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
+                 a.appendInfo);
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id\nUsage: alarm-send"},
-    {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n", Agent::Accepting, 2,
-     "alarm-send: line 4: expected raise or clear", [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
+    {"BadInputLineAfterAGoodOne",
+     {"-"},
+     "raise 5 a=1\n\n# note\nbogus 5\n",
+     Agent::Accepting,
+     2,
+     "alarm-send: line 4: expected raise or clear",
+     [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
      }},
-    {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
-     Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
-    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "", Agent::Accepting, 1,
+    {"DefinitionsUnreadable",
+     {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"},
+     "",
+     Agent::Accepting,
+     2,
+     "alarm-send: cannot read /nonexistent/a.xml"},
+    {"NotDefined",
+     {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"},
+     "",
+     Agent::Accepting,
+     1,
      "alarm-send: 1 of 1 alarms refused: not defined in"},
     {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},
-    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "", Agent::Refusing, 4,
+    {"NotDeliveredInTime",
+     {"--timeout", "300", "raise", "5"},
+     "",
+     Agent::Refusing,
+     4,
      "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
 };
 
@@ -334,7 +388,8 @@ TEST(AlarmSendProgram, EachRunExitsWithItsCodeAndOneLine) {
         EXPECT_NE(std::string::npos, result.err.find(run.err)) << result.err;
         const std::string err = run.err;  // one line, and the usage line after bad arguments
         EXPECT_EQ(err.empty() ? 0 : 1 + std::count(err.begin(), err.end(), '\n'),
-                  std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
+                  std::count(result.err.begin(), result.err.end(), '\n'))
+            << result.err;
         if (run.check) {
             run.check(*agent, result);
         }

@@ -19,8 +19,8 @@ TEST(Unload, ThreadsKeepRunningAfterDlclose) {
     void* library = dlopen(ALARMSDK_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
     auto init = reinterpret_cast<int (*)()>(dlsym(library, "ZEBInitAlarmSDK"));
-    auto check = reinterpret_cast<int (*)(const char*, void (*)(char*))>(
-        dlsym(library, "ZEBRegisterAlarmCheckCallBackFun"));
+    auto check =
+        reinterpret_cast<int (*)(const char*, void (*)(char*))>(dlsym(library, "ZEBRegisterAlarmCheckCallBackFun"));
     ASSERT_TRUE(init != nullptr && check != nullptr);
     ASSERT_EQ(0, init());
     ASSERT_EQ(0, check("orders", &OnCheck));
@@ -31,10 +31,12 @@ TEST(Unload, ThreadsKeepRunningAfterDlclose) {
     CURL* curl = curl_easy_init();
     const std::string url = "http://127.0.0.1:" + transport.portText + "/orders/app-7/alarmCheck/callBack";
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_POSTFIELDS, "eyJjYWxsQmFja0luZm8iOnsic2VydmljZU5hbWUiOiJvcmRlcnMifSwiY2FsbEJhY2t"
-                                               "BbGFybXMiOiJhZnRlciB1bmxvYWQifQ==");
+    curl_easy_setopt(curl, CURLOPT_POSTFIELDS,
+                     "eyJjYWxsQmFja0luZm8iOnsic2VydmljZU5hbWUiOiJvcmRlcnMifSwiY2FsbEJhY2t"
+                     "BbGFybXMiOiJhZnRlciB1bmxvYWQifQ==");
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 10000L);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
     EXPECT_EQ(CURLE_OK, curl_easy_perform(curl));
     curl_easy_cleanup(curl);
     EXPECT_TRUE(testsupport::WaitUntil([] { return g_checks.load() == 1; }, 10000));

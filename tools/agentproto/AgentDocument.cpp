@@ -43,9 +43,7 @@ int SextetOf(unsigned char c) {
     return c == '+' ? 62 : (c == '/' ? 63 : -1);
 }
 
-const cJSON* Member(const cJSON* object, const char* key) {
-    return cJSON_GetObjectItemCaseSensitive(object, key);
-}
+const cJSON* Member(const cJSON* object, const char* key) { return cJSON_GetObjectItemCaseSensitive(object, key); }
 
 // Numbers arrive as doubles; anything else (or out of range) leaves *out alone.
 bool NumberOf(const cJSON* item, int64_t* out) {
@@ -68,9 +66,7 @@ std::string TextOf(const cJSON* item) {
     return std::string();
 }
 
-void ReadNumber(const cJSON* object, const char* key, int64_t* out) {
-    NumberOf(Member(object, key), out);
-}
+void ReadNumber(const cJSON* object, const char* key, int64_t* out) { NumberOf(Member(object, key), out); }
 
 // Only what identifies the sender: enough to call its service back.
 ReceivedAlarm ReadSender(const cJSON* object, bool legacy) {

@@ -16,7 +16,7 @@ namespace nodeward {
 struct ReceivedAlarm {
     bool legacy = false;
     std::string alarmId;
-    int64_t alarmType = -1;       // -1 when the key is absent
+    int64_t alarmType = -1;  // -1 when the key is absent
     std::string appId;
     std::string serviceName;
     std::string serviceIp;
@@ -26,25 +26,24 @@ struct ReceivedAlarm {
     std::vector<std::pair<std::string, std::string>> parameters;  // in document order
     std::vector<std::string> keys;                                // the alarm object's keys, in order
     std::string json;                                             // the alarm object, compact
-    std::string serviceLabel;                 // current documents
-    std::string serviceId;                    // current: "serviceId"; legacy: "serviceID"
-    std::string serviceInstId;                // current: "serviceInstId"; legacy: "serviceInstID"
-    std::string nodeIp;                       // current: "nodeIp"; legacy: "NodeIp"
-    std::string alarmName;                    // legacy: the bilingual "alarmName"
-    std::string location;                     // legacy: "location"
-    std::string appendInfo;                   // legacy: "appendInfo"
-    std::vector<std::string> clearAlarmIds;   // legacy announcement: ids of "restClearAlarmList"
-    int64_t genTime = -1;                     // legacy: "alarmGenTime"
-    int64_t clearTime = -1;                   // legacy: "alarmClearTime"
-    int64_t alarmLevel = -1;                  // legacy: "alarmLevel"
-    int64_t eventType = -1;                   // legacy: "alarmEventType"
+    std::string serviceLabel;                                     // current documents
+    std::string serviceId;                                        // current: "serviceId"; legacy: "serviceID"
+    std::string serviceInstId;                                    // current: "serviceInstId"; legacy: "serviceInstID"
+    std::string nodeIp;                                           // current: "nodeIp"; legacy: "NodeIp"
+    std::string alarmName;                                        // legacy: the bilingual "alarmName"
+    std::string location;                                         // legacy: "location"
+    std::string appendInfo;                                       // legacy: "appendInfo"
+    std::vector<std::string> clearAlarmIds;                       // legacy announcement: ids of "restClearAlarmList"
+    int64_t genTime = -1;                                         // legacy: "alarmGenTime"
+    int64_t clearTime = -1;                                       // legacy: "alarmClearTime"
+    int64_t alarmLevel = -1;                                      // legacy: "alarmLevel"
+    int64_t eventType = -1;                                       // legacy: "alarmEventType"
 };
 // Legacy alarm objects carry no "alarmType"/"parameters"/"servicePort": alarmType
 // is taken from "genClearAlarmType" in the current wire form (0 -> 1 generate,
 // 1 -> 2 clear, others 0), occurTime from "occurTime" (announcement) or else
 // "alarmGenTime" / "alarmClearTime" (clear), servicePort stays -1, parameters
 // stay empty (their text is in location/appendInfo).
-
 
 // Base64 of the agent's own, written apart from the library's codec so that a
 // fault both of the library's halves share still shows at the agent.
@@ -55,10 +54,10 @@ std::string EncodeBase64(const std::string& plain);
 bool DecodeBase64(const std::string& text, std::string* plain, std::string* reason = nullptr);
 
 struct PushDocument {
-    bool ok = false;           // decoded, parsed and of a known generation
-    std::string reason;        // why not, when !ok
-    std::string decoded;       // the decoded text ("" when base64 failed)
-    std::string compact;       // the document printed compactly, when it parsed and was asked for
+    bool ok = false;      // decoded, parsed and of a known generation
+    std::string reason;   // why not, when !ok
+    std::string decoded;  // the decoded text ("" when base64 failed)
+    std::string compact;  // the document printed compactly, when it parsed and was asked for
     bool legacy = false;
     std::size_t alarmCount = 0;         // objects in "alarmList"
     std::vector<ReceivedAlarm> alarms;  // each in full, or only each run of alarms from one sender (see PushReading)

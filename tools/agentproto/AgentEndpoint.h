@@ -10,9 +10,9 @@ namespace nodeward {
 
 struct ListenSocket {
     int fd = -1;
-    int port = 0;           // the TCP port bound (0 for a unix socket)
-    std::string unixPath;   // the socket file, for a unix endpoint
-    ino_t unixInode = 0;    // so that only our own socket file is removed later
+    int port = 0;          // the TCP port bound (0 for a unix socket)
+    std::string unixPath;  // the socket file, for a unix endpoint
+    ino_t unixInode = 0;   // so that only our own socket file is removed later
 };
 
 // Binds and listens (backlog 64; port 0: any free one). A stale socket file at a unix path is

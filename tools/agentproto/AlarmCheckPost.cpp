@@ -66,8 +66,8 @@ int PostAlarmCheck(const std::string& host, int port, const std::string& service
 
     const std::string authority = host.find(':') != std::string::npos ? "[" + host + "]" : host;
     // The path is used as the service registered it, without escaping.
-    const std::string url = "http://" + authority + ":" + std::to_string(port) + "/" + serviceName + "/" + appId +
-                            "/alarmCheck/callBack";
+    const std::string url =
+        "http://" + authority + ":" + std::to_string(port) + "/" + serviceName + "/" + appId + "/alarmCheck/callBack";
     const std::string body = EncodeBase64(check);
 
     CURL* curl = curl_easy_init();

@@ -217,8 +217,8 @@ bool AlarmStore::apply(const std::vector<AlertChange>& changes, int64_t nowMs, s
 
 bool AlarmStore::purge(int64_t ackedByAll, int64_t horizonMs, std::string* error) {
     std::lock_guard<std::mutex> lock(mu_);
-    Statement s = Prepare(writer_.db(),
-                          "DELETE FROM alerts WHERE ends_at IS NOT NULL AND (seq <= ?1 OR ends_at < ?2)", error);
+    Statement s =
+        Prepare(writer_.db(), "DELETE FROM alerts WHERE ends_at IS NOT NULL AND (seq <= ?1 OR ends_at < ?2)", error);
     if (!s) {
         return false;
     }

@@ -80,8 +80,8 @@ void MapCurrent(const nodeward::ReceivedAlarm& alarm, AlertChange* change) {
         cJSON_AddStringToObject(checkParams, name.c_str(), value.c_str());
         listed += (listed.empty() ? "" : ", ") + name + "=" + value;
     }
-    Put(annotations.get(), "summary", "alarm " + alarm.alarmId + " of " + alarm.serviceName +
-                                          (listed.empty() ? "" : " (" + listed + ")"));
+    Put(annotations.get(), "summary",
+        "alarm " + alarm.alarmId + " of " + alarm.serviceName + (listed.empty() ? "" : " (" + listed + ")"));
     Put(annotations.get(), "parameters", listed);
     Put(annotations.get(), "service_address", ServiceAddress(alarm));
     Put(annotations.get(), "service_label", alarm.serviceLabel);
@@ -90,10 +90,9 @@ void MapCurrent(const nodeward::ReceivedAlarm& alarm, AlertChange* change) {
     change->labels = Print(labels.get());
     change->annotations = Print(annotations.get());
     change->checkAlarm = Print(checkAlarm.get());
-    if (!alarm.serviceName.empty() && !alarm.serviceIp.empty() && alarm.servicePort > 0 &&
-        alarm.servicePort <= 65535) {
-        change->checkTarget = alarm.serviceName + "\t" + alarm.appId + "\t" + alarm.serviceIp + "\t" +
-                              std::to_string(alarm.servicePort);
+    if (!alarm.serviceName.empty() && !alarm.serviceIp.empty() && alarm.servicePort > 0 && alarm.servicePort <= 65535) {
+        change->checkTarget =
+            alarm.serviceName + "\t" + alarm.appId + "\t" + alarm.serviceIp + "\t" + std::to_string(alarm.servicePort);
     }
 }
 
@@ -164,13 +163,13 @@ AlertChange MapAlarm(const nodeward::ReceivedAlarm& alarm, int64_t nowMs) {
         return change;
     }
     if (alarm.alarmType != 1 && alarm.alarmType != 2) {
-        change.why = "alarm " + alarm.alarmId + " is neither raised nor cleared (type " +
-                     std::to_string(alarm.alarmType) + ")";
+        change.why =
+            "alarm " + alarm.alarmId + " is neither raised nor cleared (type " + std::to_string(alarm.alarmType) + ")";
         return change;
     }
     change.kind = alarm.alarmType == 1 ? AlertChange::Kind::Raise : AlertChange::Kind::Clear;
-    const int64_t own = !alarm.legacy ? alarm.occurTime : (change.kind == AlertChange::Kind::Raise ? alarm.genTime
-                                                                                                    : alarm.clearTime);
+    const int64_t own =
+        !alarm.legacy ? alarm.occurTime : (change.kind == AlertChange::Kind::Raise ? alarm.genTime : alarm.clearTime);
     change.atMs = AlarmTimeMs(own, nowMs);
     alarm.legacy ? MapLegacy(alarm, &change) : MapCurrent(alarm, &change);
     return change;

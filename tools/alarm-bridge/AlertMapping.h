@@ -23,9 +23,9 @@ struct AlertChange {
     bool resetClear = false;  // the alarm belongs to the reset-clear scheme
     std::string alarmId;
     std::vector<std::string> clearIds;  // legacy announcement: the alarm ids it covers
-    std::string checkTarget;  // "service\tappId\tip\tport" of a current alarm, where checks go; "" for none
-    std::string checkAlarm;   // {"alarmId":..,"parameters":{..}}: the alarm as a check names it
-    std::string why;          // Ignored: for the log
+    std::string checkTarget;            // "service\tappId\tip\tport" of a current alarm, where checks go; "" for none
+    std::string checkAlarm;             // {"alarmId":..,"parameters":{..}}: the alarm as a check names it
+    std::string why;                    // Ignored: for the log
 };
 
 // Milliseconds since the epoch; a time below 10^11 is taken as seconds, and

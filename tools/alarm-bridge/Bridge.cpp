@@ -24,8 +24,7 @@ std::string Sample(const char* name, uint64_t value) { return std::string(name) 
 }  // namespace
 
 int64_t WallMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 

@@ -26,7 +26,8 @@ const char kBridgeUsageLine[] =
     "Usage: alarm-bridge --listen ENDPOINT --state PATH --alertmanager URL [--alertmanager URL ...]";
 
 std::string BridgeUsage() {
-    return std::string(kBridgeUsageLine) + "\n"
+    return std::string(kBridgeUsageLine) +
+           "\n"
            "                    [--resend SECONDS] [--check-interval SECONDS]\n"
            "       alarm-bridge --status --state PATH\n"
            "Receives alarms where the node agent listens, stores each durably before it\n"
@@ -59,8 +60,8 @@ bool ParseBridgeArgs(int argc, const char* const* argv, BridgeOptions* options, 
             options->status = true;
             continue;
         }
-        const bool takesValue = arg == "--listen" || arg == "--state" || arg == "--alertmanager" ||
-                                arg == "--resend" || arg == "--check-interval";
+        const bool takesValue = arg == "--listen" || arg == "--state" || arg == "--alertmanager" || arg == "--resend" ||
+                                arg == "--check-interval";
         if (!takesValue) {
             *error = "unknown option " + arg;
             return false;

@@ -8,11 +8,11 @@
 namespace bridge {
 
 struct BridgeOptions {
-    std::string listen = "127.0.0.1:7888";               // where the node's agent would listen
+    std::string listen = "127.0.0.1:7888";  // where the node's agent would listen
     std::string state = "/var/lib/alarm-bridge/state.db";
-    std::vector<std::string> alertmanagers;              // base URLs, e.g. http://127.0.0.1:9093
+    std::vector<std::string> alertmanagers;  // base URLs, e.g. http://127.0.0.1:9093
     int resendSeconds = 60;
-    int checkIntervalSeconds = 0;                        // 0: alarm checks only after a restart
+    int checkIntervalSeconds = 0;  // 0: alarm checks only after a restart
     bool status = false, help = false, version = false;
 };
 

@@ -46,9 +46,10 @@ MHD_Result OnRequest(void* cls, MHD_Connection* connection, const char* url, con
         }
         if (path != "/om/v1/request" || !post) {
             exchange->route = Route::Answered;
-            return Send(connection, path == "/om/v1/request" || path == "/metrics" ? MHD_HTTP_METHOD_NOT_ALLOWED
-                                                                                   : MHD_HTTP_NOT_FOUND,
-                        "", "text/plain");
+            return Send(
+                connection,
+                path == "/om/v1/request" || path == "/metrics" ? MHD_HTTP_METHOD_NOT_ALLOWED : MHD_HTTP_NOT_FOUND, "",
+                "text/plain");
         }
         const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
         const unsigned long long announced = length != nullptr ? std::strtoull(length, nullptr, 10) : 0;
@@ -93,8 +94,8 @@ bool BridgeServer::start(const std::string& endpoint, std::string* error) {
     // One thread: requests are committed one after another anyway.
     daemon_ = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL, 0, nullptr, nullptr, &OnRequest,
                                &bridge_, MHD_OPTION_LISTEN_SOCKET, socket_.fd, MHD_OPTION_NOTIFY_COMPLETED,
-                               &OnCompleted, nullptr, MHD_OPTION_CONNECTION_TIMEOUT, 30u,
-                               MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_END);
+                               &OnCompleted, nullptr, MHD_OPTION_CONNECTION_TIMEOUT, 30u, MHD_OPTION_CONNECTION_LIMIT,
+                               kMaxConnections, MHD_OPTION_END);
     if (daemon_ == nullptr) {
         *error = "cannot start the HTTP server on " + endpoint;
         close(socket_.fd);

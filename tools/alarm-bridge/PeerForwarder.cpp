@@ -11,7 +11,7 @@ namespace bridge {
 
 namespace {
 
-constexpr int kBatch = 1000;                 // alerts per post
+constexpr int kBatch = 1000;  // alerts per post
 constexpr std::size_t kMaxAnswerBytes = 64 << 10;
 constexpr auto kFirstBackoff = std::chrono::seconds(1);
 constexpr auto kLongestBackoff = std::chrono::seconds(30);
@@ -31,8 +31,7 @@ void Log(const std::string& line) {
 }
 
 int64_t NowMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
@@ -65,7 +64,9 @@ PeerForwarder::PeerForwarder(std::string url, const AlarmStore& store, Delivered
 
 PeerForwarder::~PeerForwarder() { stop(); }
 
-void PeerForwarder::start() { thread_ = std::thread([this] { run(); }); }
+void PeerForwarder::start() {
+    thread_ = std::thread([this] { run(); });
+}
 
 void PeerForwarder::stop() {
     {
@@ -102,8 +103,7 @@ int PeerForwarder::post(const std::vector<StoredAlert>& rows, int64_t nowMs, std
     for (const StoredAlert& row : rows) {
         body += body.size() == 1 ? "" : ",";
         body += "{\"labels\":" + row.labels + ",\"annotations\":" + row.annotations + ",\"startsAt\":\"" +
-                Rfc3339(row.startsAt) + "\",\"endsAt\":\"" + (row.endsAt < 0 ? horizon : Rfc3339(row.endsAt)) +
-                "\"}";
+                Rfc3339(row.startsAt) + "\",\"endsAt\":\"" + (row.endsAt < 0 ? horizon : Rfc3339(row.endsAt)) + "\"}";
     }
     body += "]";
     CURL* curl = static_cast<CURL*>(curl_);

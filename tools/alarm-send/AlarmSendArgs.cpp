@@ -51,22 +51,30 @@ bool Fail(std::string* error, const std::string& text) {
 
 // The options that take a value, and where it goes.
 std::string* TextOption(SendOptions* o, const std::string& name) {
-    if (name == "--app-id") return &o->appId;
-    if (name == "--app-name") return &o->appName;
-    if (name == "--service") return &o->service;
-    if (name == "--service-id") return &o->serviceId;
-    if (name == "--instance") return &o->instance;
-    if (name == "--label") return &o->label;
-    if (name == "--agent") return &o->agent;
-    if (name == "--definitions") return &o->definitions;
+    if (name == "--app-id")
+        return &o->appId;
+    if (name == "--app-name")
+        return &o->appName;
+    if (name == "--service")
+        return &o->service;
+    if (name == "--service-id")
+        return &o->serviceId;
+    if (name == "--instance")
+        return &o->instance;
+    if (name == "--label")
+        return &o->label;
+    if (name == "--agent")
+        return &o->agent;
+    if (name == "--definitions")
+        return &o->definitions;
     return nullptr;
 }
 
 // Rules between options, once all are read.
 bool CheckCombination(const SendOptions& o, std::string* error) {
     if (o.appId.empty() || o.appName.empty()) {
-        return Fail(error, std::string("no application ") + (o.appId.empty() ? "id: set APPID or --app-id"
-                                                                                : "name: set APPNAME or --app-name"));
+        return Fail(error, std::string("no application ") +
+                               (o.appId.empty() ? "id: set APPID or --app-id" : "name: set APPNAME or --app-name"));
     }
     if (o.service.size() > kServiceNameMax || o.label.size() > kLabelMax) {
         return Fail(error, "--service takes at most 64 characters, --label at most 256");
@@ -76,8 +84,9 @@ bool CheckCombination(const SendOptions& o, std::string* error) {
             return Fail(error, "--legacy needs --definitions FILE");
         }
         if (!o.service.empty() || !o.label.empty() || o.timeMs != 0) {
-            return Fail(error, "--service, --label and --time belong to the current interface, not --legacy "
-                               "(a legacy alarm takes its service from its definition)");
+            return Fail(error,
+                        "--service, --label and --time belong to the current interface, not --legacy "
+                        "(a legacy alarm takes its service from its definition)");
         }
     } else if (!o.definitions.empty()) {
         return Fail(error, "--definitions belongs to --legacy");
@@ -186,8 +195,8 @@ bool ParseSendArgs(const std::vector<std::string>& args, const char* envAppId, c
             o.printStats = o.printStats || name == "--stats";
             continue;
         }
-        if (name.compare(0, 2, "--") != 0 || (TextOption(&o, name) == nullptr && name != "--time" &&
-                                               name != "--timeout")) {
+        if (name.compare(0, 2, "--") != 0 ||
+            (TextOption(&o, name) == nullptr && name != "--time" && name != "--timeout")) {
             return Fail(error, "unknown option " + name);
         }
         if (!inlineValue) {

@@ -24,20 +24,20 @@ struct AlarmRequest {
 };
 
 struct SendOptions {
-    std::string appId;      // default APPID
-    std::string appName;    // default APPNAME
-    std::string service;    // current interface: the service name alarms carry
+    std::string appId;    // default APPID
+    std::string appName;  // default APPNAME
+    std::string service;  // current interface: the service name alarms carry
     std::string serviceId;
-    std::string instance;   // service instance id
-    std::string label;      // announce the instance with this label
-    int64_t timeMs = 0;     // 0: when queued
-    std::string agent;      // NODEWARD_ENDPOINT
+    std::string instance;  // service instance id
+    std::string label;     // announce the instance with this label
+    int64_t timeMs = 0;    // 0: when queued
+    std::string agent;     // NODEWARD_ENDPOINT
     uint32_t timeoutMs = 5000;
     bool legacy = false;
     std::string definitions;
     bool printStats = false;
     bool fromStdin = false;  // "-": one alarm per line of standard input
-    AlarmRequest alarm;         // the one alarm of the command line
+    AlarmRequest alarm;      // the one alarm of the command line
     bool help = false;
     bool version = false;
 };

@@ -37,8 +37,8 @@ enum class Outcome { Queued, Refused, QueueFull };
 Outcome Send(const SendOptions& options, const AlarmRequest& alarm) {
     const alarmsdk_stats before = Stats(options.legacy);
     if (options.legacy) {
-        AlarmObject* object =
-            AllocAlarmObject(alarm.alarmId.c_str(), alarm.clear ? 1 : 0, static_cast<unsigned int>(alarm.params.size()));
+        AlarmObject* object = AllocAlarmObject(alarm.alarmId.c_str(), alarm.clear ? 1 : 0,
+                                               static_cast<unsigned int>(alarm.params.size()));
         if (object == nullptr) {
             return Outcome::Refused;
         }
@@ -98,12 +98,13 @@ bool Initialise(const SendOptions& options, std::string* error) {
 
 void PrintStats(bool legacy) {
     const alarmsdk_stats s = Stats(legacy);
-    std::printf("accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu dropped=%llu waiting=%llu "
-                "last_delivery_ms=%lld\n",
-                static_cast<unsigned long long>(s.accepted), static_cast<unsigned long long>(s.refused),
-                static_cast<unsigned long long>(s.delivered), static_cast<unsigned long long>(s.batches),
-                static_cast<unsigned long long>(s.retried), static_cast<unsigned long long>(s.dropped),
-                static_cast<unsigned long long>(s.waiting), static_cast<long long>(s.last_delivery_ms));
+    std::printf(
+        "accepted=%llu refused=%llu delivered=%llu batches=%llu retried=%llu dropped=%llu waiting=%llu "
+        "last_delivery_ms=%lld\n",
+        static_cast<unsigned long long>(s.accepted), static_cast<unsigned long long>(s.refused),
+        static_cast<unsigned long long>(s.delivered), static_cast<unsigned long long>(s.batches),
+        static_cast<unsigned long long>(s.retried), static_cast<unsigned long long>(s.dropped),
+        static_cast<unsigned long long>(s.waiting), static_cast<long long>(s.last_delivery_ms));
 }
 
 struct Tally {
@@ -166,8 +167,8 @@ int Run(int argc, char** argv) {
         Count(tally, Send(options, options.alarm));
     }
     // Whatever was queued is waited for, also after a failure: leaving now would lose it.
-    const int flushed = options.legacy ? alarmsdk_flush_legacy(options.timeoutMs)
-                                       : alarmsdk_flush_process(options.timeoutMs);
+    const int flushed =
+        options.legacy ? alarmsdk_flush_legacy(options.timeoutMs) : alarmsdk_flush_process(options.timeoutMs);
     if (options.printStats) {
         PrintStats(options.legacy);
     }

@@ -19,26 +19,24 @@ namespace alarmdef {
 namespace {
 
 // The elements the loader pairs with definitions by position alone.
-const char* const kPaired[] = {"AlarmID",  "AlarmType",   "ServiceType", "AlarmLevel", "IsGlobal",
+const char* const kPaired[] = {"AlarmID",   "AlarmType",   "ServiceType", "AlarmLevel", "IsGlobal",
                                "EventType", "IsAutoClean", "IsCheck",     "Params"};
 const char* const kToggles[] = {"TransientPeriod", "ToggleStartPeriod", "ToggleEndPeriod", "ToggleThreshold"};
 // Read with atoi wherever they are.
-const char* const kNumbers[] = {"AlarmID",   "AlarmType",  "AlarmLevel",      "IsGlobal",
-                                "EventType", "IsAutoClean", "IsCheck",        "ParamLen",
-                                "ParamClass", "TransientPeriod", "ToggleStartPeriod", "ToggleEndPeriod",
-                                "ToggleThreshold"};
+const char* const kNumbers[] = {
+    "AlarmID",  "AlarmType",  "AlarmLevel",      "IsGlobal",          "EventType",       "IsAutoClean",    "IsCheck",
+    "ParamLen", "ParamClass", "TransientPeriod", "ToggleStartPeriod", "ToggleEndPeriod", "ToggleThreshold"};
 const char* const kParamFields[] = {"ParamName", "ParamType", "ParamLen", "ParamClass", "ENUM", "Bit"};
 const char* const kEnumFields[] = {"EnumType", "Values"};
 
-constexpr std::size_t kIdMax = 9;             // the legacy C interface's alarm id, and lltos
-constexpr std::size_t kKeyMax = 126;          // language keys and the alarm name
-constexpr std::size_t kStoredTextMax = 126;   // parameter fields: longer ones are stored empty
-constexpr std::size_t kEnumTextMax = 127;     // enumeration texts: longer ones are cut
-constexpr std::size_t kServiceNameMax = 63;   // the agent's service name field
-constexpr std::size_t kListed = 5;            // definitions named in one message
+constexpr std::size_t kIdMax = 9;            // the legacy C interface's alarm id, and lltos
+constexpr std::size_t kKeyMax = 126;         // language keys and the alarm name
+constexpr std::size_t kStoredTextMax = 126;  // parameter fields: longer ones are stored empty
+constexpr std::size_t kEnumTextMax = 127;    // enumeration texts: longer ones are cut
+constexpr std::size_t kServiceNameMax = 63;  // the agent's service name field
+constexpr std::size_t kListed = 5;           // definitions named in one message
 
-template <std::size_t N>
-bool OneOf(const std::string& name, const char* const (&names)[N]) {
+template <std::size_t N> bool OneOf(const std::string& name, const char* const (&names)[N]) {
     return std::find_if(std::begin(names), std::end(names), [&](const char* n) { return name == n; }) !=
            std::end(names);
 }
@@ -62,7 +60,9 @@ bool IsDecimalInt(const std::string& text) {
     return value >= INT_MIN && value <= INT_MAX;
 }
 
-const std::map<std::string, std::string>& Table(bool english) { return english ? g_ENLanguageDatas : g_ZHLanguageDatas; }
+const std::map<std::string, std::string>& Table(bool english) {
+    return english ? g_ENLanguageDatas : g_ZHLanguageDatas;
+}
 
 class Checker {
 public:
@@ -82,8 +82,9 @@ public:
                 owner_[i] = owner_[static_cast<std::size_t>(parent)];
             }
             const std::size_t d = static_cast<std::size_t>(owner_[i]);
-            int* first = o_.elements[i].name == "AlarmID" ? &ownId_[d]
-                         : o_.elements[i].name == "Params" ? &ownParams_[d] : nullptr;
+            int* first = o_.elements[i].name == "AlarmID"  ? &ownId_[d]
+                         : o_.elements[i].name == "Params" ? &ownParams_[d]
+                                                           : nullptr;
             if (first != nullptr && *first < 0) {
                 *first = static_cast<int>(i);
             }
@@ -288,8 +289,8 @@ private:
             ++k;
             const int name = child(p, "ParamName");
             const std::string paramName = name >= 0 ? el(name).text : "";
-            const std::string what = "parameter " + (name >= 0 ? "'" + paramName + "'" : std::to_string(k)) +
-                                     " of " + alarm;
+            const std::string what =
+                "parameter " + (name >= 0 ? "'" + paramName + "'" : std::to_string(k)) + " of " + alarm;
             for (const char* field : {"ParamName", "ParamType", "ParamLen", "ParamClass"}) {
                 if (child(p, field) < 0) {
                     error(el(p).line, what + " has no <" + field + ">");
@@ -299,8 +300,9 @@ private:
                 error(el(name).line, what + " has blanks around its name: alarms must name it with them");
             }
             if (name >= 0 && !names.emplace(paramName, el(name).line).second) {
-                error(el(name).line, what + " is named twice: a sent alarm's parameters collapse by name, so its "
-                                            "count never matches and SendAlarm refuses every such alarm");
+                error(el(name).line, what +
+                                         " is named twice: a sent alarm's parameters collapse by name, so its "
+                                         "count never matches and SendAlarm refuses every such alarm");
             }
             const int type = child(p, "ParamType");
             const std::string typeText = type >= 0 ? el(type).text : "";
@@ -351,10 +353,9 @@ private:
         }
         const std::vector<std::pair<int, std::string>> keys = enumKeys(idOf(d), p);
         if (const auto* key = OverlongKey(keys)) {
-            error(el(key->first).line, "language key " + key->second.substr(0, 60) + "... is " +
-                                           std::to_string(key->second.size()) +
-                                           " characters (at most 126): the whole enumeration of " + what +
-                                           " is dropped");
+            error(el(key->first).line,
+                  "language key " + key->second.substr(0, 60) + "... is " + std::to_string(key->second.size()) +
+                      " characters (at most 126): the whole enumeration of " + what + " is dropped");
         }
     }
 
@@ -423,8 +424,8 @@ private:
         const auto line = language.keyLines.find(key);
         findings_->push_back(Finding{language.path, line != language.keyLines.end() ? line->second : 0,
                                      Severity::Warning,
-                                     "text of " + key + " is " + std::to_string(found->second.size()) + " bytes: " +
-                                         fate + " (at most " + std::to_string(max) + ")"});
+                                     "text of " + key + " is " + std::to_string(found->second.size()) +
+                                         " bytes: " + fate + " (at most " + std::to_string(max) + ")"});
     }
 
     void checkParamTexts(const std::string& id, int p, const stParaDef* loaded) {
@@ -442,15 +443,15 @@ private:
         for (const LanguageFile* language : {&en_, &zh_}) {
             (void)lookUp(*language, key, el(name).line, "the parameter's label");
             if (loaded != nullptr) {
-                textStored(*language, key, language == &en_ ? loaded->paramEnName : loaded->paramChName,
-                           kStoredTextMax, "stored empty");
+                textStored(*language, key, language == &en_ ? loaded->paramEnName : loaded->paramChName, kStoredTextMax,
+                           "stored empty");
             }
         }
         const std::vector<std::pair<int, std::string>> keys = enumKeys(id, p);
         const bool dropped = OverlongKey(keys) != nullptr;
         for (std::size_t e = 0; !dropped && e < keys.size(); ++e) {
-            const bool stored = loaded != nullptr && loaded->enumValues != nullptr &&
-                                static_cast<int64_t>(e) < loaded->enumNum;
+            const bool stored =
+                loaded != nullptr && loaded->enumValues != nullptr && static_cast<int64_t>(e) < loaded->enumNum;
             for (const LanguageFile* language : {&en_, &zh_}) {
                 (void)lookUp(*language, keys[e].second, el(keys[e].first).line, "the value's text");
                 if (stored) {
@@ -482,8 +483,8 @@ bool Readable(const std::string& path, const std::string& what, std::size_t maxB
     } else if (!S_ISREG(info.st_mode)) {
         problem = what + " is not a regular file";
     } else if (static_cast<std::size_t>(info.st_size) > maxBytes) {
-        problem = what + " has " + std::to_string(info.st_size) + " bytes: files over " +
-                  std::to_string(maxBytes) + " bytes are not checked";
+        problem = what + " has " + std::to_string(info.st_size) + " bytes: files over " + std::to_string(maxBytes) +
+                  " bytes are not checked";
     }
     if (!problem.empty()) {
         findings->push_back(Finding{path, 0, Severity::Error, problem + ", and the library loads nothing from it"});

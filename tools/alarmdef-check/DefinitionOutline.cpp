@@ -60,10 +60,10 @@ public:
         if (stopped_) {
             return;
         }
-        if (static_cast<int>(open_.size()) >= limits_.maxDepth ||
-            outline_->elements.size() >= limits_.maxElements) {
+        if (static_cast<int>(open_.size()) >= limits_.maxDepth || outline_->elements.size() >= limits_.maxElements) {
             stop(line(), "elements nested deeper than " + std::to_string(limits_.maxDepth) + " or more than " +
-                             std::to_string(limits_.maxElements) + " elements: not a definition file, not checked further");
+                             std::to_string(limits_.maxElements) +
+                             " elements: not a definition file, not checked further");
             return;
         }
         XmlElement element;
@@ -194,7 +194,8 @@ Outline ReadOutline(const std::string& path, const OutlineLimits& limits, std::v
         findings->push_back(Finding{path, 0, Severity::Error, "cannot be read as XML"});
         return outline;
     }
-    const int doctype = handler.sawDoctype() || outline.elements.empty() ? 0 : BareDoctypeLine(path, outline.elements[0].line);
+    const int doctype =
+        handler.sawDoctype() || outline.elements.empty() ? 0 : BareDoctypeLine(path, outline.elements[0].line);
     if (doctype > 0) {
         findings->push_back(Finding{path, doctype, Severity::Error, std::string("DOCTYPE") + kDoctypeEffect});
     }

@@ -13,7 +13,7 @@ namespace alarmdef {
 
 struct LanguageFile {
     std::string path;
-    std::string label;             // "en_US/language.properties", as messages name it
+    std::string label;                    // "en_US/language.properties", as messages name it
     std::map<std::string, int> keyLines;  // the line each key is stored from (the last one wins)
 };
 

@@ -46,7 +46,8 @@ int Run(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--help" || arg == "--version") {
-            std::cout << (arg == "--help" ? kUsageLine + std::string(kUsage) : "alarmdef-check (Alarm SDK) " ALARMSDK_VERSION "\n");
+            std::cout << (arg == "--help" ? kUsageLine + std::string(kUsage)
+                                          : "alarmdef-check (Alarm SDK) " ALARMSDK_VERSION "\n");
             return 0;
         }
         if (arg == "--json") {

@@ -34,15 +34,15 @@ std::ostream& operator<<(std::ostream& out, FailMode mode);
 
 struct SimOptions {
     std::string endpoint = REST_DEFAULT_AGENT_ENDPOINT;  // rest_endpoint.h; port 0: any free one
-    int failFirst = 0;                        // fail the first N requests
-    double failRatio = 0.0;                   // then fail this fraction of requests (0..1)
-    unsigned int seed = 1;                    // for failRatio
+    int failFirst = 0;                                   // fail the first N requests
+    double failRatio = 0.0;                              // then fail this fraction of requests (0..1)
+    unsigned int seed = 1;                               // for failRatio
     FailMode failMode = FailMode::RetCode;
-    int status = 200;                         // HTTP status of the answers that are not failures
-    int delayMs = 0;                          // wait this long before each answer
-    std::string jsonlPath;                    // when set, each decoded document is appended here as one line
-    bool printAlarms = false;                 // print one readable line per alarm to stdout
-    std::size_t maxBodyBytes = 16u << 20;     // larger push bodies are refused with 413
+    int status = 200;                      // HTTP status of the answers that are not failures
+    int delayMs = 0;                       // wait this long before each answer
+    std::string jsonlPath;                 // when set, each decoded document is appended here as one line
+    bool printAlarms = false;              // print one readable line per alarm to stdout
+    std::size_t maxBodyBytes = 16u << 20;  // larger push bodies are refused with 413
     // false: requests and alarms are only counted (counts(),
     // waitForAcceptedAlarms), never kept, so requests() and acceptedAlarms() stay empty;
     // a load test then pays for nothing it does not read.
@@ -56,11 +56,11 @@ struct SimOptions {
 // One POST to /om/v1/request. Recorded when it is answered (after delayMs).
 // A body over maxBodyBytes is recorded with an empty body and accepted=false.
 struct ReceivedRequest {
-    std::string body;        // raw body as posted
-    std::string json;        // decoded document ("" when it did not decode)
-    bool legacy = false;     // the document had "service"
-    bool accepted = false;   // answered with a success document (whatever options.status is:
-                             // the services decide by the document, not the status)
+    std::string body;                   // raw body as posted
+    std::string json;                   // decoded document ("" when it did not decode)
+    bool legacy = false;                // the document had "service"
+    bool accepted = false;              // answered with a success document (whatever options.status is:
+                                        // the services decide by the document, not the status)
     std::vector<ReceivedAlarm> alarms;  // empty when the document did not parse
     std::vector<std::pair<std::string, std::string>> headers;  // request headers, as they arrived
     // The value of the first header called name (in any case), "" when there is none.
@@ -69,7 +69,7 @@ struct ReceivedRequest {
 
 // What has arrived, in numbers; kept whether or not requests are recorded.
 struct SimCounts {
-    std::size_t requests = 0;          // answered push requests
+    std::size_t requests = 0;  // answered push requests
     std::size_t acceptedRequests = 0;
     std::size_t acceptedAlarms = 0;
 };

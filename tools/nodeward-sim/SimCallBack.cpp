@@ -13,8 +13,7 @@ namespace nodeward {
 namespace {
 
 // "callback to NAME: status 200 answer <base64> (<decoded>)"
-std::string DescribeCallBack(const std::string& name, int status, const std::string& answer,
-                             const std::string& error) {
+std::string DescribeCallBack(const std::string& name, int status, const std::string& answer, const std::string& error) {
     if (status < 0) {
         return "callback to " + name + ": failed (" + error + ")";
     }
@@ -66,8 +65,8 @@ MHD_Result Sim::Impl::answerCallBack(MHD_Connection* connection, Exchange* excha
     return Answer(connection, static_cast<unsigned int>(status), answer);
 }
 
-int Sim::Impl::callBackLearnt(const std::string& name, const std::string& json, std::string* answer,
-                              std::string* error, bool* unknown) {
+int Sim::Impl::callBackLearnt(const std::string& name, const std::string& json, std::string* answer, std::string* error,
+                              bool* unknown) {
     ServiceAddress address;
     {
         std::lock_guard<std::mutex> lock(mu);

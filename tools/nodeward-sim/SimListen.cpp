@@ -240,10 +240,10 @@ bool Sim::start(std::string* error) {
         impl_->stopping = false;
     }
     const unsigned int flags = MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_ITC;
-    impl_->daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, &Impl::OnRequest, impl_.get(),
-                                     MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_NOTIFY_COMPLETED, &Impl::OnCompleted,
-                                     impl_.get(), MHD_OPTION_CONNECTION_TIMEOUT, 60u, MHD_OPTION_CONNECTION_LIMIT,
-                                     128u, MHD_OPTION_END);
+    impl_->daemon =
+        MHD_start_daemon(flags, 0, nullptr, nullptr, &Impl::OnRequest, impl_.get(), MHD_OPTION_LISTEN_SOCKET, fd,
+                         MHD_OPTION_NOTIFY_COMPLETED, &Impl::OnCompleted, impl_.get(), MHD_OPTION_CONNECTION_TIMEOUT,
+                         60u, MHD_OPTION_CONNECTION_LIMIT, 128u, MHD_OPTION_END);
     if (impl_->daemon == nullptr) {
         // Not closed here: MHD may already have closed the socket it was given,
         // and a second close could hit a descriptor another thread just opened.

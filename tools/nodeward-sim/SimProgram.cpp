@@ -72,7 +72,8 @@ bool WriteReadyFile(const std::string& path, const std::string& endpoint) {
 }  // namespace
 
 std::string ProgramUsage() {
-    return std::string(kUsageLine) + "\n"
+    return std::string(kUsageLine) +
+           "\n"
            "A stand-in for the node agent: serves POST /om/v1/request, prints every alarm\n"
            "it receives, answers like the agent or fails on request, and can call a\n"
            "service back with an alarm check.\n"
@@ -133,9 +134,8 @@ bool ParseProgramArgs(int argc, const char* const* argv, ProgramOptions* options
             continue;
         }
         static const char* const kWithValue[] = {
-            "--listen",     "--fail-first", "--fail-ratio",        "--seed",
-            "--fail-mode",  "--status",     "--delay-ms",          "--jsonl",
-            "--ready-file", "--callback",   "--exit-after-alarms", "--exit-after-seconds"};
+            "--listen",   "--fail-first", "--fail-ratio", "--seed",     "--fail-mode",         "--status",
+            "--delay-ms", "--jsonl",      "--ready-file", "--callback", "--exit-after-alarms", "--exit-after-seconds"};
         bool known = false;
         for (const char* option : kWithValue) {
             known = known || name == option;
@@ -210,7 +210,8 @@ int RunProgram(int argc, const char* const* argv) {
         return 2;
     }
     if (options.help || options.version) {
-        std::fputs(options.help ? ProgramUsage().c_str() : "nodeward-sim (Alarm SDK) " ALARMSDK_TOOL_VERSION "\n", stdout);
+        std::fputs(options.help ? ProgramUsage().c_str() : "nodeward-sim (Alarm SDK) " ALARMSDK_TOOL_VERSION "\n",
+                   stdout);
         return 0;
     }
     // Signals are taken synchronously by this thread; every thread started

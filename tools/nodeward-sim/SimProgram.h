@@ -10,10 +10,10 @@
 namespace nodeward {
 
 struct ProgramOptions {
-    SimOptions sim;                // endpoint from NODEWARD_ENDPOINT unless --listen; printAlarms on
-    std::string readyFile;         // gets the bound endpoint once listening
-    long exitAfterAlarms = 0;      // 0: no limit
-    long exitAfterSeconds = 0;     // 0: no limit
+    SimOptions sim;             // endpoint from NODEWARD_ENDPOINT unless --listen; printAlarms on
+    std::string readyFile;      // gets the bound endpoint once listening
+    long exitAfterAlarms = 0;   // 0: no limit
+    long exitAfterSeconds = 0;  // 0: no limit
     bool help = false;
     bool version = false;
 };

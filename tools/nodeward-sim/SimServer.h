@@ -82,10 +82,8 @@ struct Sim::Impl {
     // SimListen.cpp
     bool listenSocket(int* fd, std::string* error);
     static MHD_Result OnRequest(void* cls, MHD_Connection* connection, const char* url, const char* method,
-                                const char* version, const char* uploadData, size_t* uploadDataSize,
-                                void** context);
-    static void OnCompleted(void* cls, MHD_Connection* connection, void** context,
-                            MHD_RequestTerminationCode code);
+                                const char* version, const char* uploadData, size_t* uploadDataSize, void** context);
+    static void OnCompleted(void* cls, MHD_Connection* connection, void** context, MHD_RequestTerminationCode code);
     // SimRecord.cpp
     MHD_Result answerPush(MHD_Connection* connection, Exchange* exchange);
     void print(const std::string& line);

@@ -31,19 +31,19 @@ extern "C" {
 typedef struct zeb_restHeadList zeb_restHeadList;
 
 typedef struct stru_REST_REQUEST {
-    char* ip;                 /* unused by this client; may be NULL */
-    char* url;                /* zero-terminated absolute http URL */
-    char* body;               /* bodyLen bytes; the server side adds room for a terminator */
+    char* ip;   /* unused by this client; may be NULL */
+    char* url;  /* zero-terminated absolute http URL */
+    char* body; /* bodyLen bytes; the server side adds room for a terminator */
     size_t bodyLen;
     char* cookie;             /* sent as a Cookie header when non-empty */
     zeb_restHeadList* header; /* may be NULL */
 } stru_REST_REQUEST;
 
 typedef struct stru_REST_RESPONSE {
-    int status;               /* HTTP status */
-    char* body;               /* bodyLen bytes followed by a zero byte; from sendRequest always
-                                 allocated, "" when empty (a server handler's record: NULL
-                                 until it sets a body) */
+    int status; /* HTTP status */
+    char* body; /* bodyLen bytes followed by a zero byte; from sendRequest always
+                   allocated, "" when empty (a server handler's record: NULL
+                   until it sets a body) */
     size_t bodyLen;
     zeb_restHeadList* header; /* response headers */
 } stru_REST_RESPONSE;

@@ -27,8 +27,8 @@ extern "C" {
 typedef int (*REST_RESOURCE_HANDLER)(stru_REST_REQUEST* request, stru_REST_RESPONSE* response);
 
 typedef struct stru_REST_RESOURCE {
-    unsigned int methods;            /* bit (1 << REST_REQUEST_xxx) per accepted method; 0 = any */
-    REST_RESOURCE_HANDLER handler;   /* the handler is always the second field */
+    unsigned int methods;          /* bit (1 << REST_REQUEST_xxx) per accepted method; 0 = any */
+    REST_RESOURCE_HANDLER handler; /* the handler is always the second field */
 } stru_REST_RESOURCE;
 
 /* Starts the server thread. Thread-safe and idempotent once it succeeded:

@@ -3,10 +3,6 @@
 // libmicrohttpd runs one thread per connection: a delayed answer (delayMs)
 // sleeps on its own connection's thread, so control requests and other
 // senders are served meanwhile, and stop() wakes it.
-#include <netdb.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,80 +45,6 @@ MHD_Result Answer(MHD_Connection* connection, unsigned int status, const std::st
 void LogError(const std::string& text) {
     std::fprintf(stderr, "nodeward-sim: %s\n", text.c_str());
     std::fflush(stderr);
-}
-
-bool Sim::Impl::listenSocket(int* fd, std::string* error) {
-    rest_endpoint parsed;
-    if (const char* why = restParseEndpoint(options.endpoint.c_str(), REST_ENDPOINT_LISTEN, &parsed)) {
-        *error = "endpoint \"" + options.endpoint + "\": " + why;
-        return false;
-    }
-    host = parsed.host;
-    const int port = parsed.port;
-    unixPath = parsed.path;
-    if (!unixPath.empty()) {
-        struct stat st {};
-        if (lstat(unixPath.c_str(), &st) == 0) {
-            if (!S_ISSOCK(st.st_mode)) {
-                *error = unixPath + " exists and is not a socket";
-                return false;
-            }
-            unlink(unixPath.c_str());  // left behind by an earlier run
-        }
-        *fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (*fd < 0) {
-            *error = SysError("socket");
-            return false;
-        }
-        sockaddr_un addr{};
-        addr.sun_family = AF_UNIX;
-        std::memcpy(addr.sun_path, unixPath.c_str(), unixPath.size() + 1);
-        if (bind(*fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(*fd, 64) != 0) {
-            *error = SysError("bind/listen " + unixPath);
-            close(*fd);
-            return false;
-        }
-        if (lstat(unixPath.c_str(), &st) == 0) {
-            unixInode = st.st_ino;
-        }
-        boundPort = 0;
-        return true;
-    }
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
-    addrinfo* found = nullptr;
-    const int rc = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-    if (rc != 0) {
-        *error = "cannot resolve " + host + ": " + gai_strerror(rc);
-        return false;
-    }
-    *error = "no address for " + host;
-    for (addrinfo* a = found; a != nullptr; a = a->ai_next) {
-        const int s = socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC, a->ai_protocol);
-        if (s < 0) {
-            *error = SysError("socket");
-            continue;
-        }
-        const int on = 1;
-        setsockopt(s, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-        sockaddr_storage bound{};
-        socklen_t len = sizeof(bound);
-        if (bind(s, a->ai_addr, a->ai_addrlen) != 0 || listen(s, 64) != 0 ||
-            getsockname(s, reinterpret_cast<sockaddr*>(&bound), &len) != 0) {
-            *error = SysError("bind/listen " + options.endpoint);
-            close(s);
-            continue;
-        }
-        boundPort = bound.ss_family == AF_INET6 ? ntohs(reinterpret_cast<sockaddr_in6*>(&bound)->sin6_port)
-                                                : ntohs(reinterpret_cast<sockaddr_in*>(&bound)->sin_port);
-        *fd = s;
-        freeaddrinfo(found);
-        return true;
-    }
-    freeaddrinfo(found);
-    return false;
 }
 
 MHD_Result Sim::Impl::OnRequest(void* cls, MHD_Connection* connection, const char* url, const char* method,
@@ -230,11 +152,15 @@ bool Sim::start(std::string* error) {
             return false;
         }
     }
-    int fd = -1;
-    if (!impl_->listenSocket(&fd, error)) {
+    rest_endpoint parsed;
+    if (restParseEndpoint(impl_->options.endpoint.c_str(), REST_ENDPOINT_LISTEN, &parsed) == nullptr) {
+        impl_->host = parsed.host;
+    }
+    if (!OpenListenSocket(impl_->options.endpoint, &impl_->listener, error)) {
         stop();
         return false;
     }
+    const int fd = impl_->listener.fd;
     {
         std::lock_guard<std::mutex> lock(impl_->mu);
         impl_->stopping = false;
@@ -281,14 +207,9 @@ void Sim::stop() {
     if (impl_->worker.joinable()) {
         impl_->worker.join();
     }
-    if (!impl_->unixPath.empty() && impl_->unixInode != 0) {
-        // Only our own socket file: another sim may have taken the path since.
-        struct stat st {};
-        if (lstat(impl_->unixPath.c_str(), &st) == 0 && st.st_ino == impl_->unixInode) {
-            unlink(impl_->unixPath.c_str());
-        }
-        impl_->unixInode = 0;
-    }
+    // Only our own socket file: another sim may have taken the path since.
+    RemoveSocketFile(impl_->listener);
+    impl_->listener.unixInode = 0;
     std::lock_guard<std::mutex> lock(impl_->outMu);
     if (impl_->jsonl != nullptr) {
         std::fclose(impl_->jsonl);
@@ -296,15 +217,15 @@ void Sim::stop() {
     }
 }
 
-int Sim::port() const { return impl_->boundPort; }
+int Sim::port() const { return impl_->listener.port; }
 
 std::string Sim::endpoint() const {
-    if (!impl_->unixPath.empty()) {
-        return "unix:" + impl_->unixPath;
+    if (!impl_->listener.unixPath.empty()) {
+        return "unix:" + impl_->listener.unixPath;
     }
     const std::string& host = impl_->host;
     const std::string shown = host.find(':') != std::string::npos ? "[" + host + "]" : host;
-    return shown + ":" + std::to_string(impl_->boundPort);
+    return shown + ":" + std::to_string(impl_->listener.port);
 }
 
 }  // namespace nodeward

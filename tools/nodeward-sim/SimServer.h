@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "AgentEndpoint.h"
 #include "NodewardSim.h"
 
 namespace nodeward {
@@ -54,10 +55,8 @@ struct Sim::Impl {
 
     // Listening state, written by start()/stop() only.
     MHD_Daemon* daemon = nullptr;
-    std::string host;
-    int boundPort = 0;
-    std::string unixPath;
-    ino_t unixInode = 0;
+    std::string host;  // as the endpoint gave it, for endpoint()
+    ListenSocket listener;
 
     // Everything below mu is shared between MHD threads, the worker and callers.
     mutable std::mutex mu;
@@ -80,7 +79,6 @@ struct Sim::Impl {
     FILE* jsonl = nullptr;
 
     // SimListen.cpp
-    bool listenSocket(int* fd, std::string* error);
     static MHD_Result OnRequest(void* cls, MHD_Connection* connection, const char* url, const char* method,
                                 const char* version, const char* uploadData, size_t* uploadDataSize, void** context);
     static void OnCompleted(void* cls, MHD_Connection* connection, void** context, MHD_RequestTerminationCode code);

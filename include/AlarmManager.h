@@ -57,6 +57,13 @@ public:
     // body is released with cJSON_free, bodyEncode with free. 0, or -1 to build again.
     int getSendAlarmJsonData(std::list<_AlarmModel*> batch, char*& body, char*& bodyEncode, int& encodedLength);
 
+    // fork() (src/ForkSafety.cpp): the legacy locks taken before a fork and
+    // given back after it; in the child the queue starts afresh and the send
+    // thread with the child's first alarm.
+    void LockForFork();
+    void UnlockAfterFork();
+    void RestartInChild();
+
     // Models waiting in the queue (not counting a batch being sent).
     std::size_t queuedModelCount() const;
     // The queue's delivery counters (read through AlarmSdkStats.h).

@@ -99,7 +99,8 @@ am_port=$(free_port)
 bridge_port=$(free_port)
 printf 'route: {receiver: default}\nreceivers: [{name: default}]\n' > "$work/am.yml"
 /usr/bin/prometheus-alertmanager --config.file="$work/am.yml" --storage.path="$work/am" \
-  --web.listen-address="127.0.0.1:$am_port" --cluster.listen-address= > "$work/am.log" 2>&1 &
+  --web.listen-address="127.0.0.1:$am_port" --cluster.listen-address= --web.ui-path="$PWD/tools/alarm-bridge/ui" \
+  > "$work/am.log" 2>&1 &
 am_pid=$!
 am="http://127.0.0.1:$am_port"
 # Checks every 2 s, so the service sees one while it runs.
@@ -120,6 +121,13 @@ APPID=demo-app APPNAME=storage-app NODEWARD_ENDPOINT="127.0.0.1:$bridge_port" HO
 sleep 1
 echo "== Alertmanager shows (amtool alert query -o extended):"
 amtool alert query --alertmanager.url="$am" -o extended
+echo "== the alarm page: $am/ (tools/alarm-bridge/ui, served by this Alertmanager while the demo runs)"
+if [ -x /usr/bin/chromium ]; then
+  rows=$(timeout -k 5 60 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
+    --disable-background-networking --disable-component-update --disable-sync --user-data-dir="$work/chromium" \
+    --virtual-time-budget=3000 --dump-dom "$am/" 2>/dev/null | grep -o '<tr class="alert">' | wc -l) || rows="?"
+  echo "   headless chromium finds $rows alarm rows on it"
+fi
 echo "== alarm-bridge --status:"
 "$build/tools/alarm-bridge/alarm-bridge" --status --state "$work/bridge.db"
 echo "== alarm-bridge metrics:"

@@ -229,8 +229,8 @@ check_debs() {
   check "$arch: dev package's alarmsdk.pc has the /usr prefix" grep -qx "prefix=/usr" "$debs/libalarmsdk-dev/$lib/pkgconfig/alarmsdk.pc"
   local programs=()  # every folder of tools/ with a main.cpp is a program
   for name in tools/*/; do if [ -f "$name/main.cpp" ]; then programs+=("./usr/bin/$(basename "$name")"); fi; done
-  programs+=("./usr/lib/systemd/system/alarm-bridge.service")
-  check "$arch: tools package holds every program and the bridge's unit, no library or header" \
+  programs+=("./usr/lib/systemd/system/alarm-bridge.service" ./usr/share/alarm-bridge/ui/{index.html,script.js})
+  check "$arch: tools package holds every program, the bridge's unit and its page, no library or header" \
     holds "$tools" '^\./usr/(lib/[^/]*(-linux-gnu/|\.so)|include/).' "${programs[@]}"
 
   for deb in "$dev" "$tools"; do

@@ -21,6 +21,7 @@ suite_table='
    fuzz      ci       --clang   scripts/fuzz.sh
    arm       ci       --arm     preset
    package   ci       --arm     scripts/package-check.sh
+   soak      ci       -         scripts/soak.sh 2
 '
 
 everything=0

@@ -466,19 +466,20 @@ stEnumBitDef* ALM_GetFieldEnumValue(DOMNode* firstChild, int64_t* count, int64_t
         return nullptr;
     }
     const int64_t capacity = ALM_CountEnumNum(firstChild, values);
-    auto* entries = static_cast<stEnumBitDef*>(
-        std::calloc(static_cast<size_t>(capacity > 0 ? capacity : 1), sizeof(stEnumBitDef)));
+    // Freed also when reading the texts runs out of memory.
+    std::unique_ptr<stEnumBitDef, void (*)(void*)> entries(
+        static_cast<stEnumBitDef*>(std::calloc(static_cast<size_t>(capacity > 0 ? capacity : 1), sizeof(stEnumBitDef))),
+        &std::free);
     if (entries == nullptr) {
         ALM_LOG_ERROR("Failed to alloc memory for pObjPara.OOM!");
         return nullptr;
     }
-    const int64_t read = ALM_ReadEnumItem(values, entries, enumType, alarmId);
+    const int64_t read = ALM_ReadEnumItem(values, entries.get(), enumType, alarmId);
     if (read < 0) {
-        std::free(entries);
         return nullptr;
     }
     *count = read;
-    return entries;
+    return entries.release();
 }
 
 int ALM_BuildConfInfoFromXml(DOMElement* root, ALMCfgItems* cfg) {
@@ -486,7 +487,10 @@ int ALM_BuildConfInfoFromXml(DOMElement* root, ALMCfgItems* cfg) {
         ALM_LOG_ERROR("ALM_BuildConfInfoFromXml head,pRoot IS NULL!\n");
         return -1;
     }
-    stAlarmItems* head = ALM_BuildStructInit(CountElementChildren(root));
+    // Freed when a step runs out of memory part way: the next load builds afresh.
+    std::unique_ptr<stAlarmItems, void (*)(stAlarmItems*)> list(ALM_BuildStructInit(CountElementChildren(root)),
+                                                                &FreeItems);
+    stAlarmItems* head = list.get();
     if (head == nullptr) {
         ALM_LOG_ERROR(".ALM_BuildConfInfoFromXml init fail!\n");
         return -1;
@@ -501,7 +505,7 @@ int ALM_BuildConfInfoFromXml(DOMElement* root, ALMCfgItems* cfg) {
     BuildNumberField(root, head, kIsAutoClean);
     BuildServiceType(root, head);
     BuildNumberField(root, head, kIsCheck);
-    cfg->head = head;
+    cfg->head = list.release();
     return 0;
 }
 

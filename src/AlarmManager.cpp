@@ -13,6 +13,8 @@
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "ForkSafety.h"
+#include "NoThrow.h"
 #include "bounded_string.h"
 
 namespace {
@@ -113,9 +115,38 @@ bool ReadIdentity(const char* name, const char* missingMessage, const char* gotF
     return true;
 }
 
+// Set in a forked child whose parent was sending: the child's first alarm starts its send thread.
+std::atomic<bool> g_sendAfterFork{false};
+
 }  // namespace
 
 AlarmManager* AlarmManager::m_pInstance = new AlarmManager();
+
+// In the order InitXML takes them: initialisation, loading, then the queue.
+void AlarmManager::LockForFork() {
+    InitMutex().lock();
+    ALM_LockLoadsForFork();
+    SourceMutex().lock();
+    m_pAlarmQueue->lock();
+}
+
+void AlarmManager::UnlockAfterFork() {
+    m_pAlarmQueue->unlock();
+    SourceMutex().unlock();
+    ALM_UnlockLoadsAfterFork();
+    InitMutex().unlock();
+}
+
+void AlarmManager::RestartInChild() {
+    m_pAlarmQueue->restartInChild(&m_queueLockAttr);
+    if (m_nSendThreadTid != 0) {
+        m_nSendThreadTid = 0;
+        g_sendAfterFork.store(true);
+    }
+    SourceMutex().unlock();
+    ALM_UnlockLoadsAfterFork();
+    InitMutex().unlock();
+}
 
 AlarmManager* AlarmManager::GetInstance() {
     if (m_pInstance == nullptr) {
@@ -136,6 +167,7 @@ AlarmManager::AlarmManager() : m_uInitFlag(0), m_pAlarmQueue(nullptr), m_nSendTh
         ALM_LOG_ERROR("AlarmManger::Initialize, pthread_mutexattr_settype failed, iRet=%d.", ret);
     }
     m_pAlarmQueue = new alarmsdk::AlarmQueue<_AlarmModel>({kLogSource}, &m_queueLockAttr);
+    alarmsdk::GuardForks();
     std::memset(m_szReserved, 0, sizeof(m_szReserved));
 }
 
@@ -160,21 +192,23 @@ void AlarmManager::InitXML(const char* xmlFilePath, const char* serviceId, const
     ALM_LOG_INFO("init xml success!");
     ALM_RsetConf(serviceId, serviceInsId, rsetClear);
 
-    AcquireLock();
-    const char* nodeId = std::getenv("NODE_ID");
-    if (nodeId != nullptr) {
-        m_strNodeId = nodeId;
+    {
+        // Released on every path: copying the identity can run out of memory.
+        AcquireLock();
+        const alarmsdk::ScopeExit unlock([this] { ReleaseLock(); });
+        const char* nodeId = std::getenv("NODE_ID");
+        if (nodeId != nullptr) {
+            m_strNodeId = nodeId;
+        }
+        AlmRukInterface::InitAllIp();
+        if (!ReadIdentity("APPID", "APPID is NULL", "Get AppId %s", &m_strAppId) ||
+            !ReadIdentity("APPNAME", "APPNAME is NULL", "Get AppName %s", &m_strAppName)) {
+            return;
+        }
+        if (initSendThread() == 1) {
+            m_uInitFlag.store(1, std::memory_order_release);
+        }
     }
-    AlmRukInterface::InitAllIp();
-    if (!ReadIdentity("APPID", "APPID is NULL", "Get AppId %s", &m_strAppId) ||
-        !ReadIdentity("APPNAME", "APPNAME is NULL", "Get AppName %s", &m_strAppName)) {
-        ReleaseLock();
-        return;
-    }
-    if (initSendThread() == 1) {
-        m_uInitFlag.store(1, std::memory_order_release);
-    }
-    ReleaseLock();
     if (rsetClear == 1) {
         (void)RegisterRsetClear();
     }
@@ -219,24 +253,26 @@ int AlarmManager::SendAlarm(Alarm* alarm) {
     CopyField(model->appName, m_strAppName.c_str());
     FillFromDefinition(model.get(), alarm, definition, alarmId);
 
-    ALM_Json_Para_def* location = new (std::nothrow) ALM_Json_Para_def();
+    // Released also when building the texts runs out of memory.
+    using Texts = std::unique_ptr<ALM_Json_Para_def, void (*)(ALM_Json_Para_def*)>;
+    const Texts location(new (std::nothrow) ALM_Json_Para_def(), &deleteALM_Json_ParaPtr);
     if (location == nullptr) {
         ALM_LOG_ERROR("In %s, locationJson is null!", "locationJson");
         return 0;
     }
-    ALM_Json_Para_def* appendInfo = new (std::nothrow) ALM_Json_Para_def();
+    const Texts appendInfo(new (std::nothrow) ALM_Json_Para_def(), &deleteALM_Json_ParaPtr);
     if (appendInfo == nullptr) {
         ALM_LOG_ERROR("In %s, appendInfoJson is null!", "appendInfoJson");
-        deleteALM_Json_ParaPtr(location);
         return 0;
     }
-    ALM_ContructLocationAndAppendParainfo(alarm, definition, location, appendInfo);
-    CopyText(model->location, location, "build location failed", "location is %s");
-    CopyText(model->appendInfo, appendInfo, "build appendInfo failed", "appendInfo is %s");
-    deleteALM_Json_ParaPtr(location);
-    deleteALM_Json_ParaPtr(appendInfo);
+    ALM_ContructLocationAndAppendParainfo(alarm, definition, location.get(), appendInfo.get());
+    CopyText(model->location, location.get(), "build location failed", "location is %s");
+    CopyText(model->appendInfo, appendInfo.get(), "build appendInfo failed", "appendInfo is %s");
 
     m_pAlarmQueue->push(std::move(model));
+    if (g_sendAfterFork.load(std::memory_order_relaxed) && g_sendAfterFork.exchange(false)) {
+        (void)initSendThread();
+    }
     return 1;
 }
 
@@ -287,6 +323,7 @@ int AlarmManager::initSendThread() {
 }
 
 void* AlarmManager::sendAlarmToFMThreadFun(void* /*unused*/) {
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-legacy");
     alarmsdk::RunSendLoop(kDelivery, *GetInstance()->m_pAlarmQueue);
     return nullptr;
 }

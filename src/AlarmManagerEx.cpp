@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "AlarmConfig.h"
@@ -10,6 +11,7 @@
 #include "AlmJsonParser.h"
 #include "AlmLog.h"
 #include "AlmRukInterface.h"
+#include "ForkSafety.h"
 #include "NoThrow.h"
 
 namespace {
@@ -64,14 +66,70 @@ AlarmManagerEx* AlarmManagerEx::getInstance() {
     return m_pInstance;
 }
 
-AlarmManagerEx::AlarmManagerEx() : m_alarmQueue({kLogSource}) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx() : m_alarmQueue({kLogSource}) {
+    initLocalMember();
+    enlist();
+}
 
-AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue({kLogSource}) { initLocalMember(); }
+AlarmManagerEx::AlarmManagerEx(int /*unused*/) : m_alarmQueue({kLogSource}) {
+    initLocalMember();
+    enlist();
+}
+
+namespace {
+// The list of every manager, newest first; a manager leaves it when destroyed
+// (only a co-process handle that could not start is). Never destroyed.
+std::mutex& ManagersMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+AlarmManagerEx* g_managers = nullptr;
+}  // namespace
+
+void AlarmManagerEx::enlist() {
+    alarmsdk::GuardForks();
+    std::lock_guard<std::mutex> lock(ManagersMutex());
+    m_pNextManager = g_managers;
+    g_managers = this;
+}
+
+void AlarmManagerEx::LockAllForFork() {
+    ManagersMutex().lock();
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.lock();
+    }
+}
+
+void AlarmManagerEx::UnlockAllAfterFork() {
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.unlock();
+    }
+    ManagersMutex().unlock();
+}
+
+void AlarmManagerEx::RestartAllInChild() {
+    for (AlarmManagerEx* m = g_managers; m != nullptr; m = m->m_pNextManager) {
+        m->m_alarmQueue.restartInChild(nullptr);
+        if (m->m_iInitFlag == 1) {
+            m->m_nSendThreadTid = static_cast<pthread_t>(-1);
+            m->m_bSendAfterFork.store(true);
+        }
+    }
+    ManagersMutex().unlock();
+}
 
 // The shared check queue is created once and never destroyed: managers come
 // and go while the transport thread queues checks. The alarm queue's lock
 // goes with the alarm queue.
-AlarmManagerEx::~AlarmManagerEx() = default;
+AlarmManagerEx::~AlarmManagerEx() {
+    std::lock_guard<std::mutex> lock(ManagersMutex());
+    for (AlarmManagerEx** link = &g_managers; *link != nullptr; link = &(*link)->m_pNextManager) {
+        if (*link == this) {
+            *link = m_pNextManager;
+            break;
+        }
+    }
+}
 
 void AlarmManagerEx::initLocalMember() {
     m_strAppId = "";
@@ -196,6 +254,10 @@ int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* s
     fillAlarmSouce2Alarm(source, record.get());
     fillNodIp2Alarm(record.get());
     m_alarmQueue.push(std::move(record));
+    // A forked child's first alarm starts the child's own send thread.
+    if (m_bSendAfterFork.load(std::memory_order_relaxed) && m_bSendAfterFork.exchange(false)) {
+        (void)InitSendThread();
+    }
     return 0;
 }
 
@@ -231,6 +293,8 @@ void* AlarmManagerEx::SendAlarmToFMThreadFun(void* manager) {
         ALM_LOG_ERROR("AlarmManagerEx::SendAlarmToFMThreadFun pParam is NULL");
         return nullptr;
     }
+    // Named, so that a service's operators (top, gdb) and the tests can tell the library's threads.
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-send");
     alarmsdk::RunSendLoop(kDelivery, static_cast<AlarmManagerEx*>(manager)->m_alarmQueue);
     return nullptr;
 }

@@ -108,6 +108,15 @@ public:
     // The alarm-check thread, 0 until it is started.
     static pthread_t alarmCheckThread() { return m_nAlarmCheckTid; }
 
+    // fork() (src/ForkSafety.cpp): every manager's queue lock, and the
+    // alarm-check locks, taken before a fork and given back after it; in the
+    // child each manager starts afresh, its send thread with its first alarm.
+    static void LockAllForFork();
+    static void UnlockAllAfterFork();
+    static void RestartAllInChild();
+    static void LockChecksForFork();
+    static void UnlockChecksAfterFork();
+
 private:
     // Unless the queue is full: completes record (NULL: a copy of source) with
     // this manager's identity, the alarm source of source (the caller's
@@ -136,6 +145,11 @@ private:
     std::string m_strServiceInsId;
     uint16_t m_uServicePort;
     std::string m_strServiceLabel;
+    // Every manager of the process in one list, for fork().
+    AlarmManagerEx* m_pNextManager = nullptr;
+    void enlist();
+    // Set in a forked child whose parent's manager was sending.
+    std::atomic<bool> m_bSendAfterFork{false};
 
     static AlarmManagerEx* m_pInstance;
     // The alarm-check service, shared by every manager; never destroyed,

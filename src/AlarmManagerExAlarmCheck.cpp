@@ -85,6 +85,20 @@ stru_REST_RESOURCE* AlarmManagerEx::restResAlmSdk =
 std::atomic<int> AlarmManagerEx::alarmCheckInitStatus{0};
 pthread_t AlarmManagerEx::m_nAlarmCheckTid = 0;
 
+// fork(): AcquireAlarmCheckQueueLock and its release are defined below.
+void AlarmManagerEx::LockChecksForFork() {
+    CheckStartMutex().lock();
+    CallBackMapMutex().lock();
+    AcquireAlarmCheckQueueLock();
+}
+
+// In the child too: its checks stay with the parent's server, but the locks must be free.
+void AlarmManagerEx::UnlockChecksAfterFork() {
+    ReleaseAlarmCheckQueueLock();
+    CallBackMapMutex().unlock();
+    CheckStartMutex().unlock();
+}
+
 void AlarmManagerEx::AcquireAlarmCheckQueueLock() { m_CheckList.lock(); }
 
 void AlarmManagerEx::ReleaseAlarmCheckQueueLock() { m_CheckList.unlock(); }
@@ -243,6 +257,7 @@ int AlarmManagerEx::GenCallBackResponse(stru_REST_RESPONSE* response) {
 }
 
 void* AlarmManagerEx::ProcessAlarmCheckToUsersThreadFun(void* /*unused*/) {
+    (void)pthread_setname_np(pthread_self(), "alarmsdk-check");
     for (;;) {
         if (!DeliverNextAlarmCheck()) {
             alarmsdk::IdleWait(alarmsdk::kIdlePollSeconds, m_CheckList);
@@ -269,19 +284,18 @@ bool AlarmManagerEx::DeliverNextAlarmCheck() {
 }
 
 void AlarmManagerEx::DeliverAlarmCheck(const std::string& request) {
-    cJSON* root = cJSON_Parse(request.c_str());
+    // Released also when copying a text runs out of memory.
+    const std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(request.c_str()), &cJSON_Delete);
     if (root == nullptr) {
         ALM_LOG_ERROR("The response body convert to json failed.");
         return;
     }
-    AlarmManagerEx* manager = GetCallBackInstance(root);
+    AlarmManagerEx* manager = GetCallBackInstance(root.get());
     if (manager == nullptr) {
         ALM_LOG_ERROR("Can not find the AlarmManager Instance point.");
-        cJSON_Delete(root);
         return;
     }
-    std::string alarms = GetAlarmCheckInfo(root);
-    cJSON_Delete(root);
+    std::string alarms = GetAlarmCheckInfo(root.get());
     if (alarms.empty()) {
         ALM_LOG_ERROR("Get empty call back info, callBackInfo is %s", request.c_str());
         return;
@@ -320,12 +334,10 @@ std::string AlarmManagerEx::GetAlarmCheckInfo(cJSON* root) {
         ALM_LOG_ERROR("In %s, pJsonCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
         return std::string();
     }
-    char* printed = cJSON_PrintUnformatted(alarms);
+    const std::unique_ptr<char, void (*)(void*)> printed(cJSON_PrintUnformatted(alarms), &cJSON_free);
     if (printed == nullptr) {
         ALM_LOG_ERROR("In %s, alarmCheckInfo is null!", "AlarmManagerEx::GetAlarmCheckInfo");
         return std::string();
     }
-    std::string text(printed);
-    cJSON_free(printed);
-    return text;
+    return std::string(printed.get());
 }

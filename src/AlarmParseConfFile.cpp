@@ -12,6 +12,8 @@
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlmLog.h"
+#include "ForkSafety.h"
+#include "NoThrow.h"
 
 using xercesc::XercesDOMParser;
 using xercesc::XMLPlatformUtils;
@@ -22,8 +24,6 @@ namespace {
 constexpr const char* kLogSource = "../src/AlarmParseConfFile";
 
 // Two first look-ups on different threads must not build two lists at once.
-// The platform's Initialize/Terminate are counted, so a load nested inside
-// other users of the parser in this process leaves them working.
 std::mutex g_loadMutex;
 
 void LogTranscoded(const char* format, const XMLCh* message) {
@@ -90,7 +90,35 @@ void LoadDefinitions() {
     delete parser;
 }
 
+// The parser platform is started once, when the library is loaded, and kept
+// for the life of the process. Its start-up counts itself before anything in
+// it can fail, and a start-up that failed can be neither undone (ending it
+// then crashes) nor repeated (the count says it is done): started per load,
+// one start under memory pressure would leave loading impossible for good.
+// Started here, a load only parses, and a load that ran out of memory is
+// simply done again by the next look-up. Other users of the parser in this
+// process keep their own start and end: the count never falls to zero.
+bool StartParser() {
+    try {
+        XMLPlatformUtils::Initialize();
+    } catch (const xercesc::XMLException& e) {
+        // The message goes out as the parser's own wide string, untranscoded.
+        ALM_LOG_ERROR("Initialize Error during Xerces-c Initialization.\nException message: %s",
+                      reinterpret_cast<const char*>(e.getMessage()));
+        return false;
+    } catch (...) {
+        ALM_LOG_ERROR("In %s, out of memory!", "ALM_ConfInit");
+        return false;
+    }
+    return XMLPlatformUtils::fgMemoryManager != nullptr;
+}
+
+const bool g_parserStarted = StartParser();
+
 }  // namespace
+
+void ALM_LockLoadsForFork() { g_loadMutex.lock(); }
+void ALM_UnlockLoadsAfterFork() { g_loadMutex.unlock(); }
 
 extern "C" void ALM_ConfInit(void) {
     ALM_LOG_INFO("ALM_ConfInit start! ");
@@ -98,19 +126,13 @@ extern "C" void ALM_ConfInit(void) {
     if (__atomic_load_n(&g_uiInitFlag, __ATOMIC_ACQUIRE) == 1) {
         return;
     }
-    try {
-        XMLPlatformUtils::Initialize();
-    } catch (const xercesc::XMLException& e) {
-        // The message goes out as the parser's own wide string, untranscoded.
-        ALM_LOG_ERROR("Initialize Error during Xerces-c Initialization.\nException message: %s",
-                      reinterpret_cast<const char*>(e.getMessage()));
-    }
-    if (XMLPlatformUtils::fgMemoryManager == nullptr) {
-        // Initialisation did not get far enough (out of memory): a parser
-        // now would crash. The next look-up tries again.
+    if (!g_parserStarted) {
         ALM_LOG_ERROR("QLF_Controller_Flow::InitFlowDomParser XercesDOMParser failed.");
         return;
     }
-    LoadDefinitions();
-    XMLPlatformUtils::Terminate();
+    // Not loaded when it runs out of memory: the next look-up tries again.
+    alarmsdk::NoThrow(ALM_CALL_SITE("ALM_ConfInit"), 0, [] {
+        LoadDefinitions();
+        return 0;
+    });
 }

@@ -14,6 +14,7 @@
 #include <deque>
 #include <list>
 #include <memory>
+#include <new>
 #include <queue>
 
 #include "DeliveryCounters.h"
@@ -142,6 +143,24 @@ public:
     }
 
     DeliveryCounters& counters() { return counters_; }
+
+    // In a child after fork(), called with the lock the fork handler took:
+    // the items are the parent's to hand on and are freed; the lock, the
+    // wake-up and the counters start afresh (the threads that waited on them
+    // do not exist in the child, so they are built again, not destroyed).
+    void restartInChild(const pthread_mutexattr_t* attributes) {
+        while (!items_.empty()) {
+            delete items_.front();
+            items_.pop();
+        }
+        bytes_ = 0;
+        count_.store(0, std::memory_order_release);
+        flushUpTo_ = 0;
+        new (&signal_) WorkSignal(limits_.batch);
+        new (&counters_) DeliveryCounters();
+        counters_.onFlush(&AlarmQueue::SendNow, this);
+        pthread_mutex_init(&mutex_, attributes);
+    }
 
     // The consumer's idle wait: ends at the next tick with items waiting, or
     // at once when a full batch waits or a flush wants a waiting item.

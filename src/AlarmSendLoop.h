@@ -108,7 +108,9 @@ void SendPass(const Generation<Item>& generation, AlarmQueue<Item>& queue, std::
         return;
     }
     queue.counters().noteSettled(size, verdict == AgentVerdict::Accepted, static_cast<int64_t>(ALM_GetCurrMs()));
-    batch.clear();  // emptied by the deletion after "OK"; an abandoned batch is let go
+    if (verdict == AgentVerdict::Abandoned) {
+        generation.deleteBatch(batch);  // dropped, never resent: freed here
+    }
 }
 
 #define ALARMSDK_SEND_LOG(level, ...) Runlog_TextAdapt(level, generation.logSource, __LINE__, __VA_ARGS__)

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "AlarmAdapter.h"
 #include "AlarmConfig.h"
@@ -88,20 +89,18 @@ cJSON* NewAlarmObject(const void* record, const char* nullRecordFormat, const ch
 // in their lines; operators search for those words.
 template <typename Read>
 std::string ReadAnswerCode(const char* json, const char* key, Read read) {
-    cJSON* pJsonRoot = cJSON_Parse(json);
-    if (pJsonRoot == nullptr) {
+    // Released also when copying the code runs out of memory.
+    const std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(json), &cJSON_Delete);
+    if (root == nullptr) {
         ALM_LOG_ERROR("In %s, pJsonRoot is null!", "AlmJsonParser::GetOprType");
         return "";
     }
-    const cJSON* jsonRetCode = cJSON_GetObjectItem(pJsonRoot, key);
+    const cJSON* jsonRetCode = cJSON_GetObjectItem(root.get(), key);
     if (jsonRetCode == nullptr) {
         ALM_LOG_ERROR("AlmJsonParser::GetOprType, jsonRetCode is NULL.");
-        cJSON_Delete(pJsonRoot);
         return "";
     }
-    std::string code = read(*jsonRetCode);
-    cJSON_Delete(pJsonRoot);
-    return code;
+    return read(*jsonRetCode);
 }
 
 }  // namespace

@@ -127,7 +127,7 @@ void AlmRukInterface::FreeRestRequest(stru_REST_REQUEST* request) {
     delete request;
 }
 
-stru_REST_RESPONSE* AlmRukInterface::SendRestRequest(const char* body, size_t bodyLength) {
+stru_REST_REQUEST* AlmRukInterface::BuildPushRequest(const char* body, size_t bodyLength) {
     stru_REST_REQUEST* request = AllocRestRequest(bodyLength);
     if (request == nullptr) {
         ALM_LOG_ERROR("In %s, pRequest is null!", "AlmRukInterface::SendRestRequest");
@@ -152,7 +152,14 @@ stru_REST_RESPONSE* AlmRukInterface::SendRestRequest(const char* body, size_t bo
         (void)memcpy_s(request->body, bodyLength + 1, body, bodyLength);
     }
     request->bodyLen = bodyLength;
+    return request;
+}
 
+stru_REST_RESPONSE* AlmRukInterface::SendRestRequest(const char* body, size_t bodyLength) {
+    stru_REST_REQUEST* request = BuildPushRequest(body, bodyLength);
+    if (request == nullptr) {
+        return nullptr;
+    }
     stru_REST_RESPONSE* response = nullptr;
     int ret = sendRequest("", REST_REQUEST_POST, request, &response);
     if (ret != 0) {

@@ -27,6 +27,8 @@ public:
     static stru_REST_REQUEST* AllocRestRequest(size_t bodyLength);
     // Releases whatever parts of the request exist.
     static void FreeRestRequest(stru_REST_REQUEST* request);
+    // The push request for body: URL, headers and a copy of the body; NULL on failure.
+    static stru_REST_REQUEST* BuildPushRequest(const char* body, size_t bodyLength);
     // Posts body to the agent. The caller owns the response (freeRestResponse);
     // NULL on any failure.
     static stru_REST_RESPONSE* SendRestRequest(const char* body, size_t bodyLength);

@@ -34,12 +34,14 @@ Runlog_CaptureFn g_captureFn = nullptr;
 void* g_captureContext = nullptr;
 // Mirrors g_captureFn != nullptr, so a message nobody takes costs no lock.
 std::atomic<bool> g_capturing{false};
-pthread_once_t g_atforkOnce = PTHREAD_ONCE_INIT;
 
 // A child forked while another thread held the lock must still be able to log.
+// Registered when the library is loaded, before the libraries that log here
+// register theirs: their handlers then run first and take their own locks
+// before this one, the order their threads take them in.
 void LockForFork() { pthread_mutex_lock(&g_lock); }
 void UnlockAfterFork() { pthread_mutex_unlock(&g_lock); }
-void RegisterForkHandlers() { pthread_atfork(&LockForFork, &UnlockAfterFork, &UnlockAfterFork); }
+const int g_forkHandlers = pthread_atfork(&LockForFork, &UnlockAfterFork, &UnlockAfterFork);
 
 bool IsFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -395,7 +397,6 @@ void Runlog_SetClock(Runlog_ClockFn fn) {
 }
 
 void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) {
-    pthread_once(&g_atforkOnce, &RegisterForkHandlers);
     const int savedErrno = errno;  // logging must not disturb the caller's errno
 
     const long long now = g_clock.load()();

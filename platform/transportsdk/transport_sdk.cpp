@@ -54,6 +54,13 @@ Registry& registry() {
     return *instance;
 }
 
+// A child forked while a registration held the registry finds it free.
+// Registered when the library is loaded, before the SDK that registers
+// resources here: its handlers take its own locks first.
+void LockRegistryForFork() { registry().mutex.lock(); }
+void UnlockRegistryAfterFork() { registry().mutex.unlock(); }
+const int g_forkHandlers = pthread_atfork(&LockRegistryForFork, &UnlockRegistryAfterFork, &UnlockRegistryAfterFork);
+
 using Clock = std::chrono::steady_clock;
 
 std::atomic<unsigned> g_idleSeconds{TRANSPORT_SDK_IDLE_TIMEOUT};
@@ -77,8 +84,9 @@ std::map<MHD_Connection*, Watched>& watched() {
 struct RequestState {
     std::string target;  // raw request target: path and query
     bool started = false;
-    bool answered = false;  // answered from the headers alone; the body is dropped
-    bool tooLarge = false;
+    // 404, 405 or 413: answered once the announced body is read and dropped.
+    unsigned refusal = 0;
+    std::string allow;  // the methods a 405 names
     stru_REST_RESOURCE resource{};
     std::string body;
 };
@@ -146,6 +154,9 @@ MHD_Result answerEmpty(MHD_Connection* connection, unsigned status, const char* 
 }
 
 void* onRequestStart(void*, const char* uri, MHD_Connection*) {
+    // The server thread is the library's: named like its others.
+    static thread_local const bool named = pthread_setname_np(pthread_self(), "alarmsdk-http") == 0;
+    (void)named;
     auto* state = new (std::nothrow) RequestState;
     if (state != nullptr) {
         try {
@@ -325,12 +336,13 @@ MHD_Result runHandler(MHD_Connection* connection, const RequestState& state) {
     return answer(connection, static_cast<unsigned>(status), response);
 }
 
-// First call of a request: headers only. Unknown paths and refused methods
-// are answered right away, before any body is read.
+// First call of a request: headers only. Unknown paths, refused methods and
+// oversize bodies are refused, but answered only after the body is read and
+// dropped: answering now and closing on unread data resets the connection,
+// and the client may lose the answer (seen under emulation). The request
+// timeout bounds how long a body that never ends is read.
 MHD_Result startRequest(MHD_Connection* connection, const char* method, RequestState* state) {
     state->started = true;
-    // Set now; cleared below when the request goes on to the handler.
-    state->answered = true;
     const std::string path = state->target.substr(0, state->target.find('?'));
     bool found = false;
     {
@@ -343,28 +355,25 @@ MHD_Result startRequest(MHD_Connection* connection, const char* method, RequestS
         }
     }
     if (!found) {
-        return answerEmpty(connection, MHD_HTTP_NOT_FOUND);
+        state->refusal = MHD_HTTP_NOT_FOUND;
+        return MHD_YES;
     }
     const unsigned mask = state->resource.methods;
     if (mask != 0 && (mask & static_cast<unsigned>(methodBit(method))) == 0) {
-        const std::string allow = allowedMethods(mask);
-        return answerEmpty(connection, MHD_HTTP_METHOD_NOT_ALLOWED, allow.c_str());
+        state->allow = allowedMethods(mask);
+        state->refusal = MHD_HTTP_METHOD_NOT_ALLOWED;
+        return MHD_YES;
     }
     const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
     if (length != nullptr) {
         char* end = nullptr;
         const unsigned long long announced = strtoull(length, &end, 10);
         if (end != length && announced > TRANSPORT_SDK_MAX_BODY) {
-            // Refused after the body is read and dropped: answering now and
-            // closing on unread data resets the connection, and the client
-            // may lose the 413 (seen under emulation). The request timeout
-            // bounds how long a body that never ends is read.
-            state->tooLarge = true;
+            state->refusal = MHD_HTTP_CONTENT_TOO_LARGE;
         } else if (end != length) {
             state->body.reserve(static_cast<size_t>(announced));
         }
     }
-    state->answered = false;
     return MHD_YES;
 }
 
@@ -378,24 +387,21 @@ MHD_Result onRequest(void*, MHD_Connection* connection, const char*, const char*
         if (!state->started) {
             return startRequest(connection, method, state);
         }
-        if (state->answered) {
-            *uploadSize = 0;
-            return MHD_YES;
-        }
         if (*uploadSize != 0) {
-            // Past the limit the rest is read and dropped, never stored.
-            if (state->tooLarge || *uploadSize > TRANSPORT_SDK_MAX_BODY - state->body.size()) {
-                state->tooLarge = true;
+            // A refused body, and past the limit the rest, is read and dropped, never stored.
+            if (state->refusal == 0 && *uploadSize > TRANSPORT_SDK_MAX_BODY - state->body.size()) {
+                state->refusal = MHD_HTTP_CONTENT_TOO_LARGE;
                 state->body.clear();
                 state->body.shrink_to_fit();
-            } else {
+            }
+            if (state->refusal == 0) {
                 state->body.append(upload, *uploadSize);
             }
             *uploadSize = 0;
             return MHD_YES;
         }
-        if (state->tooLarge) {
-            return answerEmpty(connection, MHD_HTTP_CONTENT_TOO_LARGE);
+        if (state->refusal != 0) {
+            return answerEmpty(connection, state->refusal, state->allow.empty() ? nullptr : state->allow.c_str());
         }
         return runHandler(connection, *state);
     } catch (...) {

@@ -107,10 +107,11 @@ inline std::map<std::string, std::string> Strings(const cJSON* object) {
     return out;
 }
 
-// Alertmanagers on loopback: one alone, or peers of one cluster.
+// Alertmanagers on loopback: one alone, or peers of one cluster; uiPath: the
+// folder served as its web page.
 class Alertmanagers {
 public:
-    Alertmanagers(const TempDir& dir, int count) : dir_(dir) {
+    Alertmanagers(const TempDir& dir, int count, std::string uiPath = "") : dir_(dir), uiPath_(std::move(uiPath)) {
         std::ofstream(dir.path() + "/am.yml") << "route: {receiver: default}\nreceivers: [{name: default}]\n";
         for (int i = 0; i < count; ++i) {
             web_.push_back(FreeLoopbackPort());
@@ -125,6 +126,9 @@ public:
         std::vector<std::string> args{kAlertmanager, "--config.file=" + dir_.path() + "/am.yml",
                                       "--storage.path=" + dir_.path() + "/am" + std::to_string(i),
                                       "--web.listen-address=127.0.0.1:" + std::to_string(web_[i])};
+        if (!uiPath_.empty()) {
+            args.push_back("--web.ui-path=" + uiPath_);
+        }
         if (web_.size() == 1) {
             args.push_back("--cluster.listen-address=");
         } else {
@@ -155,6 +159,7 @@ public:
 
 private:
     const TempDir& dir_;
+    std::string uiPath_;
     std::vector<int> web_, gossip_;
     std::vector<std::unique_ptr<Process>> processes_;
 };
@@ -205,8 +210,9 @@ inline std::string LegacyDocument(const std::string& alarms) {
 // The bridge program in front of the given Alertmanager URLs, on a free port.
 class BridgeRun {
 public:
-    BridgeRun(const TempDir& dir, std::vector<std::string> alertmanagers, int resendSeconds = 60)
-        : dir_(dir), alertmanagers_(std::move(alertmanagers)), resend_(resendSeconds) {}
+    BridgeRun(const TempDir& dir, std::vector<std::string> alertmanagers, int resendSeconds = 60,
+              std::vector<std::string> moreArgs = {})
+        : dir_(dir), alertmanagers_(std::move(alertmanagers)), resend_(resendSeconds), moreArgs_(std::move(moreArgs)) {}
     void start() {
         const auto self = std::filesystem::read_symlink("/proc/self/exe");
         std::vector<std::string> args{(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(),
@@ -215,6 +221,7 @@ public:
         for (const auto& url : alertmanagers_) {
             args.insert(args.end(), {"--alertmanager", url});
         }
+        args.insert(args.end(), moreArgs_.begin(), moreArgs_.end());
         process_ = std::make_unique<Process>();
         ASSERT_TRUE(process_->start(args, dir_.path() + "/bridge.log"));
         ASSERT_TRUE(WaitUntil([&] { return Http(url() + "/metrics").status == 200; }, 10000)) << log();
@@ -256,6 +263,7 @@ private:
     const TempDir& dir_;
     std::vector<std::string> alertmanagers_;
     int resend_;
+    std::vector<std::string> moreArgs_;
     int port_ = FreeLoopbackPort();
     std::unique_ptr<Process> process_;
 };

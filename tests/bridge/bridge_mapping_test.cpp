@@ -1,5 +1,9 @@
 // Alarms of both generations through the bridge into one real Alertmanager,
 // and documents the bridge must refuse without storing them.
+#include <sys/resource.h>
+
+#include <functional>
+
 #include "BridgeFixture.h"
 #include "Bridge.h"
 #include "BridgeProgram.h"
@@ -99,25 +103,57 @@ TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndStoresNothing) {
 namespace bridgetest {
 namespace {
 
-// A state that cannot be written (here: another writer holds it past the
-// bridge's wait) is answered failure, so the service sends the batch again.
+// A state that cannot be written is answered failure, so the service sends
+// the batch again, and nothing of it is stored; once writes work again the
+// same batch is accepted.
 TEST(BridgeState, UnwritableStateIsAnsweredFailureNotAccepted) {
-    TempDir dir;
-    bridge::BridgeOptions options;
-    options.state = dir.path() + "/state.db";
-    bridge::Bridge core(options);
-    std::string error;
-    ASSERT_TRUE(core.start(&error, false)) << error;
     sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(options.state.c_str(), &other), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    const std::string body = nodeward::EncodeBase64(LegacyDocument(LegacyAlarm("300001", 0, "sda")));
-    const bridge::HttpAnswer refused = core.push(body);
-    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_close(other);
-    const bridge::HttpAnswer accepted = core.push(body);
-    EXPECT_EQ(testsupport::Words(refused.status, refused.body, accepted.status, accepted.body),
-              testsupport::Words(503, nodeward::FailureAnswer(true), 200, nodeward::SuccessAnswer(true)));
+    rlimit saved{};
+    struct Way {
+        const char* what;
+        std::function<void(const std::string& state)> block;
+        std::function<void()> unblock;
+    };
+    const Way ways[] = {
+        {"another writer holds it past the bridge's wait",
+         [&](const std::string& state) {
+             ASSERT_EQ(sqlite3_open(state.c_str(), &other), SQLITE_OK);
+             ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+         },
+         [&] {
+             sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+             sqlite3_close(other);
+         }},
+        // No file of this process may grow: every write fails as on a full disk.
+        {"full disk",
+         [&](const std::string&) {
+             signal(SIGXFSZ, SIG_IGN);
+             ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+             const rlimit none{0, saved.rlim_max};
+             ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+         },
+         [&] { setrlimit(RLIMIT_FSIZE, &saved); }},
+    };
+    for (const Way& way : ways) {
+        TempDir dir;
+        bridge::BridgeOptions options;
+        options.state = dir.path() + "/state.db";
+        bridge::Bridge core(options);
+        std::string error, before, after;
+        ASSERT_TRUE(core.start(&error, false)) << error;
+        const std::string body = nodeward::EncodeBase64(LegacyDocument(LegacyAlarm("300001", 0, "sda")));
+        way.block(options.state);
+        const bridge::HttpAnswer refused = core.push(body);
+        way.unblock();
+        ASSERT_TRUE(bridge::StatusTable(options.state, &before, &error)) << error;
+        const bridge::HttpAnswer accepted = core.push(body);
+        ASSERT_TRUE(bridge::StatusTable(options.state, &after, &error)) << error;
+        EXPECT_EQ(testsupport::Words(refused.status, refused.body, accepted.status, accepted.body),
+                  testsupport::Words(503, nodeward::FailureAnswer(true), 200, nodeward::SuccessAnswer(true)))
+            << way.what;
+        EXPECT_NE(before.find("\n0 active\n"), std::string::npos) << way.what << "\n" << before;
+        EXPECT_NE(after.find("\n1 active\n"), std::string::npos) << way.what << "\n" << after;
+    }
 }
 
 }  // namespace

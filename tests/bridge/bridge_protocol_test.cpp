@@ -75,30 +75,56 @@ void ClearChecked(char* alarms) {
     ++g_checks;
 }
 
+// Another answer: the alarms asked about are still there, so nothing is sent.
+void KeepChecked(char*) { ++g_checks; }
+
+const std::vector<std::string> kBoth{"300012:sda", "300012:sdb"};
+
+// A service using the SDK with the bridge as its agent, answering checks with
+// onCheck, with alarms 300012 on sda and sdb firing at Alertmanager.
+class CheckedService {
+public:
+    CheckedService(const BridgeRun& bridge, const Alertmanagers& peers, void (*onCheck)(char*))
+        : agent_("NODEWARD_ENDPOINT", bridge.url().substr(7).c_str()) {
+        EXPECT_EQ(0, ZEBInitAlarmSDK());
+        EXPECT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
+        EXPECT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", onCheck));
+        for (const char* disk : {"sda", "sdb"}) {
+            _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
+            ZEBAppendAlarmParam(alarm, "disk", disk);
+            ZEBSendAlarm(alarm);
+            ZEBFreeAlarm(alarm);
+        }
+        EXPECT_TRUE(WaitUntil([&] { return Firing(peers) == kBoth; }, 15000)) << testing::PrintToString(Firing(peers));
+    }
+
+private:
+    testsupport::LoopbackTransport transport_;
+    testsupport::ScopedEnv app_{"APPID", "app-7"}, name_{"APPNAME", "orders-app"}, agent_;
+};
+
 TEST_F(BridgeTest, RestartedWithAlarmsItAsksTheServiceToCheckThemAndTheClearsResolve) {
     Alertmanagers peers(dir, 1);
     BridgeRun bridge(dir, {peers.url(0)});
     bridge.start();
-    testsupport::LoopbackTransport transport;
-    testsupport::ScopedEnv app("APPID", "app-7"), name("APPNAME", "orders-app"),
-        agent("NODEWARD_ENDPOINT", bridge.url().substr(7).c_str());
-    ASSERT_EQ(0, ZEBInitAlarmSDK());
-    ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
-    ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &ClearChecked));
-    for (const char* disk : {"sda", "sdb"}) {
-        _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
-        ZEBAppendAlarmParam(alarm, "disk", disk);
-        ZEBSendAlarm(alarm);
-        ZEBFreeAlarm(alarm);
-    }
-    const std::vector<std::string> both{"300012:sda", "300012:sdb"};
-    ASSERT_TRUE(WaitUntil([&] { return Firing(peers) == both; }, 15000)) << testing::PrintToString(Firing(peers));
+    CheckedService service(bridge, peers, &ClearChecked);
     EXPECT_EQ(g_checks, 0);
     bridge.stop();
     bridge.start();
     EXPECT_TRUE(WaitUntil([&] { return Firing(peers).empty(); }, 15000)) << testing::PrintToString(Firing(peers));
     EXPECT_EQ(g_checks, 1);
     EXPECT_EQ(bridge.metric("alarm_bridge_checks_sent_total"), "1");
+}
+
+// Without a restart: the interval's checks keep coming while the alarms stay.
+TEST_F(BridgeTest, CheckIntervalAsksTheServiceAgainAndAgain) {
+    Alertmanagers peers(dir, 1);
+    BridgeRun bridge(dir, {peers.url(0)}, 60, {"--check-interval", "1"});
+    bridge.start();
+    CheckedService service(bridge, peers, &KeepChecked);
+    EXPECT_TRUE(WaitUntil([&] { return g_checks >= 2; }, 15000)) << g_checks;
+    // A check alone resolves nothing.
+    EXPECT_EQ(Firing(peers), kBoth);
 }
 
 }  // namespace

@@ -80,8 +80,9 @@ TEST(Definitions, ParametersAndEnumerationsKeepTheirLimits) {
                                  Param("e", Enum("T", "<V><K>1</K></V><V/><V><K>2</K><X>9</X></V>")) +
                                  Param("fits", Enum(type122, "<V><K>1</K></V>", "Bit")) +
                                  Param("long", Enum(type122, "<V><K>1</K></V><V><K>12</K></V>")) +
-                                 Param("novalues", "<ENUM><EnumType>T</EnumType></ENUM>"))),
-              "1_e=E\n1_T_1=one\n", "1_T_2=二\n");
+                                 Param("novalues", "<ENUM><EnumType>T</EnumType></ENUM>") +
+                                 Param("first", Enum("T", "<V/>")))),
+              "1_e=E\n1_T_1=one\n1_T_T=tee\n1_ALARMNAME=" + std::string(200, 'a') + "\n", "1_T_2=二\n");
     testsupport::LogCapture log;
     configtest::Load(dir.xml());
     const stParaDef* p = Definitions().at(0)->params;
@@ -92,6 +93,10 @@ TEST(Definitions, ParametersAndEnumerationsKeepTheirLimits) {
     EXPECT_EQ("1 0 0", testsupport::Words(p[3].enumNum, p[4].enumNum, p[5].enumNum));
     EXPECT_EQ(nullptr, p[4].enumValues);
     EXPECT_STREQ("ENUM", p[4].paramType);  // the rest of the parameter stays
+    // An entry without children before any other takes the enumeration type as its value text.
+    EXPECT_EQ("1 tee", testsupport::Words(p[6].enumNum, p[6].enumValues[0].enName));
+    // A longer name is cut to 126 characters.
+    EXPECT_EQ("EN:" + std::string(123, 'a'), Definitions().at(0)->alarmName);
     EXPECT_TRUE(log.contains("name : Enum invalid!!", 5));
     EXPECT_TRUE(log.contains("cmdValue::enumType,cmdValue=" + type122 + ",cmdValue=12 is bigger than 128!\n", 5));
     EXPECT_TRUE(log.contains("ALM_GetFieldEnumValue::enumNod cannot find Values item.", 5));

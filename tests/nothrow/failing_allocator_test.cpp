@@ -1,39 +1,24 @@
-// The C entry points under a heap that runs out: this program replaces the global allocation functions so that, on the
-// calling thread only, the n-th allocation of a call and every later one fail. For every n the call must return its
+// The C entry points under a heap that runs out (FailingHeap.h): on the calling thread, the n-th allocation of a call
+// and every later one fail. For every n the call must return its
 // failure result with an error line, never throw into C.
 #include <gtest/gtest.h>
 
 #include <new>
 
+#include <cstring>
+
+#include "AlarmBuildAlarmConfInfo.h"
+#include "AlarmConfig.h"
+#include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
+#include "AlarmSdkStats.h"
+#include "FailingHeap.h"
 #include "TestEnv.h"
 #include "runlog_testing.h"
 #include "PauseRecorder.h"
 
-namespace {
-thread_local long t_allowed = -1;  // allocations left before the heap "runs out"; -1: never
-thread_local bool t_refused = false;
-
-void* Allocate(std::size_t size, bool nothrow) {
-    const bool refuse = t_allowed == 0;
-    t_refused = t_refused || refuse;
-    t_allowed -= t_allowed > 0 ? 1 : 0;
-    void* p = refuse ? nullptr : std::malloc(size == 0 ? 1 : size);
-    return p != nullptr || nothrow ? p : throw std::bad_alloc();
-}
-}  // namespace
-
-// Every form, so that sanitizer runtimes never pair their allocator with ours.
-void* operator new(std::size_t size) { return Allocate(size, false); }
-void* operator new[](std::size_t size) { return Allocate(size, false); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size, true); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+using failingheap::t_allowed;
+using failingheap::t_refused;
 
 namespace {
 
@@ -58,11 +43,21 @@ long SendLegacyOne() {
     return result;
 }
 
+AlarmManagerEx* g_handle = nullptr;  // a co-process handle made before the heap fails
+long SendCoOne() {
+    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
+    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
+    const int result = ZEBSendAlarm4CoProcess(g_handle, alarm);
+    ZEBFreeAlarm(alarm);
+    return result;
+}
+
 TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
     const testsupport::LoopbackTransport transport;
     // Texts too long for a string's inline buffer, so copying them allocates.
-    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application");
+    testsupport::ScopedEnv appId("APPID", "application-0007"), appName("APPNAME", "orders-application"),
+        nodeId("NODE_ID", "node-of-the-orders-service");
     Runlog_SetCapture(&CountErrors, nullptr);
 
     // The legacy calls report success for accepted arguments whatever happens
@@ -77,9 +72,17 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
         {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
         {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
          true},
+        {-1, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance", 0)}; }, true},
+        {-1, [] { return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service", "billing-service-id", "billing-instance", 1)}; }, true},
+        {-1, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }, true}, {-1, SendCoOne, true},
+        {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun4CoProcess(g_handle, NoCallback)}; }, true},
+        {-1, [] { return long{ZEBRegisterRsetClear(g_handle)}; }, true},
+        {-1, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) + alarmsdk_flush_legacy(0)}; }, false},
         {0, [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; }, false},
         {0, SendLegacyOne, false},
     };
+    g_handle = ZEBInitAlarmSDK4CoProcess("application-000c", "billing-service", "10.0.0.1", "");
+    ASSERT_NE(nullptr, g_handle);
     for (std::size_t e = 0; e < std::size(entries); ++e) {
         const long failure = entries[e].failure;
         bool succeeded = false;
@@ -104,6 +107,45 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
         EXPECT_TRUE(succeeded) << "entry " << e;
     }
     Runlog_SetCapture(nullptr, nullptr);
+}
+
+// An answer that cannot even be decoded for lack of memory gives its batch up:
+// settled with its items left to the caller (the send loop drops and frees
+// them), not sent again.
+TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
+    testsupport::PauseRecorder pauses;
+    auto* answer = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
+    answer->status = 200;
+    answer->body = strdup("eyJyZXRDb2RlIjoiT0sifQ==");  // {"retCode":"OK"}
+    answer->bodyLen = std::strlen(answer->body);
+    std::list<AlarmEx*> batch{new AlarmEx("1", ZEB_ALARM_GENERATE)};
+    t_allowed = 0;
+    const int settled = processRestResponse(batch, answer);
+    t_allowed = -1;
+    EXPECT_EQ("1 1 0", testsupport::Words(settled, batch.size(), pauses.count(3)));
+    deleteAlarms(batch);
+}
+
+// A load that runs out of memory anywhere leaves the next load able to succeed.
+// Every allocation of the first 64, then ever wider steps (about 200 loads
+// for the example file's nine hundred allocations).
+TEST(FailingAllocator, ADefinitionLoadThatRanOutOfMemoryIsRetriedByTheNext) {
+    std::string path = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
+    ALM_SetConfFilePath(&path[0]);
+    bool complete = false;
+    long n = 0;
+    for (; !complete; n += 1 + n / 64) {
+        ALM_FreeConfInfo();
+        t_refused = false;
+        t_allowed = n;
+        ALM_ConfInit();
+        t_allowed = -1;
+        complete = !t_refused;
+        stAlarmItems* definition = nullptr;
+        (void)ALM_GetAlarmConfigInfo(300001, &definition);  // loads again when the first did not
+        ASSERT_NE(nullptr, definition) << "no load after failing allocation " << n;
+    }
+    EXPECT_GT(n, 100);
 }
 
 }  // namespace

@@ -167,6 +167,45 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     curl_easy_cleanup(curl);
 }
 
+// A refusal is answered once the announced body is read and dropped, so the
+// connection stays whole: a request sent behind it is answered as well.
+TEST_F(TransportSdk, RefusalsReadTheAnnouncedBodyBeforeTheyAnswer) {
+    ASSERT_EQ(0, TransportSdkInit());
+    stru_REST_RESOURCE echo{0, Echo}, postOnly{1u << REST_REQUEST_POST, Takes};
+    ASSERT_EQ(0, RegisterUrl("/echo", &echo));
+    ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
+    const struct {
+        std::string request, body;
+        const char* status;
+    } rows[] = {{"POST /nowhere", "hello", " 404 "}, {"PUT /post", "hello", " 405 "},
+                {"POST /post", std::string(TRANSPORT_SDK_MAX_BODY + 1, 'z'), " 413 "}};
+    for (const auto& [request, body, status] : rows) {
+        const std::string text = request + " HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) +
+                                 "\r\n\r\n" + body + "GET /echo HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
+        std::string answers;
+        std::size_t written = 0;
+        char buffer[4096];
+        for (bool open = true; open;) {  // writes and reads until the server closes (or resets) the connection
+            pollfd p{fd, static_cast<short>(POLLIN | (written < text.size() ? POLLOUT : 0)), 0};
+            ASSERT_EQ(1, poll(&p, 1, 20000)) << "no progress";
+            if ((p.revents & POLLOUT) != 0) {
+                const ssize_t n = send(fd, text.data() + written, text.size() - written, MSG_NOSIGNAL);
+                written += n > 0 ? static_cast<std::size_t>(n) : 0;
+            }
+            if ((p.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+                const ssize_t n = read(fd, buffer, sizeof(buffer));
+                open = n > 0;
+                answers.append(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+            }
+        }
+        close(fd);
+        EXPECT_EQ(0u, answers.find(std::string("HTTP/1.1") + status)) << answers;
+        EXPECT_NE(std::string::npos, answers.find("HTTP/1.1 200 ")) << request << ": " << answers;
+    }
+}
+
 // One connection that never completes a request: it trickles a byte of an endless header every 200 ms (never idle,
 // only the request deadline ends it) or stays silent (the idle timeout ends it). True once the server closed it.
 bool ClosedByTheServer(const sockaddr_in& address, bool trickle) {

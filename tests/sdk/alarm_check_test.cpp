@@ -139,8 +139,10 @@ TEST_F(AlarmCheck, ChecksThatCannotBeDeliveredAreAnsweredAndDroppedWithTheirReas
 }
 
 TEST_F(AlarmCheck, RegistrationRules) {
-    // An empty name counts as success and registers nothing.
+    // An empty name counts as success, registers nothing and clears the name stored before.
+    ASSERT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 0));
     EXPECT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("", &OrdersCallback));
+    EXPECT_EQ("", AlarmManagerEx::getInstance()->getServiceName());
     EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface szServiceName Is empty", 5));
     EXPECT_EQ(nullptr, AlarmManagerEx::getInstance()->getAlarmCheckCallBack());
     EXPECT_EQ(1u, log_.count("AlarmManagerEx::ResitAlarmCheckInterface Alarm Check Thread start success", 2));

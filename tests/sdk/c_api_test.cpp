@@ -146,6 +146,13 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
               testsupport::Words(record->getAlarmType(), record->GetAlarmTime(), record->getParamMap().size()));
     EXPECT_EQ(X(127), record->getParamMap()["b"]);
     delete record;
+    // Types other than 0 and 1 are raised.
+    for (const int32_t type : {7, -1}) {
+        alarm->alarmType = type;
+        record = ZEBConvert2AlarmEx(alarm);
+        EXPECT_EQ(1, record->getAlarmType()) << type;
+        delete record;
+    }
     // An id the caller wrote without a terminator is read no further than its field.
     std::memset(alarm->alarmId, 'x', sizeof(alarm->alarmId));
     record = ZEBConvert2AlarmEx(alarm);

@@ -2,7 +2,9 @@
 // adds to every alarm, the delivery counters and flush, reset-clear announcements and co-process managers.
 #include <map>
 
+#include "AlmRukInterface.h"
 #include "Generations.h"
+#include "rest_head_list.h"
 
 using nodeward::FailMode;
 using nodeward::ReceivedAlarm;
@@ -150,6 +152,17 @@ TEST_F(Delivery, CurrentAlarmsCarryTheCallersDataAndTheManagersIdentity) {
     }
     EXPECT_GT(alarms[0].occurTime, 1700000000123LL);  // stamped in milliseconds
     EXPECT_EQ(1700000000123LL, alarms[1].occurTime);  // the caller's time is kept
+}
+
+// The stand-in's client frames the body itself; a node's client may trust the header instead.
+TEST(PushRequest, ContentLengthIsTheBodysLength) {
+    for (const std::string& body : {std::string(), std::string("eyJ9"), std::string(70000, 'A')}) {
+        stru_REST_REQUEST* request = AlmRukInterface::BuildPushRequest(body.c_str(), body.size());
+        ASSERT_NE(nullptr, request);
+        EXPECT_STREQ(std::to_string(body.size()).c_str(), zeb_restHeadContentFind(request->header, "Content-Length"));
+        EXPECT_EQ(body.size(), request->bodyLen);
+        AlmRukInterface::FreeRestRequest(request);
+    }
 }
 
 // Where the node address and the alarm-source parameters come from: the variables, and what the
@@ -376,6 +389,27 @@ TEST_F(ResetClear, ServiceInfoWithMarkerOneRegistersAndIdentifiesLaterAlarms) {
     EXPECT_EQ("0", alarms[0].alarmId);
     EXPECT_NE(std::string::npos, alarms[1].json.find("\"serviceId\":\"svc-1\",\"serviceInstId\":\"inst-1\""))
         << alarms[1].json;
+}
+
+// Only 1 registers; other markers are stored as given, and the co-process texts may then stay empty.
+TEST_F(ResetClear, AMarkerOtherThanOneIsStoredWithoutRegistering) {
+    EXPECT_EQ(0, ZEBRegisterRsetClearInfo("orders", "svc-1", "inst-1", 2));
+    AlarmManagerEx* handle = ZEBInitAlarmSDK4CoProcess("app-c", "svc-c", "10.3.0.1", "10.3.0.5");
+    EXPECT_EQ(0, ZEBRegisterRsetClearInfo4CoProcess(handle, "", "", "", 2));
+    ASSERT_EQ(0, sdktest::SendSeq("3", "x"));
+    const ReceivedAlarm alarm = OnlyAlarm();
+    EXPECT_EQ("3 2", testsupport::Words(alarm.alarmId, alarm.rsetClear));
+    EXPECT_FALSE(log_.contains("AlarmManagerEx::processRsetAction", 2));
+}
+
+// Without a service address (none given, no transport address) there is nothing to announce.
+TEST_F(Delivery, TheAnnouncementNeedsAServiceAddress) {
+    ASSERT_TRUE(StartAgent());
+    AlarmManagerEx* handle = ZEBInitAlarmSDK4CoProcess("app-d", "svc-d", "10.4.0.1", "");
+    ASSERT_EQ(0, ZEBRegisterInfo4CoProcess(handle, "label-d"));
+    ASSERT_EQ(0, sdktest::SendVia(handle, "4", "x"));
+    const ReceivedAlarm alarm = OnlyAlarm();
+    EXPECT_EQ("4 1", testsupport::Words(alarm.alarmId, alarm.rsetClear));
 }
 
 // Run without and with a transport address: the address the service is served on replaces the one each co-process gave.

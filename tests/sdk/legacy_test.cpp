@@ -66,6 +66,33 @@ TEST_F(Legacy, TheAgentReceivesTheLegacyDocumentWithRegistrationAndBothTimeField
     }
 }
 
+// Flags outside 0 and 1, identities that do not fit their fields, and a registration with nothing to clear.
+TEST_F(Legacy, OutOfRangeFlagsAndOverlongIdentities) {
+    const std::string appId64(64, 'a'), appName63(63, 'n');
+    const testsupport::ScopedEnv appId("APPID", appId64.c_str()), appName("APPNAME", appName63.c_str());
+    ASSERT_TRUE(StartAgent());
+    legacytest::InstallDefinitions({legacytest::DiskDefinition()});
+    // A reset-clear flag of 2 counts as 0: no registration, and the alarms carry 0.
+    WhileParked([this] { return InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 2) == 1; },
+                [] { ASSERT_EQ(1, sdktest::SendLegacy("300012", 5, kDiskParams, 3)); });
+    const nodeward::ReceivedAlarm alarm = OnlyAlarm();
+    // A clear flag of 5 is a raise; a 64-character id does not fit its field and is left empty, not cut.
+    for (const char* field : {"\"appId\":\"\"", "\"genClearAlarmType\":0", "\"rsetClear\":0"}) {
+        EXPECT_NE(std::string::npos, alarm.json.find(field)) << field << " in " << alarm.json;
+    }
+    EXPECT_NE(std::string::npos, alarm.json.find("\"appName\":\"" + appName63 + "\"")) << alarm.json;
+}
+
+TEST_F(Legacy, ARegistrationWithoutDefinitionsNamesNoServiceAndClearsAnEmptyList) {
+    ASSERT_TRUE(StartAgent());
+    legacytest::InstallDefinitions({});
+    ASSERT_EQ(1, InitAlarm(DefinitionFile().c_str(), "svc-1", "inst-1", 1));
+    const nodeward::ReceivedAlarm registration = OnlyAlarm();
+    EXPECT_EQ((std::vector<std::string>{"alarmName", "appId", "alarmId", "serviceIp", "restClearAlarmList", "occurTime"}),
+              registration.keys);
+    EXPECT_NE(std::string::npos, registration.json.find("\"restClearAlarmList\":[]")) << registration.json;
+}
+
 TEST_F(Legacy, ArgumentChecksAndObjectLimits) {
     AlarmObject* full = AllocAlarmObject("9", 0, 1);
     ASSERT_EQ(1, AppendParam(full, "a", "b"));
@@ -118,8 +145,11 @@ TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillS
     EXPECT_EQ(1, sdktest::SendLegacy("404", 0, {{"a", "b"}}, 1));
     EXPECT_TRUE(log_.contains("Get alarm 404 failed, there is not this alarm!", 5, kManager));
     EXPECT_EQ(0u, AlarmManager::GetInstance()->queuedModelCount());
+    // Every allocated slot is read: an unfilled one adds the empty pair that completes a count one short.
+    EXPECT_EQ(1, sdktest::SendLegacy("300012", 0, {{"disk", "sda"}, {"usage", "9"}}, 3));
+    EXPECT_EQ(1u, AlarmManager::GetInstance()->queuedModelCount());
     // The bound: 1024 models, the next is refused; the registration ignores the bound.
-    for (int i = 0; i < 1024; ++i) {
+    for (int i = 1; i < 1024; ++i) {
         ASSERT_EQ(1, sdktest::SendLegacy("300012", 0, kDiskParams, 3));
     }
     EXPECT_EQ(1024u, AlarmManager::GetInstance()->queuedModelCount());
@@ -132,14 +162,14 @@ TEST_F(Legacy, TheManagerRefusesWhatItsDefinitionsDoNotAllowWhileSendAlarmStillS
 TEST_F(Legacy, InitialisationWithoutAppIdIsRepeatedInFullByTheNextCall) {
     legacytest::InstallDefinitions({legacytest::DiskDefinition()});
     const std::string xml = DefinitionFile();
-    {
-        testsupport::ScopedEnv noAppId("APPID", nullptr);
+    for (const char* name : {"APPID", "APPNAME"}) {
+        testsupport::ScopedEnv missing(name, nullptr);
         EXPECT_EQ(1, InitAlarm(xml.c_str(), "svc-1", "inst-1", 0));
-        EXPECT_TRUE(log_.contains("APPID is NULL", 5, kManager));
+        EXPECT_TRUE(log_.contains(std::string(name) + " is NULL", 5, kManager));
         EXPECT_FALSE(log_.contains("create send alarm thread success!"));
     }
     EXPECT_EQ(1, InitAlarm(xml.c_str(), "svc-1", "inst-1", 0));
-    EXPECT_EQ(2u, log_.count("init xml success!", 2, kManager));
+    EXPECT_EQ(3u, log_.count("init xml success!", 2, kManager));
     EXPECT_TRUE(log_.contains("Get AppName orders-app", 2, kManager));
     EXPECT_EQ(1u, log_.count("create send alarm thread success!", 2, kManager));
     // Once initialised, a further call does nothing, not even log.
@@ -203,6 +233,7 @@ const ParamDef kState{"state", "State", "状态", "ENUM", 1, 1, {{0, "normal", "
 const std::string kLong(120, 'v');
 const std::string kLongText = "p0=" + kLong + ",p1=" + kLong + ",p2=" + kLong + ",p3=" + kLong + ",p4=" + kLong;
 ParamDef Text(const char* name) { return {name, name, name, "STRING", 0, 0, {}}; }
+ParamDef Info(const char* name) { return {name, name, name, "STRING", 0, 1, {}}; }
 
 const TextCase kTextCases[] = {
     {"WorkedExample", {kUsage}, {{"usage", "95"}}, "svc-a", nullptr, "10.0.0.5", nullptr, "node-1", "EN:##ZH:##",
@@ -232,6 +263,21 @@ const TextCase kTextCases[] = {
      nullptr, "EN:##ZH:##", "EN:Alarm Source=svc-a##ZH:告警源=svc-a##",
      "[ALM_InitAlarmCruxInfo] paralen(1) is not equal config(2)!"},
     // An overlong location is cut, and reported with the append-information text.
+    {"UintAndEnumOfTwoAndFourBytes",
+     {{"a", "A", "A", "UINT", 2, 1, {}}, {"b", "B", "B", "UINT", 4, 1, {}},
+      {"c", "C", "C", "ENUM", 2, 1, {{-1, "minus", "负"}}}, {"d", "D", "D", "ENUM", 4, 1, {{-1, "minus", "负"}}}},
+     {{"a", "70000"}, {"b", "-1"}, {"c", "65535"}, {"d", "-1"}}, "", nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##",
+     "EN:A=4464,B=4294967295,C=minus,D=minus##ZH:A=4464,B=4294967295,C=负,D=负##", ""},
+    {"UnknownTypeLeavesTheValueOut", {{"n", "N", "N", "INT", 4, 1, {}}}, {{"n", "5"}}, "", nullptr, nullptr, nullptr,
+     nullptr, "EN:##ZH:##", "EN:N=##ZH:N=##", ""},
+    {"ARepeatedNameKeepsItsFirstValue", {kDisk}, {{"disk", "sda"}, {"disk", "sdb"}}, "", nullptr, nullptr, nullptr,
+     nullptr, "EN:Disk=sda##ZH:磁盘=sda##", "EN:##ZH:##", ""},
+    // An append that would pass 1023 characters empties the text; later ones go on into it.
+    {"AnOverlongAppendInfoStartsAgain",
+     {Info("p0"), Info("p1"), Info("p2"), Info("p3"), Info("p4"), Info("p5"), Info("p6"), Info("p7"), Info("p8"), kUsage},
+     {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"p5", kLong}, {"p6", kLong},
+      {"p7", kLong}, {"p8", kLong}, {"usage", "9"}}, "", nullptr, nullptr, nullptr, nullptr, "EN:##ZH:##",
+     "EN:,Usage=9##ZH:,UsageCh=9##", ""},
     {"AnOverlongLocationIsCut", {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
      {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}}, "", nullptr,
      nullptr, nullptr, nullptr, ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),

@@ -25,6 +25,7 @@
 #include "Base64.h"
 #include "NodewardSim.h"
 #include "Pause.h"
+#include "runlog_testing.h"
 #include "BenchSmoke.h"
 
 namespace {
@@ -45,6 +46,7 @@ nodeward::Sim* SharedAgent() {
         }
         setenv("NODEWARD_ENDPOINT", sim->endpoint().c_str(), 1);
         unsetenv("RUNLOG_FILE");  // as a service runs by default: only error lines, to stderr
+        Runlog_SetClock(nullptr);  // taken at the next line, not within the second
         return sim;
     }();
     return agent;

@@ -298,21 +298,54 @@ long long g_logCheckedAt = 0;  // monotonic milliseconds of the last look at the
 
 constexpr long long kFileCheckMillis = 1000;
 
+// The coarse clock is read without a system call and in a few nanoseconds;
+// its few milliseconds of resolution are nothing against a second.
 long long MonotonicMillis() {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Read and set with g_lock held.
-Runlog_ClockFn g_clock = &MonotonicMillis;
+// Read on every message, set with g_lock held.
+std::atomic<Runlog_ClockFn> g_clock{&MonotonicMillis};
 
-// The descriptor for path, with g_lock held. Another RUNLOG_FILE is opened at
-// once; whether the file is still the one the name leads to (not removed,
-// renamed away or replaced) is checked once a second, a stat per line being
-// dearer than the line. A file that is gone is created again.
-int LogFileFor(const char* path) {
-    const long long now = g_clock();
+// RUNLOG_FILE as last looked up. Looking it up costs more than dropping a
+// message, and a service drops several per alarm, so it is looked up at the
+// first message and then at most once a second. g_envPath is read and written
+// with g_lock held; the atomics let a message that is dropped take no lock.
+char g_envPath[4096 + 1];  // one byte more than a usable path: a longer one stays unusable
+std::atomic<bool> g_envLooked{false};
+std::atomic<bool> g_envSet{false};
+std::atomic<long long> g_envLookedAt{0};
+
+// Whether RUNLOG_FILE names a file, looked up again when the second is up.
+bool LogFileWanted(long long now) {
+    if (g_envLooked.load(std::memory_order_acquire)) {
+        const long long since = now - g_envLookedAt.load(std::memory_order_relaxed);
+        if (since >= 0 && since < kFileCheckMillis) {  // a clock set back looks again
+            return g_envSet.load(std::memory_order_relaxed);
+        }
+    }
+    pthread_mutex_lock(&g_lock);
+    const char* path = std::getenv("RUNLOG_FILE");
+    const bool set = path != nullptr && path[0] != '\0';
+    const std::size_t length = set ? strnlen(path, sizeof(g_envPath) - 1) : 0;
+    if (set) {
+        std::memcpy(g_envPath, path, length);
+    }
+    g_envPath[length] = '\0';
+    g_envSet.store(set, std::memory_order_relaxed);
+    g_envLookedAt.store(now, std::memory_order_relaxed);
+    g_envLooked.store(true, std::memory_order_release);
+    pthread_mutex_unlock(&g_lock);
+    return set;
+}
+
+// The descriptor for path, with g_lock held. Another RUNLOG_FILE is opened as
+// soon as it is looked up; whether the file is still the one the name leads to
+// (not removed, renamed away or replaced) is checked once a second, a stat per
+// line being dearer than the line. A file that is gone is created again.
+int LogFileFor(const char* path, long long now) {
     if (g_logFd >= 0 && std::strncmp(g_logFdPath, path, sizeof(g_logFdPath)) == 0) {
         if (now - g_logCheckedAt < kFileCheckMillis) {
             return g_logFd;
@@ -358,16 +391,16 @@ void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
 
 void Runlog_SetClock(Runlog_ClockFn fn) {
     pthread_mutex_lock(&g_lock);
-    g_clock = fn != nullptr ? fn : &MonotonicMillis;
+    g_clock.store(fn != nullptr ? fn : &MonotonicMillis);
+    g_envLooked.store(false, std::memory_order_release);  // a new clock counts from a new look
     pthread_mutex_unlock(&g_lock);
 }
 
 void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) {
     const int savedErrno = errno;  // logging must not disturb the caller's errno
 
-    const char* path = std::getenv("RUNLOG_FILE");
-    const bool toFile = path != nullptr && path[0] != '\0';
-    if (!toFile && level < RUNLOG_LEVEL_ERROR && !g_capturing.load(std::memory_order_acquire)) {
+    const long long now = g_clock.load()();
+    if (!LogFileWanted(now) && level < RUNLOG_LEVEL_ERROR && !g_capturing.load(std::memory_order_acquire)) {
         errno = savedErrno;
         return;
     }
@@ -383,7 +416,8 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
     va_end(args);
 
     pthread_mutex_lock(&g_lock);
-    const int fd = toFile ? LogFileFor(path) : -1;
+    // Looked at again under the lock: another thread may have looked it up since.
+    const int fd = g_envPath[0] != '\0' ? LogFileFor(g_envPath, now) : -1;
     // If the file cannot be opened, errors still reach stderr.
     const bool toStderr = fd < 0 && level >= RUNLOG_LEVEL_ERROR;
     if (g_captureFn != nullptr) {

@@ -102,15 +102,27 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
     EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
+
+    // Another RUNLOG_FILE is taken within the second, when the variable is looked up again.
+    const std::string other = dir.path() + "/other.log";
+    ScopedEnv moved("RUNLOG_FILE", other.c_str());
+    g_clockMillis += 999;
+    Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 3, "still the old file");
+    g_clockMillis += 1;
+    Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 4, "the new file");
+    EXPECT_EQ("2 ../src/Base64:2 after rotation|2 ../src/Base64:3 still the old file", Untimed(ReadLines(path)));
+    EXPECT_EQ("2 ../src/Base64:4 the new file", Untimed(ReadLines(other)));
     Runlog_SetClock(nullptr);
 }
 
 TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
+    Runlog_SetClock(&TestClock);
     TempDir dir;
     const std::string unwritable = dir.path() + "/missing-dir/run.log";
     for (const char* value : {static_cast<const char*>(nullptr), "", unwritable.c_str()}) {
         SCOPED_TRACE(value == nullptr ? "unset" : value);
         ScopedEnv file("RUNLOG_FILE", value);
+        g_clockMillis += 1000;  // so the run-log looks the variable up again
         const auto lines = CaptureStderr(dir.path() + "/stderr.txt", [] {
             Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/A", 1, "info %d", 1);
             Runlog_TextAdapt(4, "../src/A", 2, "below error");
@@ -119,6 +131,7 @@ TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
         });
         EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", Untimed(lines));
     }
+    Runlog_SetClock(nullptr);
 }
 
 // Every format is logged with one extra string argument, "ARG", which only a

@@ -10,7 +10,8 @@
  * them are written as spaces.
  * Safe to call from several threads at once; each line is one write() to a
  * file opened with O_APPEND, so lines of threads and processes never mix.
- * The file stays open; another RUNLOG_FILE is opened at the next message, and
+ * The file stays open. RUNLOG_FILE is looked up at the first message and then
+ * at most once a second, so another RUNLOG_FILE is opened within a second, and
  * a file that was removed, renamed away or replaced is opened (created) again
  * within a second.
  */

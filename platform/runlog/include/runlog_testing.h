@@ -22,8 +22,9 @@ typedef void (*Runlog_CaptureFn)(void* context, int level, const char* sourceFil
 void Runlog_SetCapture(Runlog_CaptureFn fn, void* context);
 
 /* The clock (monotonic milliseconds) by which the run-log decides when to look
- * at RUNLOG_FILE's name again, so a test moves time instead of waiting out the
- * second. NULL restores CLOCK_MONOTONIC. */
+ * up RUNLOG_FILE and look at the file's name again, so a test moves time
+ * instead of waiting out the second. NULL restores the monotonic clock. Setting
+ * a clock (NULL too) makes the next message look RUNLOG_FILE up again. */
 typedef long long (*Runlog_ClockFn)(void);
 void Runlog_SetClock(Runlog_ClockFn fn);
 

@@ -23,10 +23,10 @@
 #include "AlmJsonParser.h"
 #include "AlmRukInterface.h"
 #include "Base64.h"
+#include "BenchSmoke.h"
 #include "NodewardSim.h"
 #include "Pause.h"
 #include "runlog_testing.h"
-#include "BenchSmoke.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ nodeward::Sim* SharedAgent() {
             return static_cast<nodeward::Sim*>(nullptr);
         }
         setenv("NODEWARD_ENDPOINT", sim->endpoint().c_str(), 1);
-        unsetenv("RUNLOG_FILE");  // as a service runs by default: only error lines, to stderr
+        unsetenv("RUNLOG_FILE");   // as a service runs by default: only error lines, to stderr
         Runlog_SetClock(nullptr);  // taken at the next line, not within the second
         return sim;
     }();
@@ -167,7 +167,8 @@ void Capacity(benchmark::State& state) {
         }
         const double send = CpuSeconds(parking.sendThreadClock) - send0;
         sendCpu += send;
-        agentCpu += CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - process0 - send - (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - self0);
+        agentCpu +=
+            CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - process0 - send - (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - self0);
         alarms += alarmsdk::kQueueCapacity;
         state.ResumeTiming();
     }
@@ -275,7 +276,9 @@ void RaiseEach(benchmark::State& state, const char* service, long total, long ra
 }
 
 // A storm: range(0) alarms per second for range(1) seconds.
-void Storm(benchmark::State& state) { RaiseEach(state, "storm", state.range(0) * benchsmoke::Scaled(state.range(1), int64_t{1}), state.range(0), 0); }
+void Storm(benchmark::State& state) {
+    RaiseEach(state, "storm", state.range(0) * benchsmoke::Scaled(state.range(1), int64_t{1}), state.range(0), 0);
+}
 BENCHMARK(Storm)->Args({2000, 3})->Args({30000, 10})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // 2,000 alarms after two quiet seconds (the send thread idle): at range(0)

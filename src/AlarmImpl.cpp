@@ -66,8 +66,7 @@ bool IsMissing(const void* pointer, const char* message, const char* function) {
 }
 
 // True (after logging) when text is longer than maxLen, or empty when that is refused too.
-bool IsBadLength(const char* text, std::size_t maxLen, bool refuseEmpty, const char* message,
-                 const char* function) {
+bool IsBadLength(const char* text, std::size_t maxLen, bool refuseEmpty, const char* message, const char* function) {
     const std::size_t length = std::strlen(text);
     if (length > maxLen || (refuseEmpty && length == 0)) {
         ALM_LOG_ERROR(message, function);
@@ -105,8 +104,7 @@ int SendLegacy(AlarmObject* object);
 
 // A C text field as a terminated string: the field itself when it holds its
 // terminator (the usual case, no copy), else a bounded copy kept in spare.
-template <std::size_t N>
-const char* FieldText(const char (&field)[N], std::string& spare) {
+template <std::size_t N> const char* FieldText(const char (&field)[N], std::string& spare) {
     const std::size_t length = strnlen(field, N);
     if (length < N) {
         return field;
@@ -132,8 +130,7 @@ int ZEBInitAlarmSDK(void) {
                              [] { return AlarmManagerEx::getInstance()->initManager(); });
 }
 
-int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, const char* serviceInsId,
-                             int rsetClear) {
+int ZEBRegisterRsetClearInfo(const char* serviceName, const char* serviceId, const char* serviceInsId, int rsetClear) {
     const char* function = "ZEBRegisterRsetClearInfo";
     if (IsMissing(serviceName, "In %s, pStrServiceName is null!", function) ||
         IsMissing(serviceId, "In %s, pStrServiceId is null!", function) ||
@@ -165,7 +162,8 @@ _ZEBAlarm* ZEBAllocAlarm(const char* alarmId, int type) {
     }
     _ZEBAlarm* alarm = static_cast<_ZEBAlarm*>(std::malloc(sizeof(_ZEBAlarm)));
     ALM_LOG_INFO("the len of alarm memory is %ud, len of AlarmObjectEx is %ud, len of AlarmParam is %ud",
-                 static_cast<unsigned int>(sizeof(_ZEBAlarm)), static_cast<unsigned int>(offsetof(_ZEBAlarm, paramList)),
+                 static_cast<unsigned int>(sizeof(_ZEBAlarm)),
+                 static_cast<unsigned int>(offsetof(_ZEBAlarm, paramList)),
                  static_cast<unsigned int>(offsetof(_ZEBAlarmParam, next)));
     if (alarm == nullptr) {
         ALM_LOG_ERROR("In %s, pZEBAlarmObject is null!", "AllocAlarmObjectEx");
@@ -282,8 +280,7 @@ AlarmManagerEx* ZEBInitAlarmSDK4CoProcess(const char* appId, const char* service
         IsBadText(serviceName, "In %s, pStrServiceName is null!", kServiceNameMaxLen, false, kServiceNameTooLong,
                   function) ||
         IsBadText(nodeIp, "In %s, pStrNodeIp is null!", kNodeIpMaxLen, false, kNodeIpTooLong, function) ||
-        IsBadText(serviceIp, "In %s, pStrServiceIp is null!", kServiceIpMaxLen, false, kServiceIpTooLong,
-                  function)) {
+        IsBadText(serviceIp, "In %s, pStrServiceIp is null!", kServiceIpMaxLen, false, kServiceIpTooLong, function)) {
         return nullptr;
     }
     return alarmsdk::NoThrow(ALM_CALL_SITE(function), static_cast<AlarmManagerEx*>(nullptr), [&] {
@@ -302,8 +299,8 @@ int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serv
     auto badTexts = [&](bool refuseEmpty) {
         return IsBadText(serviceName, "In %s, pStrServiceName is null!", kServiceNameMaxLen, refuseEmpty,
                          kServiceNameTooLong, function) ||
-               IsBadText(serviceId, "In %s, pStrServiceId is null!", kServiceIdMaxLen, refuseEmpty,
-                         kServiceIdTooLong, function) ||
+               IsBadText(serviceId, "In %s, pStrServiceId is null!", kServiceIdMaxLen, refuseEmpty, kServiceIdTooLong,
+                         function) ||
                IsBadText(serviceInsId, "In %s, pStrServiceInsId is null!", kServiceInsIdMaxLen, refuseEmpty,
                          kServiceInsIdTooLong, function);
     };
@@ -319,8 +316,8 @@ int ZEBRegisterRsetClearInfo4CoProcess(AlarmManagerEx* manager, const char* serv
 int ZEBRegisterInfo4CoProcess(AlarmManagerEx* manager, const char* serviceLabel) {
     const char* function = "ZEBRegisterInfo4CoProcess";
     if (IsMissing(manager, "In %s, pAlarmManagerInstance is null!", function) ||
-        IsBadText(serviceLabel, "In %s, pStrServiceLabel is null!", kServiceLabelMaxLen, true,
-                  kCoServiceLabelTooLong, function)) {
+        IsBadText(serviceLabel, "In %s, pStrServiceLabel is null!", kServiceLabelMaxLen, true, kCoServiceLabelTooLong,
+                  function)) {
         return -1;
     }
     return alarmsdk::NoThrow(ALM_CALL_SITE(function), -1, [&] {

@@ -178,8 +178,7 @@ int AlarmManagerEx::initManager() {
     return startSending();
 }
 
-int AlarmManagerEx::initManager(char const* appId, char const* serviceName, char const* nodeIp,
-                                char const* serviceIp) {
+int AlarmManagerEx::initManager(char const* appId, char const* serviceName, char const* nodeIp, char const* serviceIp) {
     if (m_iInitFlag == 1) {
         return 0;
     }

@@ -17,8 +17,8 @@
 
 #include "AlarmManagerEx.h"
 #include "AlarmSdk.h"
-#include "runlog_testing.h"
 #include "BenchSmoke.h"
+#include "runlog_testing.h"
 
 // Counts the calling thread's allocations: every heap allocation of the
 // program goes through malloc, calloc or realloc (operator new included).
@@ -73,8 +73,7 @@ public:
 #endif
     }
     // Allocations made while timing is paused are not the caller's.
-    template <typename Fn>
-    void untimed(Fn fn) {
+    template <typename Fn> void untimed(Fn fn) {
         state_.PauseTiming();
         const unsigned long before = t_allocations;
         fn();
@@ -156,8 +155,15 @@ void CallerPath(benchmark::State& state, const char* const* values) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK_CAPTURE(CallerPath, short_texts, kShortValues)->ArgName("runlog_file")->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(0.5, 0.01));
-BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)->ArgName("runlog_file")->Arg(0)->MinTime(benchsmoke::Scaled(0.5, 0.01));
+BENCHMARK_CAPTURE(CallerPath, short_texts, kShortValues)
+    ->ArgName("runlog_file")
+    ->Arg(0)
+    ->Arg(1)
+    ->MinTime(benchsmoke::Scaled(0.5, 0.01));
+BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)
+    ->ArgName("runlog_file")
+    ->Arg(0)
+    ->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 // The floor: the C object and its five nodes, the same copies, one record
 // holding the copies, one push under a mutex, and the C object freed. With
@@ -165,11 +171,12 @@ BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)->ArgName("runlog_file")-
 // write each: what the run-log cannot do without.
 void CallerFloor(benchmark::State& state) {
     RunlogFile runlog(false);
-    const int fd = state.range(0) != 0
-                       ? open("/tmp/alarmsdk-bench-floor.log", O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
-                       : -1;
-    const char line[] = "2026-01-02T03:04:05.678Z 2 ../src/AlarmImpl:190 the len of alarm memory is 264d, len of "
-                        "ZEBAlarmParam is 22d, len of AlarmParam is 256d\n";
+    const int fd = state.range(0) != 0 ? open("/tmp/alarmsdk-bench-floor.log",
+                                              O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
+                                       : -1;
+    const char line[] =
+        "2026-01-02T03:04:05.678Z 2 ../src/AlarmImpl:190 the len of alarm memory is 264d, len of "
+        "ZEBAlarmParam is 22d, len of AlarmParam is 256d\n";
     std::mutex mutex;
     std::deque<char*> queue;
     AllocationMeter meter(state);

@@ -223,9 +223,9 @@ std::size_t FormatTime(char* out) {
     if (cached.second != now.tv_sec) {
         tm utc{};
         gmtime_r(&now.tv_sec, &utc);
-        const int n = std::snprintf(cached.text, sizeof(cached.text), "%04d-%02d-%02dT%02d:%02d:%02d",
-                                    utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                                    utc.tm_sec);
+        const int n =
+            std::snprintf(cached.text, sizeof(cached.text), "%04d-%02d-%02dT%02d:%02d:%02d", utc.tm_year + 1900,
+                          utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
         cached.length = n < 0 ? 0 : std::strlen(cached.text);
         cached.second = now.tv_sec;
     }

@@ -39,9 +39,8 @@ std::vector<std::string> ReadLines(const std::string& path) {
 std::string AfterTimestamp(const std::string& line) {
     std::tm t{};
     const char* rest = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S.", &t);
-    const bool shaped = rest != nullptr && line.size() >= 25 && rest == line.c_str() + 20 &&
-                        std::isdigit(rest[0]) && std::isdigit(rest[1]) && std::isdigit(rest[2]) &&
-                        std::string(rest + 3, 2) == "Z ";
+    const bool shaped = rest != nullptr && line.size() >= 25 && rest == line.c_str() + 20 && std::isdigit(rest[0]) &&
+                        std::isdigit(rest[1]) && std::isdigit(rest[2]) && std::string(rest + 3, 2) == "Z ";
     EXPECT_TRUE(shaped) << "no timestamp: " << line;
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
     return shaped ? line.substr(25) : line;
@@ -90,8 +89,10 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
 
     const auto lines = ReadLines(path);
     EXPECT_EQ("earlier line", lines.at(0));
-    EXPECT_EQ("2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
-              "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines", Untimed(lines, 1));
+    EXPECT_EQ(
+        "2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
+        "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines",
+        Untimed(lines, 1));
 
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
@@ -143,7 +144,9 @@ TEST(RunlogFormat, UnknownConversionsPrintLiterally) {
          "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
         {"In %s, pAlarm is null!", "In ARG, pAlarm is null!"},
         {"%,%s", "%,ARG"},  // the argument goes to the next valid conversion
-        {"%n|%s", "%n|ARG"}, {"50%% of %s", "50% of ARG"}, {"100%", "100%"},
+        {"%n|%s", "%n|ARG"},
+        {"50%% of %s", "50% of ARG"},
+        {"100%", "100%"},
     };
     for (const auto& [format, expected] : rows) {
         capture.clear();
@@ -209,14 +212,18 @@ TEST(BoundedString, FitsOrFailsByTheRules) {
     const Row rows[] = {
         {"strncpy fits", 8, "", [](D d, N m) { return strncpy_s(d, m, "abc", 3); }, true, "abc"},
         {"strncpy count cuts", 8, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 4); }, true, "abcd"},
-        {"strncpy count below destMax fills", 4, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 3); }, true, "abc"},
+        {"strncpy count below destMax fills", 4, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 3); }, true,
+         "abc"},
         {"strncpy short source", 4, "", [](D d, N m) { return strncpy_s(d, m, "abc", SIZE_MAX); }, true, "abc"},
         {"strncpy source fills dest", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcd", 4); }, false, ""},
         {"strncpy longer source", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcdefgh", 100); }, false, ""},
         {"strncpy null source", 4, "x", [](D d, N m) { return strncpy_s(d, m, nullptr, 2); }, false, ""},
-        {"strncpy unterminated by count", 16, "", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 8); }, true, "ABCDEFGH"},
-        {"strncpy unterminated too long", 8, "x", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 100); }, false, ""},
-        {"strncpy large", big.size() + 1, "", [&](D d, N m) { return strncpy_s(d, m, big.c_str(), big.size()); }, true, big},
+        {"strncpy unterminated by count", 16, "", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 8); }, true,
+         "ABCDEFGH"},
+        {"strncpy unterminated too long", 8, "x", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 100); }, false,
+         ""},
+        {"strncpy large", big.size() + 1, "", [&](D d, N m) { return strncpy_s(d, m, big.c_str(), big.size()); }, true,
+         big},
         {"strncat appends", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cd", 10); }, true, "abcd"},
         {"strncat count limits", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cdef", 2); }, true, "abcd"},
         {"strncat fills exactly", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defg", 4); }, true, "abcdefg"},
@@ -224,14 +231,21 @@ TEST(BoundedString, FitsOrFailsByTheRules) {
         {"strncat count cuts in time", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defgh", 4); }, true, "abcdefg"},
         {"strncat full dest", 4, "abc", [](D d, N m) { return strncat_s(d, m, "d", 5); }, false, ""},
         {"strncat null source", 8, "ab", [](D d, N m) { return strncat_s(d, m, nullptr, 5); }, false, ""},
-        {"strncat unterminated by count", 16, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 4); }, true, "abWXYZ"},
-        {"strncat unterminated too long", 4, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 100); }, false, ""},
-        {"strncat large", big.size() + 1, "", [&](D d, N m) { return strncat_s(d, m, big.c_str(), big.size()); }, true, big},
+        {"strncat unterminated by count", 16, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 4); }, true,
+         "abWXYZ"},
+        {"strncat unterminated too long", 4, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 100); }, false,
+         ""},
+        {"strncat large", big.size() + 1, "", [&](D d, N m) { return strncat_s(d, m, big.c_str(), big.size()); }, true,
+         big},
         // A formatted text that does not fit is cut, and the cut reported.
-        {"snprintf fits", 10, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc") == 9 ? 0 : -1; }, true, "id=42:abc"},
-        {"snprintf count cuts", 16, "", [](D d, N m) { return snprintf_s(d, m, 5, "id=%d:%s", 42, "abc"); }, false, "id=42"},
-        {"snprintf destMax cuts", 6, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc"); }, false, "id=42"},
-        {"snprintf large", big.size() + 1, "", [&](D d, N m) { return snprintf_s(d, m, m - 1, "%s", big.c_str()) > 0 ? 0 : -1; }, true, big},
+        {"snprintf fits", 10, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc") == 9 ? 0 : -1; },
+         true, "id=42:abc"},
+        {"snprintf count cuts", 16, "", [](D d, N m) { return snprintf_s(d, m, 5, "id=%d:%s", 42, "abc"); }, false,
+         "id=42"},
+        {"snprintf destMax cuts", 6, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc"); }, false,
+         "id=42"},
+        {"snprintf large", big.size() + 1, "",
+         [&](D d, N m) { return snprintf_s(d, m, m - 1, "%s", big.c_str()) > 0 ? 0 : -1; }, true, big},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -242,8 +256,9 @@ TEST(BoundedString, FitsOrFailsByTheRules) {
         EXPECT_EQ(kFill, dest[row.destMax]) << "wrote past destMax";
     }
     char dest[4] = {'a', 0, kFill, kFill};
-    for (int rc : {strncpy_s(nullptr, 8, "abc", 3), strncat_s(nullptr, 8, "abc", 3), strncpy_s(dest, 0, "abc", 3),
-                   strncat_s(dest, 0, "abc", 3), snprintf_s(nullptr, 8, 7, "%s", "x"), snprintf_s(dest, 0, 7, "%s", "x")}) {
+    for (int rc :
+         {strncpy_s(nullptr, 8, "abc", 3), strncat_s(nullptr, 8, "abc", 3), strncpy_s(dest, 0, "abc", 3),
+          strncat_s(dest, 0, "abc", 3), snprintf_s(nullptr, 8, 7, "%s", "x"), snprintf_s(dest, 0, 7, "%s", "x")}) {
         EXPECT_NE(0, rc);
     }
     EXPECT_EQ('a', dest[0]) << "a destination without room is not touched";

@@ -94,8 +94,12 @@ TEST_P(FlushWake, AFlushSendsWhatIsQueuedAtOnceAndLaterAlarmsAreGatheredAsBefore
     pauses_.wakeOnWork(60000);
     ASSERT_TRUE(driver.init());
     ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+    const std::size_t idleWaits = pauses_.count(1);
     ASSERT_TRUE(driver.send(1));
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, driver.flush(20000));
+    // The flush returns once the alarm is delivered, before the send thread is back in its idle wait; alarms queued
+    // before that are taken by its next pass as they stand, so wait for the wait.
+    ASSERT_TRUE(testsupport::WaitUntil([&] { return pauses_.count(1) > idleWaits; }, 5000));
     ASSERT_TRUE(driver.send(50));
     ASSERT_TRUE(agent_->waitForAcceptedAlarms(51, 20000));
     const auto requests = agent_->requests();

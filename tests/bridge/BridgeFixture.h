@@ -15,6 +15,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -78,7 +79,7 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        const int rc = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+        const int rc = posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
         return rc == 0 || (pid_ = 0);
     }
@@ -220,13 +221,17 @@ public:
         : dir_(dir), alertmanagers_(std::move(alertmanagers)), resend_(resendSeconds), moreArgs_(std::move(moreArgs)) {}
     void start() {
         const auto self = std::filesystem::read_symlink("/proc/self/exe");
-        std::vector<std::string> args{(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(),
-                                      "--listen",
-                                      "127.0.0.1:" + std::to_string(port_),
-                                      "--state",
-                                      state(),
-                                      "--resend",
-                                      std::to_string(resend_)};
+        // A cross build runs the program through the emulator the tests are run with (words separated by commas).
+        std::vector<std::string> args;
+        if (const char* emulator = std::getenv("ALARMSDK_TEST_EMULATOR"); emulator != nullptr && *emulator != '\0') {
+            std::stringstream words(emulator);
+            for (std::string word; std::getline(words, word, ',');) {
+                args.push_back(word);
+            }
+        }
+        args.insert(args.end(),
+                    {(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(), "--listen",
+                     "127.0.0.1:" + std::to_string(port_), "--state", state(), "--resend", std::to_string(resend_)});
         for (const auto& url : alertmanagers_) {
             args.insert(args.end(), {"--alertmanager", url});
         }

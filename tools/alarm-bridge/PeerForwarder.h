@@ -64,7 +64,6 @@ private:
     mutable std::mutex mu_;
     std::condition_variable cv_;
     bool stopping_ = false;
-    bool woken_ = false;
     PeerStats stats_;
 };
 

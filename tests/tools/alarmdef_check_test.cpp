@@ -193,28 +193,20 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
         std::string out, err;  // the start of stdout, part of stderr
     };
     const std::string xml = dir.xml();
+    // clang-format off
     const std::vector<Run> runs = {
         {{xml}, kLanguage, 0, "", ""},
-        {{xml},
-         std::string(kLanguage) + "orphan\n",
-         1,
-         dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line",
-         ""},
-        {{"--json", xml},
-         "300001_ALARMNAME=Disk\n",
-         1,
-         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing",
-         ""},
-        {{dir.dir.path() + "/absent.xml"},
-         kLanguage,
-         3,
-         dir.dir.path() + "/absent.xml: error: the definition file "
-                          "cannot be read",
-         ""},
+        {{xml}, std::string(kLanguage) + "orphan\n", 1,
+         dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line", ""},
+        {{"--json", xml}, "300001_ALARMNAME=Disk\n", 1,
+         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing", ""},
+        {{dir.dir.path() + "/absent.xml"}, kLanguage, 3,
+         dir.dir.path() + "/absent.xml: error: the definition file cannot be read", ""},
         {{"--yaml", xml}, kLanguage, 2, "", "alarmdef-check: unknown option --yaml\nUsage: alarmdef-check [--json]"},
         {{}, kLanguage, 2, "", "no FILE given"},
         {{"--help"}, kLanguage, 0, "Usage: alarmdef-check [--json] FILE", ""},
     };
+    // clang-format on
     for (const Run& run : runs) {
         dir.Write(kXml, run.language, kLanguage);
         const testsupport::ProgramResult result = testsupport::RunProgram("alarmdef-check", run.args, 60000);
@@ -307,13 +299,10 @@ std::string SeqLines(int count) {
 
 const std::string kDefinitions = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
 
+// clang-format off
 const SendRun kRuns[] = {
-    {"Delivered",
-     {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"},
-     "",
-     Agent::Accepting,
-     0,
-     "",
+    {"Delivered", {"--service", "orders", "--stats", "raise", "300012", "disk=sda", "usage=95"}, "",
+     Agent::Accepting, 0, "",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult& result) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
@@ -325,12 +314,8 @@ const SendRun kRuns[] = {
              << result.out;
      }},
     // The shipped example definitions, their language files included, as the agent receives them.
-    {"LegacyDelivered",
-     {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"},
-     "",
-     Agent::Accepting,
-     0,
-     "",
+    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"}, "",
+     Agent::Accepting, 0, "",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
@@ -341,35 +326,20 @@ const SendRun kRuns[] = {
                  a.appendInfo);
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id\nUsage: alarm-send"},
-    {"BadInputLineAfterAGoodOne",
-     {"-"},
-     "raise 5 a=1\n\n# note\nbogus 5\n",
-     Agent::Accepting,
-     2,
-     "alarm-send: line 4: expected raise or clear",
+    {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n",
+     Agent::Accepting, 2, "alarm-send: line 4: expected raise or clear",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          EXPECT_EQ(1u, agent.acceptedAlarms().size()) << "what was sent before is still delivered";
      }},
-    {"DefinitionsUnreadable",
-     {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"},
-     "",
-     Agent::Accepting,
-     2,
-     "alarm-send: cannot read /nonexistent/a.xml"},
-    {"NotDefined",
-     {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"},
-     "",
-     Agent::Accepting,
-     1,
-     "alarm-send: 1 of 1 alarms refused: not defined in"},
+    {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
+     Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
+    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "",
+     Agent::Accepting, 1, "alarm-send: 1 of 1 alarms refused: not defined in"},
     {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},
-    {"NotDeliveredInTime",
-     {"--timeout", "300", "raise", "5"},
-     "",
-     Agent::Refusing,
-     4,
-     "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
+    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "",
+     Agent::Refusing, 4, "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
 };
+// clang-format on
 
 TEST(AlarmSendProgram, EachRunExitsWithItsCodeAndOneLine) {
     testsupport::ScopedEnv appId("APPID", "app-7"), appName("APPNAME", "orders-app"), log("RUNLOG_FILE", nullptr);

@@ -305,12 +305,10 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         {"TWFu\tAAA", 8, -1, "Man"},
         {"TWFu-AAA", 8, -1, "Man"},
         {"TWFu_AAA", 8, -1, "Man"},
-        {"TWFu\x80"
-         "AAA",
-         8, -1, "Man"},
-        {"TWFu\xff"
-         "AAA",
-         8, -1, "Man"},
+        // clang-format off
+        {"TWFu\x80" "AAA", 8, -1, "Man"},
+        {"TWFu\xff" "AAA", 8, -1, "Man"},
+        // clang-format on
     };
     for (const auto& row : decodings) {
         SCOPED_TRACE(row.text);

@@ -288,13 +288,15 @@ const TextCase kTextCases[] = {
      "",      nullptr, nullptr,    nullptr,    nullptr,  "EN:Disk=sda##ZH:磁盘=sda##", "EN:##ZH:##", ""},
     // An append that would pass 1023 characters empties the text; later ones go on into it.
     {"AnOverlongAppendInfoStartsAgain",
-     {Info("p0"), Info("p1"), Info("p2"), Info("p3"), Info("p4"), Info("p5"), Info("p6"), Info("p7"), Info("p8"), kUsage},
+     {Info("p0"), Info("p1"), Info("p2"), Info("p3"), Info("p4"), Info("p5"), Info("p6"), Info("p7"), Info("p8"),
+      kUsage},
      {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"p5", kLong}, {"p6", kLong},
       {"p7", kLong}, {"p8", kLong}, {"usage", "9"}},
      "",      nullptr, nullptr,    nullptr,    nullptr,  "EN:##ZH:##", "EN:,Usage=9##ZH:,UsageCh=9##", ""},
     {"AnOverlongLocationIsCut", {Text("p0"), Text("p1"), Text("p2"), Text("p3"), Text("p4"), kUsage},
      {{"p0", kLong}, {"p1", kLong}, {"p2", kLong}, {"p3", kLong}, {"p4", kLong}, {"usage", "9"}},
-     "",      nullptr, nullptr,    nullptr,    nullptr,  ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
+     "",      nullptr, nullptr,    nullptr,    nullptr,
+     ("EN:" + kLongText + "##ZH:" + kLongText + "##").substr(0, 1022),
      "EN:Usage=9##ZH:UsageCh=9##", "LocationInfo Len > 1024,Ch is---" + kLongText + ",En is---Usage=9"},
 };
 // clang-format on

@@ -199,7 +199,8 @@ TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
         {{xml}, std::string(kLanguage) + "orphan\n", 1,
          dir.dir.path() + "/en_US/language.properties:6: warning: not a key=value line", ""},
         {{"--json", xml}, "300001_ALARMNAME=Disk\n", 1,
-         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing", ""},
+         "[{\"file\":\"" + xml + "\",\"line\":15,\"severity\":\"warning\",\"message\":\"key 300001_disk is missing",
+         ""},
         {{dir.dir.path() + "/absent.xml"}, kLanguage, 3,
          dir.dir.path() + "/absent.xml: error: the definition file cannot be read", ""},
         {{"--yaml", xml}, kLanguage, 2, "", "alarmdef-check: unknown option --yaml\nUsage: alarmdef-check [--json]"},
@@ -314,7 +315,8 @@ const SendRun kRuns[] = {
              << result.out;
      }},
     // The shipped example definitions, their language files included, as the agent receives them.
-    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"}, "",
+    {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"},
+     "",
      Agent::Accepting, 0, "",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());

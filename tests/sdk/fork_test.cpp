@@ -129,8 +129,9 @@ TEST_F(Fork, NoLockIsInheritedHeld) {
             _exit(sent ? 0 : 1);
         }
         ASSERT_GT(child, 0);
-        if (ExitOf(child) != 0) {
-            ADD_FAILURE() << "the child of round " << round << " failed or hung";
+        if (const int code = ExitOf(child); code != 0) {
+            ADD_FAILURE() << "the child of round " << round
+                          << (code < 0 ? " hung" : " ended with " + std::to_string(code));
             break;
         }
     }

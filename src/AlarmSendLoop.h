@@ -48,7 +48,7 @@ template <typename Item> struct Generation {
 
 enum class AgentVerdict {
     Accepted,   // "OK": the batch has been deleted
-    Abandoned,  // the answer could not even be read (no memory): drop the batch unreleased, never resend it
+    Abandoned,  // the answer could not even be read (no memory): the batch is dropped and freed, never resent
     Retry,      // anything else: the pause has been taken, send the same batch again
 };
 

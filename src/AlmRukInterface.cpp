@@ -58,6 +58,10 @@ std::string AlmRukInterface::GetNodeIP() {
     return m_strNodeIP;
 }
 
+void AlmRukInterface::LockAddressesForFork() { AddressMutex().lock(); }
+
+void AlmRukInterface::UnlockAddressesAfterFork() { AddressMutex().unlock(); }
+
 std::string AlmRukInterface::GetServiceIp() {
     std::lock_guard<std::mutex> lock(AddressMutex());
     return m_strServiceIp;

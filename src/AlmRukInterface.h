@@ -17,6 +17,9 @@ public:
     static void InitAllIp();
 
     static std::string GetNodeIP();
+    // fork(): the address lock is held across the fork, so no child inherits it held (or half made).
+    static void LockAddressesForFork();
+    static void UnlockAddressesAfterFork();
     static std::string GetServiceIp();
     // Where an alarm says it comes from: the node address, else SERVER_IP as
     // it is set (even one character); "" when neither is known.

@@ -12,6 +12,7 @@
 
 #include "AlarmManager.h"
 #include "AlarmManagerEx.h"
+#include "AlmRukInterface.h"
 
 namespace {
 
@@ -19,15 +20,18 @@ void Prepare() {
     AlarmManagerEx::LockChecksForFork();  // before the transport's registry, as a registration takes them
     AlarmManager::GetInstance()->LockForFork();
     AlarmManagerEx::LockAllForFork();
+    AlmRukInterface::LockAddressesForFork();  // last: nothing else is taken while it is held
 }
 
 void InParent() {
+    AlmRukInterface::UnlockAddressesAfterFork();
     AlarmManagerEx::UnlockAllAfterFork();
     AlarmManager::GetInstance()->UnlockAfterFork();
     AlarmManagerEx::UnlockChecksAfterFork();
 }
 
 void InChild() {
+    AlmRukInterface::UnlockAddressesAfterFork();
     AlarmManagerEx::RestartAllInChild();
     AlarmManager::GetInstance()->RestartInChild();
     AlarmManagerEx::UnlockChecksAfterFork();

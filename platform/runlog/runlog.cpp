@@ -377,43 +377,17 @@ int LogFileFor(const char* path, long long now) {
     return g_logFd;
 }
 
-}  // namespace
-
-extern "C" {
-
-void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
-    pthread_mutex_lock(&g_lock);
-    g_captureFn = fn;
-    g_captureContext = fn != nullptr ? context : nullptr;
-    g_capturing.store(fn != nullptr, std::memory_order_release);
-    pthread_mutex_unlock(&g_lock);
-}
-
-void Runlog_SetClock(Runlog_ClockFn fn) {
-    pthread_mutex_lock(&g_lock);
-    g_clock.store(fn != nullptr ? fn : &MonotonicMillis);
-    g_envLooked.store(false, std::memory_order_release);  // a new clock counts from a new look
-    pthread_mutex_unlock(&g_lock);
-}
-
-void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) {
+// Formats and writes one message that is not dropped.
+__attribute__((noinline)) void WriteMessage(int level, const char* sourceFile, int line, long long now,
+                                            const char* format, va_list args) {
     const int savedErrno = errno;  // logging must not disturb the caller's errno
-
-    const long long now = g_clock.load()();
-    if (!LogFileWanted(now) && level < RUNLOG_LEVEL_ERROR && !g_capturing.load(std::memory_order_acquire)) {
-        errno = savedErrno;
-        return;
-    }
 
     // One buffer holds the whole line: prefix, text, line break.
     char buffer[kMaxPrefix + kMaxText + 2];
     const char* source = sourceFile != nullptr ? sourceFile : "(null)";
     const std::size_t prefix = FormatPrefix(buffer, kMaxPrefix, level, source, line);
     char* text = buffer + prefix;
-    va_list args;
-    va_start(args, format);
     const std::size_t textLength = FormatText(text, format, args);
-    va_end(args);
 
     pthread_mutex_lock(&g_lock);
     // Looked at again under the lock: another thread may have looked it up since.
@@ -436,6 +410,39 @@ void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* f
     pthread_mutex_unlock(&g_lock);
 
     errno = savedErrno;
+}
+
+}  // namespace
+
+extern "C" {
+
+void Runlog_SetCapture(Runlog_CaptureFn fn, void* context) {
+    pthread_mutex_lock(&g_lock);
+    g_captureFn = fn;
+    g_captureContext = fn != nullptr ? context : nullptr;
+    g_capturing.store(fn != nullptr, std::memory_order_release);
+    pthread_mutex_unlock(&g_lock);
+}
+
+void Runlog_SetClock(Runlog_ClockFn fn) {
+    pthread_mutex_lock(&g_lock);
+    g_clock.store(fn != nullptr ? fn : &MonotonicMillis);
+    g_envLooked.store(false, std::memory_order_release);  // a new clock counts from a new look
+    pthread_mutex_unlock(&g_lock);
+}
+
+void Runlog_TextAdapt(int level, const char* sourceFile, int line, const char* format, ...) {
+    // Deciding to drop a message touches neither errno nor the line buffer: a
+    // service drops several per alarm.
+    const Runlog_ClockFn clock = g_clock.load(std::memory_order_acquire);
+    const long long now = clock == &MonotonicMillis ? MonotonicMillis() : clock();
+    if (!LogFileWanted(now) && level < RUNLOG_LEVEL_ERROR && !g_capturing.load(std::memory_order_acquire)) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    WriteMessage(level, sourceFile, line, now, format, args);
+    va_end(args);
 }
 
 }  // extern "C"

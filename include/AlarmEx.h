@@ -73,7 +73,11 @@ public:
     long GetAlarmTime() const;
 
 private:
-    // The push-document encoder reads the texts in place rather than through copies.
+    // The library fills and reads its records in place rather than through
+    // the setters' and getters' copies: the C conversion, the manager that
+    // completes what it queues, and the push-document encoder.
+    friend AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm);
+    friend class AlarmManagerEx;
     friend class AlmJsonParser;
 
     char m_szAlarmId[ZEB_ALARM_ID_SIZE];

@@ -234,8 +234,8 @@ void ALM_AddAlarmSourceInfo(Alarm* alarm, ALM_Json_Para_def*& appendInfo) {
 }
 
 void ALM_AddAlarmSourcePosition(Alarm* /*alarm*/, ALM_Json_Para_def*& appendInfo, unsigned long& len) {
-    const std::string address = AlmRukInterface::GetAlarmSourceAddress();
-    if (!address.empty()) {
+    std::string address;
+    if (AlmRukInterface::GetAlarmSourceAddress(address)) {
         AppendBoth(appendInfo, "Alarm Source Location", "告警源位置", kTextSize);
         AppendBoth(appendInfo, "=");
         AppendBoth(appendInfo, address.c_str());

@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "Alarm.h"
 #include "AlarmEx.h"
@@ -102,15 +103,10 @@ constexpr uint32_t kLegacyMaxParams = (UINT32_MAX - kLegacyHeaderSize) / kLegacy
 
 int SendLegacy(AlarmObject* object);
 
-// A C text field as a terminated string: the field itself when it holds its
-// terminator (the usual case, no copy), else a bounded copy kept in spare.
-template <std::size_t N> const char* FieldText(const char (&field)[N], std::string& spare) {
-    const std::size_t length = strnlen(field, N);
-    if (length < N) {
-        return field;
-    }
-    spare.assign(field, length);
-    return spare.c_str();
+// A C text field's characters, up to its terminator or the field's end: the
+// caller may have written the field itself, unterminated.
+template <std::size_t N> std::tuple<const char*, std::size_t> FieldChars(const char (&field)[N]) {
+    return {field, strnlen(field, N)};
 }
 
 // A slot's text, bounded even if the caller wrote the block itself.
@@ -470,15 +466,16 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
         return nullptr;
     }
     return alarmsdk::NoThrow(ALM_CALL_SITE("ZEBConvert2AlarmEx"), static_cast<AlarmEx*>(nullptr), [&] {
-        // The C fields may be unterminated if the caller wrote them itself: the
-        // record's id copy reads at most the id's 10 bytes, the texts are bounded here.
+        // The record's id copy reads at most the id's 10 bytes; the texts are
+        // bounded by their fields and built in place, without temporaries.
         std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
-        std::string spareName;
-        std::string spareValue;
-        record->setServiceName(FieldText(alarm->serviceName, spareName));
-        record->ResetAlarmTime(static_cast<long>(alarm->alarmTime));
+        std::apply([&](const char* text, std::size_t length) { record->m_strServiceName.assign(text, length); },
+                   FieldChars(alarm->serviceName));
+        record->m_lAlarmTime = alarm->alarmTime;
+        // emplace keeps the first value for a name, as appendParameter does.
         for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
-            record->appendParameter(FieldText(node->paramName, spareName), FieldText(node->paramValue, spareValue));
+            record->m_mapParams.emplace(std::piecewise_construct, FieldChars(node->paramName),
+                                        FieldChars(node->paramValue));
         }
         return record.release();
     });

@@ -236,19 +236,21 @@ int AlarmManagerEx::completeAndQueue(std::unique_ptr<AlarmEx> record, AlarmEx* s
     if (record == nullptr) {
         record.reset(new AlarmEx(source));
     }
-    record->setServiceName(m_strServiceName);
-    record->setAppId(m_strAppId);
-    record->setRsetClear(static_cast<long>(m_lRsetClear));
-    record->SetServiceIp(m_strServiceIp);
-    record->setNodeIp(m_strNodeIP);
-    record->setServiceLabel(m_strServiceLabel);
-    record->setServicePort(m_uServicePort);
+    // Assigned in place: each setter's by-value copy would cost the caller's thread.
+    AlarmEx& queued = *record;
+    queued.m_strServiceName = m_strServiceName;
+    queued.m_strAppId = m_strAppId;
+    queued.m_lRsetClear = m_lRsetClear;
+    queued.m_strServiceIp = m_strServiceIp;
+    queued.m_strNodeIp = m_strNodeIP;
+    queued.m_strServiceLabel = m_strServiceLabel;
+    queued.m_uServicePort = m_uServicePort;
     if (!m_strServiceIp.empty() && !m_strServiceName.empty()) {
-        record->setServiceId(m_strServiceId);
-        record->setServiceInsId(m_strServiceInsId);
+        queued.m_strServiceId = m_strServiceId;
+        queued.m_strServiceInsId = m_strServiceInsId;
     }
-    if (record->GetAlarmTime() == 0) {
-        record->ResetAlarmTime(static_cast<long>(ALM_GetCurrMs()));
+    if (queued.m_lAlarmTime == 0) {
+        queued.m_lAlarmTime = static_cast<int64_t>(ALM_GetCurrMs());
     }
     fillAlarmSouce2Alarm(source, record.get());
     fillNodIp2Alarm(record.get());
@@ -329,18 +331,15 @@ void AlarmManagerEx::fillAlarmSouce2Alarm(AlarmEx* source, AlarmEx* target) {
         ALM_LOG_ERROR("AlarmManagerEx::fillAlarmSouce2Alarm pAlarmSrc is Null!");
         return;
     }
-    std::string value = source->getAlarmSource();
-    if (value.empty()) {
-        value = m_strAlarmSource;
-    }
-    if (value.empty()) {
+    const char* value = !source->m_strAlarmSource.empty() ? source->m_strAlarmSource.c_str() : m_strAlarmSource.c_str();
+    if (value[0] == '\0') {
         const char* podName = std::getenv("PODNAME");
         if (podName != nullptr) {
             value = podName;
         }
     }
-    if (!value.empty()) {
-        target->appendParameter("AlarmSource", value.c_str());
+    if (value[0] != '\0') {
+        target->appendParameter("AlarmSource", value);
     }
 }
 
@@ -349,10 +348,8 @@ void AlarmManagerEx::fillNodIp2Alarm(AlarmEx* alarm) {
         ALM_LOG_ERROR("AlarmManagerEx::fillNodIp2Alarm pAlarm is Null!");
         return;
     }
-    const std::string value = AlmRukInterface::GetAlarmSourceAddress();
-    if (!value.empty()) {
-        alarm->setNodeIp(value);
-        alarm->appendParameter("AlarmSourceLocation", value.c_str());
+    if (AlmRukInterface::GetAlarmSourceAddress(alarm->m_strNodeIp)) {
+        alarm->appendParameter("AlarmSourceLocation", alarm->m_strNodeIp.c_str());
     }
 }
 

@@ -67,15 +67,20 @@ std::string AlmRukInterface::GetServiceIp() {
     return m_strServiceIp;
 }
 
-std::string AlmRukInterface::GetAlarmSourceAddress() {
-    std::string address = GetNodeIP();
-    if (address.empty()) {
-        const char* serverIp = std::getenv("SERVER_IP");
-        if (serverIp != nullptr) {
-            address = serverIp;
+bool AlmRukInterface::GetAlarmSourceAddress(std::string& address) {
+    {
+        std::lock_guard<std::mutex> lock(AddressMutex());
+        if (!m_strNodeIP.empty()) {
+            address = m_strNodeIP;
+            return true;
         }
     }
-    return address;
+    const char* serverIp = std::getenv("SERVER_IP");
+    if (serverIp == nullptr || serverIp[0] == '\0') {
+        return false;
+    }
+    address = serverIp;
+    return true;
 }
 
 unsigned short AlmRukInterface::GetLocalPort() { return m_uLocalPort; }

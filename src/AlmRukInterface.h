@@ -22,8 +22,9 @@ public:
     static void UnlockAddressesAfterFork();
     static std::string GetServiceIp();
     // Where an alarm says it comes from: the node address, else SERVER_IP as
-    // it is set (even one character); "" when neither is known.
-    static std::string GetAlarmSourceAddress();
+    // it is set (even one character). Assigned to address only when one is
+    // known (true); address is left as it was otherwise.
+    static bool GetAlarmSourceAddress(std::string& address);
     static unsigned short GetLocalPort();
 
     // A request record with its buffers and header list attached; NULL on failure.

@@ -174,8 +174,7 @@ TEST(AlarmCheckRegistration, FiveFailedAttemptsReturnTheLastResultAndLeaveNoCall
 
 TEST_F(AlarmCheck, NamesNoRequestCouldReachAreRefused) {
     for (const std::string& name :
-         {std::string("a?b"), std::string("a#b"), std::string("a b"), std::string("a%41"), std::string("a/b"),
-          std::string(".."), std::string("\xe5\x90\x8d"), std::string(1100, 'n')}) {
+         std::vector<std::string>{"a?b", "a#b", "a b", "a%41", "a/b", "..", "\xe5\x90\x8d", std::string(1100, 'n')}) {
         EXPECT_EQ(-1, ZEBRegisterAlarmCheckCallBackFun(name.c_str(), &OrdersCallback)) << name;
         EXPECT_TRUE(log_.contains("AlarmManagerEx::ResitAlarmCheckInterface serviceName " + name +
                                       " with appId app-7 cannot be reached in a URL path, refused",

@@ -70,15 +70,9 @@ TEST(RetCode, AnswerTable) {
         {R"({"retCode":0})", "OK", nullptr},
         {R"({"retCode":7})", "Failed", kFailed},
         {R"({"retCode":-1})", "Failed", kFailed},
-        {R"({"retCode":true})", "Failed", kFailed},
-        {R"({"retCode":3e10})", "Failed", kFailed},
-        // Anything cJSON holds as integer 0 is success, by design.
-        {R"({"retCode":"1"})", "OK", nullptr},
-        {R"({"retCode":false})", "OK", nullptr},
-        {R"({"retCode":[1]})", "OK", nullptr},
+        {R"({"retCode":"1"})", "OK", nullptr},  // anything cJSON holds as integer 0 is success, by design
         // The key is looked up without regard to case; trailing text is ignored.
         {R"({"RETCODE":5})", "Failed", kFailed},
-        {R"({"RetCode":0,"retCode":9})", "OK", nullptr},
         {R"({"retCode":0} trailing)", "OK", nullptr},
         {R"({"resultCode":0})", "", kMissing},
         {"[0]", "", kMissing},
@@ -160,13 +154,11 @@ TEST(PushDocument, IntegersPrintAsCJsonNumbers) {
     const std::pair<int64_t, std::string> rows[] = {
         {-1, "-1"},
         {2147483648LL, "2147483648"},
-        {-2147483649LL, "-2147483649"},
         {999999999999999LL, "999999999999999"},
         {-1000000000000000LL, "-1e+15"},
         {1000000000000001LL, "1000000000000001"},
         {9007199254740993LL, "9.00719925474099e+15"},
         {INT64_MAX, "9.2233720368547758e+18"},
-        {INT64_MIN, "-9.2233720368547758e+18"},
     };
     for (const auto& [value, number] : rows) {
         SCOPED_TRACE(number);
@@ -282,11 +274,7 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         // Output before a bad byte stays.
         {"TWFu\tAAA", 8, -1, "Man"},
         {"TWFu-AAA", 8, -1, "Man"},
-        {"TWFu_AAA", 8, -1, "Man"},
-        // clang-format off
-        {"TWFu\x80" "AAA", 8, -1, "Man"},
-        {"TWFu\xff" "AAA", 8, -1, "Man"},
-        // clang-format on
+        {"TWFu\377AAA", 8, -1, "Man"},
     };
     for (const auto& row : decodings) {
         SCOPED_TRACE(row.text);

@@ -1,5 +1,4 @@
-// The agent's alarm checks: served over HTTP, answered at once with the fixed
-// document, handed to the right service's callback on the library's own thread, in order.
+// The agent's alarm checks: answered at once, handed in order to the named service's callback on the library's thread.
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -83,11 +82,10 @@ TEST_F(AlarmCheck, TheAgentCallsBackTheServiceItHeardFrom) {
     EXPECT_EQ("orders [\"first\"]|orders {\"a\":1}|orders [2]", Delivered(3));
 }
 
-// Every check is answered at once: 405 unless posted, 500 when it cannot be decoded or is empty, else 200 with the
-// fixed answer, then dropped with its reason or delivered. With a minute-long tick, only each check itself wakes the
-// thread.
+// Every check is answered at once (405 unless posted, 500 when undecodable or empty, else the fixed answer), then
+// dropped with its reason or delivered compact.
 TEST_F(AlarmCheck, ChecksAreAnsweredAtOnceThenDroppedWithTheirReasonOrDeliveredAsCompactText) {
-    pauses_.wakeOnWork(60000);
+    pauses_.wakeOnWork(60000);  // with a minute-long tick, only each check itself wakes the thread
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     EXPECT_TRUE(
         log_.contains("RegResource success,iret=0, url=/orders/app-7/alarmCheck/callBack, serviceName=orders", 2));
@@ -214,8 +212,7 @@ INSTANTIATE_TEST_SUITE_P(ByCountAndBytes, AlarmCheckFlood,
                          ::testing::Values(std::make_tuple(std::size_t{1}, 276, 256),
                                            std::make_tuple(std::size_t{700 * 1024}, 4, 2)));
 
-// Registrations racing on several threads start one alarm-check thread, so every callback runs on it, one at a time, in
-// arrival order, each check with the callback of the service it names.
+// Racing registrations start one check thread: every manager's checks run on it, one at a time, in arrival order.
 TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerInOrder) {
     ASSERT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OrdersCallback));
     std::atomic<bool> go{false};
@@ -243,8 +240,7 @@ TEST_F(AlarmCheck, ConcurrentRegistrationsStartOneThreadThatServesEveryManagerIn
     EXPECT_EQ(expected, Delivered(16));
 }
 
-// A stranger's process holding `count` connections from 127.0.0.2 to port, each a request cut short after its headers,
-// until the returned socket is closed; -1 when it could not start.
+// A stranger's process holding `count` half-sent requests from 127.0.0.2 until the returned socket closes (or -1).
 int StartIdleAttacker(int port, int count) {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) {

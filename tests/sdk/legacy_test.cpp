@@ -1,6 +1,5 @@
-// The legacy generation: its C functions' checks, the manager's refusals, the legacy document as the agent receives
-// it, and its bilingual location and append-information texts (parameter classes and types, the alarm source and its
-// location with their fallbacks, the 1024-byte limit).
+// The legacy generation: its C functions' checks, the manager's refusals, the document as the agent receives it, and
+// its bilingual location and append-information texts.
 #include "AlarmAdapter.h"
 #include "AlarmManager.h"
 #include "AlmRukInterface.h"

@@ -1,5 +1,4 @@
-// The wire formats: the push documents of both generations (exact texts, integers as cJSON prints them, the agent's
-// answer, allocation failures) and the base64 pair (exact output, the decoder's leniencies and refusals).
+// The wire formats: both generations' push documents and the agent's answer, and the base64 pair.
 #include <cjson/cJSON.h>
 
 #include <numeric>
@@ -26,8 +25,7 @@ std::string Printed(cJSON* tree) { return Taken(cJSON_PrintUnformatted(JsonTree(
 std::string Document(const std::list<AlarmEx*>& alarms) { return Taken(AlmJsonParser::GenRestDataJsonEx(alarms)); }
 std::string Object(AlarmEx* alarm) { return Printed(AlmJsonParser::GenAlarmEx(alarm)); }
 
-// Exact texts: a full alarm in its envelope, an announcement (only the id "0": the first seven keys), a bare clear; the
-// list's order kept and null records left out.
+// Exact texts: a full alarm in its envelope, an announcement (id "0" only: seven keys), a bare clear; nulls left out.
 TEST(PushDocument, ExactCompactTexts) {
     testsupport::LogCapture log;
     const std::string head = R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)";
@@ -148,8 +146,7 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
     }
 }
 
-// Integers print as cJSON prints a double: digits while exact (below 10^15), its 15- or 17-digit text beyond, in
-// every number field of both generations.
+// Integers print as cJSON prints a double (digits below 10^15, 15 or 17 digits beyond) in both generations' fields.
 TEST(PushDocument, IntegersPrintAsCJsonNumbers) {
     const std::pair<int64_t, std::string> rows[] = {
         {-1, "-1"},

@@ -97,33 +97,35 @@ struct Alert {
     std::map<std::string, std::string> labels, annotations;
 };
 
-inline std::map<std::string, std::string> Strings(const cJSON* object) {
-    std::map<std::string, std::string> out;
-    for (const cJSON* item = object != nullptr ? object->child : nullptr; item != nullptr; item = item->next) {
-        out[item->string] = cJSON_IsString(item) ? item->valuestring : "";
+// Start() runs Alertmanagers on loopback (one alone, or peers of one cluster) and the bridge program in front of all
+// of them, with args added to its command line; uiPath: the folder served as the peers' web page.
+class BridgeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (access(kAlertmanager, X_OK) != 0) {
+            GTEST_SKIP() << kAlertmanager << " is not installed (Debian package prometheus-alertmanager)";
+        }
     }
-    return out;
-}
-
-// Alertmanagers on loopback: one alone, or peers of one cluster; uiPath: the folder served as its web page.
-class Alertmanagers {
-public:
-    Alertmanagers(const TempDir& dir, int count, std::string uiPath) : dir_(dir), uiPath_(std::move(uiPath)) {
+    void Start(int count = 1, const std::vector<std::string>& args = {}, const std::string& uiPath = "") {
         std::ofstream(dir.path() + "/am.yml") << "route: {receiver: default}\nreceivers: [{name: default}]\n";
+        uiPath_ = uiPath;
+        bridgeArgs_ = args;
         for (int i = 0; i < count; ++i) {
             web_.push_back(FreeLoopbackPort());
             gossip_.push_back(FreeLoopbackPort());
+            bridgeArgs_.insert(bridgeArgs_.end(), {"--alertmanager", PeerUrl(i)});
         }
-        processes_.resize(count);
+        peers_.resize(count);
         for (int i = 0; i < count; ++i) {
-            start(i);
+            StartPeer(i);
         }
+        StartBridge();
     }
-    void start(int i) {
-        const std::string at = dir_.path() + "/am" + std::to_string(i);
+    void StartPeer(int i) {
+        const std::string at = dir.path() + "/am" + std::to_string(i);
         const auto gossip = [&](std::size_t j) { return "127.0.0.1:" + std::to_string(gossip_[j]); };
-        std::vector<std::string> args{kAlertmanager, "--config.file=" + dir_.path() + "/am.yml", "--storage.path=" + at,
-                                      "--web.listen-address=" + url(i).substr(7),
+        std::vector<std::string> args{kAlertmanager, "--config.file=" + dir.path() + "/am.yml", "--storage.path=" + at,
+                                      "--web.listen-address=" + PeerUrl(i).substr(7),
                                       "--cluster.listen-address=" + (web_.size() > 1 ? gossip(i) : "")};
         if (!uiPath_.empty()) {
             args.push_back("--web.ui-path=" + uiPath_);
@@ -133,25 +135,32 @@ public:
                 args.push_back("--cluster.peer=" + gossip(j));
             }
         }
-        processes_[i] = std::make_unique<Process>(args, at + ".log");
-        ASSERT_TRUE(WaitUntil([&] { return Http(url(i) + "/-/ready").status == 200; }, 30000)) << url(i);
+        peers_[i] = std::make_unique<Process>(args, at + ".log");
+        ASSERT_TRUE(WaitUntil([&] { return Http(PeerUrl(i) + "/-/ready").status == 200; }, 30000)) << PeerUrl(i);
     }
-    void stop(int i) { processes_[i].reset(); }
-    std::string url(int i) const { return "http://127.0.0.1:" + std::to_string(web_[i]); }
-    std::vector<Alert> alerts(int i) const {
+    void StopPeer(int i) { peers_[i].reset(); }
+    std::string PeerUrl(int i) const { return "http://127.0.0.1:" + std::to_string(web_[i]); }
+    std::vector<Alert> Alerts(int i) const {
+        const auto strings = [](const cJSON* object) {
+            std::map<std::string, std::string> out;
+            for (const cJSON* item = object != nullptr ? object->child : nullptr; item != nullptr; item = item->next) {
+                out[item->string] = cJSON_IsString(item) ? item->valuestring : "";
+            }
+            return out;
+        };
         std::vector<Alert> out;
-        Json root(cJSON_Parse(Http(url(i) + "/api/v2/alerts").body.c_str()), cJSON_Delete);
+        Json root(cJSON_Parse(Http(PeerUrl(i) + "/api/v2/alerts").body.c_str()), cJSON_Delete);
         for (const cJSON* item = root ? root->child : nullptr; item != nullptr; item = item->next) {
             out.push_back(
-                {Strings(cJSON_GetObjectItem(item, "labels")), Strings(cJSON_GetObjectItem(item, "annotations"))});
+                {strings(cJSON_GetObjectItem(item, "labels")), strings(cJSON_GetObjectItem(item, "annotations"))});
         }
         return out;
     }
     // Peer i's alerts, sorted: each "k=v,k=v" of all labels when full, else "alarm_id:its parameter or location".
-    std::vector<std::string> firing(int i = 0, bool full = false) const {
+    std::vector<std::string> Firing(int i = 0, bool full = false) const {
         static const std::set<std::string> kCommon{"alarm_id", "alertname", "app_id", "node", "service"};
         std::vector<std::string> out;
-        for (const Alert& alert : alerts(i)) {
+        for (const Alert& alert : Alerts(i)) {
             std::string text = full ? "" : alert.labels.at("alarm_id") + ":";
             for (const auto& [key, value] : alert.labels) {
                 text += full ? (text.empty() ? "" : ",") + key + "=" + value : kCommon.count(key) ? "" : value;
@@ -162,18 +171,7 @@ public:
         return out;
     }
 
-private:
-    const TempDir& dir_;
-    std::string uiPath_;
-    std::vector<int> web_, gossip_;
-    std::vector<std::unique_ptr<Process>> processes_;
-};
-
-// The bridge program in front of the given Alertmanager URLs, on a free port.
-class BridgeRun {
-public:
-    BridgeRun(const TempDir& dir, std::vector<std::string> args) : dir_(dir), args_(std::move(args)) {}
-    void start() {
+    void StartBridge() {
         const auto self = std::filesystem::read_symlink("/proc/self/exe");
         // A cross build runs the program through the emulator the tests are run with (words separated by commas).
         std::vector<std::string> args;
@@ -184,24 +182,22 @@ public:
             }
         }
         args.insert(args.end(), {(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(), "--listen",
-                                 url().substr(7), "--state", state()});
-        args.insert(args.end(), args_.begin(), args_.end());
-        process_ = std::make_unique<Process>(args, dir_.path() + "/bridge.log");
-        ASSERT_TRUE(WaitUntil([&] { return Http(url() + "/metrics").status == 200; }, 10000))
-            << std::ifstream(dir_.path() + "/bridge.log").rdbuf();
+                                 BridgeUrl().substr(7), "--state", State()});
+        args.insert(args.end(), bridgeArgs_.begin(), bridgeArgs_.end());
+        bridge_ = std::make_unique<Process>(args, dir.path() + "/bridge.log");
+        ASSERT_TRUE(WaitUntil([&] { return Http(BridgeUrl() + "/metrics").status == 200; }, 10000))
+            << std::ifstream(dir.path() + "/bridge.log").rdbuf();
     }
-    void stop(int signal = SIGTERM) {
-        if (process_) {
-            process_->stop(signal);
-        }
-        process_.reset();
+    void StopBridge(int signal = SIGTERM) {
+        bridge_->stop(signal);
+        bridge_.reset();
     }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
-    std::string state() const { return dir_.path() + "/state.db"; }
+    std::string BridgeUrl() const { return "http://127.0.0.1:" + std::to_string(bridgePort_); }
+    std::string State() const { return dir.path() + "/state.db"; }
     // Posts a document (already base64 when raw) and reads the answer's code: "0" / "OK" when accepted.
-    std::pair<long, std::string> push(const std::string& document, bool raw = false) const {
+    std::pair<long, std::string> Push(const std::string& document, bool raw = false) const {
         const std::string body = raw ? document : nodeward::EncodeBase64(document);
-        const HttpResult got = Http(url() + "/om/v1/request", &body);
+        const HttpResult got = Http(BridgeUrl() + "/om/v1/request", &body);
         std::string plain;
         nodeward::DecodeBase64(got.body, &plain);
         Json root(cJSON_Parse(plain.c_str()), cJSON_Delete);
@@ -210,39 +206,22 @@ public:
         return {got.status, cJSON_IsNumber(code) ? std::to_string(code->valueint)
                                                  : (cJSON_IsString(legacy) ? legacy->valuestring : plain)};
     }
-    // One value of GET /metrics.
-    std::string metric(const std::string& name) const {
-        const std::string text = Http(url() + "/metrics").body;
+    // One value of the bridge's GET /metrics.
+    std::string Metric(const std::string& name) const {
+        const std::string text = Http(BridgeUrl() + "/metrics").body;
         const std::size_t at = text.find("\n" + name + " "), from = at + name.size() + 2;
         return at == std::string::npos ? "" : text.substr(from, text.find('\n', from) - from);
     }
 
-private:
-    const TempDir& dir_;
-    std::vector<std::string> args_;
-    int port_ = FreeLoopbackPort();
-    std::unique_ptr<Process> process_;
-};
-
-// Start() runs count Alertmanagers and the bridge in front of all of them, with args added to its command line.
-class BridgeTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (access(kAlertmanager, X_OK) != 0) {
-            GTEST_SKIP() << kAlertmanager << " is not installed (Debian package prometheus-alertmanager)";
-        }
-    }
-    void Start(int count = 1, std::vector<std::string> args = {}, const std::string& uiPath = "") {
-        peers = std::make_unique<Alertmanagers>(dir, count, uiPath);
-        for (int i = 0; i < count; ++i) {
-            args.insert(args.end(), {"--alertmanager", peers->url(i)});
-        }
-        bridge = std::make_unique<BridgeRun>(dir, args);
-        bridge->start();
-    }
     TempDir dir;
-    std::unique_ptr<Alertmanagers> peers;
-    std::unique_ptr<BridgeRun> bridge;
+
+private:
+    std::string uiPath_;
+    std::vector<std::string> bridgeArgs_;
+    std::vector<int> web_, gossip_;
+    int bridgePort_ = FreeLoopbackPort();
+    std::vector<std::unique_ptr<Process>> peers_;
+    std::unique_ptr<Process> bridge_;  // declared last: stopped first
 };
 
 }  // namespace bridgetest

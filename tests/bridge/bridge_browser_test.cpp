@@ -19,7 +19,7 @@ TEST_F(BridgeTest, WebPageShowsTheAlarmsOfBothGenerationsWithTheirTexts) {
     Start(1, {}, ALARM_BRIDGE_UI_DIR);
     LoopbackTransport transport;
     ScopedEnv app("APPID", "demo-app"), name("APPNAME", "orders-app"),
-        agent("NODEWARD_ENDPOINT", bridge->url().substr(7).c_str()), server("HOSTING_SERVER_IP", "10.0.0.5");
+        agent("NODEWARD_ENDPOINT", BridgeUrl().substr(7).c_str()), server("HOSTING_SERVER_IP", "10.0.0.5");
     // A current alarm whose parameter is markup: the page must show it as text.
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
@@ -35,14 +35,14 @@ TEST_F(BridgeTest, WebPageShowsTheAlarmsOfBothGenerationsWithTheirTexts) {
     EXPECT_EQ(1, SendAlarm(legacy));
     FreeAlarmObject(legacy);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush_legacy(10000));
-    ASSERT_TRUE(WaitUntil([&] { return peers->alerts(0).size() == 2; }, 15000)) << peers->alerts(0).size();
+    ASSERT_TRUE(WaitUntil([&] { return Alerts(0).size() == 2; }, 15000)) << Alerts(0).size();
 
     // The page after its script ran, as the browser's DOM serialises it.
     const std::string command =
         std::string("timeout -k 5 60 ") + kChromium +
         " --headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking"
         " --disable-component-update --disable-sync --user-data-dir=" +
-        dir.path() + "/profile --virtual-time-budget=3000 --dump-dom '" + peers->url(0) + "/' >" + dir.path() +
+        dir.path() + "/profile --virtual-time-budget=3000 --dump-dom '" + PeerUrl(0) + "/' >" + dir.path() +
         "/dom.html 2>" + dir.path() + "/chromium.log";
     ASSERT_EQ(std::system(command.c_str()), 0) << "chromium did not finish";
     std::stringstream dom;

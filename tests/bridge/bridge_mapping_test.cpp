@@ -1,5 +1,5 @@
-// Alarms of both generations through the bridge into one real Alertmanager, documents the bridge must refuse, and
-// a state it cannot write: nothing of those is stored.
+// Alarms of both generations through the bridge into one real Alertmanager; documents the bridge must refuse and a
+// state it cannot write store nothing.
 #include <sys/resource.h>
 
 #include <functional>
@@ -17,8 +17,22 @@ const std::string kLink =
 const std::string kLegacy =
     "alarm_id=300001,alertname=Disk usage high,app_id=app-7,location=Disk=sda,node=10.0.0.5,service=storage";
 
-TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
+// Documents the bridge must refuse store nothing; then raises and clears of both generations, each its own alert.
+TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndRaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
     Start();
+    const auto encode = nodeward::EncodeBase64;
+    const std::pair<std::string, long> bad[] = {
+        {"%%%%", 400},                                                        // not base64
+        {encode(CurrentDocument(CurrentAlarm("1", 1, "a=b"))) + "\n", 400},   // whitespace in base64
+        {encode("{\"business\":"), 400},                                      // not JSON
+        {encode("{\"payload\":{\"alarmList\":[]}}"), 400},                    // neither generation
+        {encode(CurrentDocument("{\"appId\":\"x\",\"alarmType\":1}")), 400},  // an alarm without an id
+        {encode(CurrentDocument("\"x\"")), 400},                              // an alarm list of texts
+        {std::string(5u << 20, 'A'), 413},                                    // over the bound
+    };
+    for (const auto& [body, status] : bad) {
+        EXPECT_EQ(Push(body, true), std::make_pair(status, std::string("1"))) << body.substr(0, 40);
+    }
     // clang-format off
     const struct {
         const char* what;
@@ -37,9 +51,9 @@ TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
     // clang-format on
     for (const auto& step : steps) {
         SCOPED_TRACE(step.what);
-        EXPECT_EQ(bridge->push(step.document), std::make_pair(200L, step.answer));
-        EXPECT_TRUE(WaitUntil([&] { return peers->firing(0, true) == step.firing; }, 10000));
-        for (const Alert& alert : peers->alerts(0)) {
+        EXPECT_EQ(Push(step.document), std::make_pair(200L, step.answer));
+        EXPECT_TRUE(WaitUntil([&] { return Firing(0, true) == step.firing; }, 10000));
+        for (const Alert& alert : Alerts(0)) {
             if (auto a = alert.annotations; alert.labels.at("alarm_id") == "300001") {
                 EXPECT_EQ(Words(a["name_en"], a["name_zh"], a["location_zh"], a["append_info_en"], a["append_info_zh"],
                                 a["severity"], a["service_instance"]),
@@ -47,39 +61,15 @@ TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
             }
         }
     }
-    // Seven changes in six posts, one alert still firing.
-    EXPECT_EQ(Words(bridge->metric("alarm_bridge_alarms_stored_total"), bridge->metric("alarm_bridge_alerts_active"),
-                    bridge->metric("alarm_bridge_peer_up{peer=\"" + peers->url(0) + "\"}")),
-              "7 1 1");
+    // Seven refusals; seven changes in six posts, one alert still firing.
+    EXPECT_EQ(Words(Metric("alarm_bridge_requests_refused_total"), Metric("alarm_bridge_alarms_stored_total"),
+                    Metric("alarm_bridge_alerts_active"), Metric("alarm_bridge_peer_up{peer=\"" + PeerUrl(0) + "\"}")),
+              "7 7 1 1");
     std::string table, error;
-    ASSERT_TRUE(bridge::StatusTable(bridge->state(), &table, &error)) << error;
+    ASSERT_TRUE(bridge::StatusTable(State(), &table, &error)) << error;
     EXPECT_NE(table.find("300012    orders          app-7         10.0.0.1        Alarm 300012 disk=sda\n1 active\n"),
               std::string::npos)
         << table;
-}
-
-TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndStoresNothing) {
-    Start();
-    const auto encode = nodeward::EncodeBase64;
-    const std::pair<std::string, long> bad[] = {
-        {"%%%%", 400},                                                        // not base64
-        {encode(CurrentDocument(CurrentAlarm("1", 1, "a=b"))) + "\n", 400},   // whitespace in base64
-        {encode("{\"business\":"), 400},                                      // not JSON
-        {encode("{\"payload\":{\"alarmList\":[]}}"), 400},                    // neither generation
-        {encode(CurrentDocument("{\"appId\":\"x\",\"alarmType\":1}")), 400},  // an alarm without an id
-        {encode(CurrentDocument("\"x\"")), 400},                              // an alarm list of texts
-        {std::string(5u << 20, 'A'), 413},                                    // over the bound
-    };
-    for (const auto& [body, status] : bad) {
-        EXPECT_EQ(bridge->push(body, true), std::make_pair(status, std::string("1"))) << body.substr(0, 40);
-    }
-    EXPECT_EQ(Words(bridge->metric("alarm_bridge_requests_refused_total"),
-                    bridge->metric("alarm_bridge_alarms_stored_total")),
-              "7 0");
-    // The bridge still serves, and the first alert to arrive is the only one.
-    EXPECT_EQ(bridge->push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))),
-              std::make_pair(200L, std::string("0")));
-    EXPECT_TRUE(WaitUntil([&] { return peers->firing(0, true) == std::vector<std::string>{kDisk}; }, 10000));
 }
 
 // A state that cannot be written is answered failure, so the service sends the batch again, and nothing of it is

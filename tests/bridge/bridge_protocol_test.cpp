@@ -33,19 +33,19 @@ TEST_F(BridgeTest, ResetClearResolvesTheInstancesEarlierAlarmsOfTheScheme) {
     };
     // clang-format on
     for (const auto& step : steps) {
-        EXPECT_EQ(bridge->push(step.document).first, 200) << step.document;
-        EXPECT_TRUE(WaitUntil([&] { return peers->firing() == step.firing; }, 10000))
-            << step.document << "\n"
-            << testing::PrintToString(peers->firing());
+        EXPECT_EQ(Push(step.document).first, 200) << step.document;
+        EXPECT_TRUE(WaitUntil([&] { return Firing() == step.firing; }, 10000)) << step.document << "\n"
+                                                                               << testing::PrintToString(Firing());
     }
 }
 
 std::atomic<int> g_checks{0};
+bool g_clear = false;
 
-// The service's answer to a check: every alarm it is asked about is gone.
-void ClearChecked(char* alarms) {
-    std::unique_ptr<cJSON, void (*)(cJSON*)> list(cJSON_Parse(alarms), cJSON_Delete);
-    for (const cJSON* item = list ? list->child : nullptr; item != nullptr; item = item->next) {
+// The service's answer to a check: every alarm it is asked about is gone (g_clear), or all are still there.
+void OnCheck(char* alarms) {
+    Json list(cJSON_Parse(alarms), cJSON_Delete);
+    for (const cJSON* item = g_clear && list ? list->child : nullptr; item != nullptr; item = item->next) {
         const cJSON* id = cJSON_GetObjectItem(item, "alarmId");
         _ZEBAlarm* alarm = ZEBAllocAlarm(cJSON_IsString(id) ? id->valuestring : "?", ZEB_ALARM_CLEAR);
         for (const cJSON* p = cJSON_GetObjectItem(item, "parameters")->child; p != nullptr; p = p->next) {
@@ -57,49 +57,45 @@ void ClearChecked(char* alarms) {
     ++g_checks;
 }
 
-// Another answer: the alarms asked about are still there, so nothing is sent.
-void KeepChecked(char*) { ++g_checks; }
-
 const std::vector<std::string> kBoth{"300012:sda", "300012:sdb"};
 
-// The bridge (with args) and a service using the SDK with it as its agent, answering checks with onCheck, with
+// The bridge (with args) and a service using the SDK with it as its agent, answering checks with OnCheck, with
 // alarms 300012 on sda and sdb firing at Alertmanager.
 class CheckedService : public BridgeTest {
 protected:
-    void Serve(void (*onCheck)(char*), const std::vector<std::string>& args = {}) {
+    void Serve(bool clear, const std::vector<std::string>& args = {}) {
+        g_clear = clear;
         Start(1, args);
-        agent_ = std::make_unique<ScopedEnv>("NODEWARD_ENDPOINT", bridge->url().substr(7).c_str());
         EXPECT_EQ(0, ZEBInitAlarmSDK());
         EXPECT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
-        EXPECT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", onCheck));
+        EXPECT_EQ(0, ZEBRegisterAlarmCheckCallBackFun("orders", &OnCheck));
         for (const char* disk : {"sda", "sdb"}) {
             _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
             ZEBAppendAlarmParam(alarm, "disk", disk);
             ZEBSendAlarm(alarm);
             ZEBFreeAlarm(alarm);
         }
-        EXPECT_TRUE(WaitUntil([&] { return peers->firing() == kBoth; }, 15000))
-            << testing::PrintToString(peers->firing());
+        EXPECT_TRUE(WaitUntil([&] { return Firing() == kBoth; }, 15000)) << testing::PrintToString(Firing());
     }
     LoopbackTransport transport_;
     ScopedEnv app_{"APPID", "app-7"}, name_{"APPNAME", "orders-app"};
-    std::unique_ptr<ScopedEnv> agent_;
+    ScopedEnv agent_{"NODEWARD_ENDPOINT", BridgeUrl().substr(7).c_str()};
 };
 
 TEST_F(CheckedService, RestartedWithAlarmsItAsksTheServiceToCheckThemAndTheClearsResolve) {
-    Serve(&ClearChecked);
+    Serve(true);
     EXPECT_EQ(g_checks, 0);
-    bridge->stop();
-    bridge->start();
-    EXPECT_TRUE(WaitUntil([&] { return peers->firing().empty(); }, 15000)) << testing::PrintToString(peers->firing());
-    EXPECT_EQ(Words(g_checks.load(), bridge->metric("alarm_bridge_checks_sent_total")), "1 1");
+    StopBridge();
+    StartBridge();
+    EXPECT_TRUE(WaitUntil([&] { return Firing().empty(); }, 15000)) << testing::PrintToString(Firing());
+    EXPECT_EQ(Words(g_checks.load(), Metric("alarm_bridge_checks_sent_total")), "1 1");
 }
 
 // Without a restart: the interval's checks keep coming while the alarms stay, as a check alone resolves nothing.
 TEST_F(CheckedService, CheckIntervalAsksTheServiceAgainAndAgain) {
-    Serve(&KeepChecked, {"--check-interval", "1"});
+    Serve(false, {"--check-interval", "1"});
     EXPECT_TRUE(WaitUntil([&] { return g_checks >= 2; }, 15000)) << g_checks;
-    EXPECT_EQ(peers->firing(), kBoth);
+    EXPECT_EQ(Firing(), kBoth);
 }
 
 }  // namespace

@@ -64,34 +64,31 @@ inline HttpResult Http(const std::string& url, const std::string* body = nullptr
     return result;
 }
 
-// A program started in the background, its output appended to log; SIGTERM and reaped when destroyed.
-class Process {
-public:
-    Process(const std::vector<std::string>& args, const std::string& log) {
-        std::vector<char*> argv;
-        for (const auto& arg : args) {
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        }
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        EXPECT_EQ(posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0) << argv[0];
-        posix_spawn_file_actions_destroy(&actions);
+// Starts a program in the background, its output appended to log.
+inline pid_t Spawn(const std::vector<std::string>& args, const std::string& log) {
+    std::vector<char*> argv;
+    for (const auto& arg : args) {
+        argv.push_back(const_cast<char*>(arg.c_str()));
     }
-    void stop(int signal = SIGTERM) {
-        if (pid_ > 0) {
-            kill(pid_, signal);
-            waitpid(pid_, nullptr, 0);
-            pid_ = 0;
-        }
-    }
-    ~Process() { stop(); }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    pid_t pid = 0;
+    EXPECT_EQ(posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0) << argv[0];
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
 
-private:
-    pid_t pid_ = 0;
-};
+// Stops a program started by Spawn, if it runs, and reaps it.
+inline void Reap(pid_t& pid, int signal = SIGTERM) {
+    if (pid > 0) {
+        kill(pid, signal);
+        waitpid(pid, nullptr, 0);
+    }
+    pid = 0;
+}
 
 struct Alert {
     std::map<std::string, std::string> labels, annotations;
@@ -106,6 +103,12 @@ protected:
             GTEST_SKIP() << kAlertmanager << " is not installed (Debian package prometheus-alertmanager)";
         }
     }
+    void TearDown() override {
+        StopBridge();
+        for (pid_t& peer : peers_) {
+            Reap(peer);
+        }
+    }
     void Start(int count = 1, const std::vector<std::string>& args = {}, const std::string& uiPath = "") {
         std::ofstream(dir.path() + "/am.yml") << "route: {receiver: default}\nreceivers: [{name: default}]\n";
         uiPath_ = uiPath;
@@ -115,7 +118,7 @@ protected:
             gossip_.push_back(FreeLoopbackPort());
             bridgeArgs_.insert(bridgeArgs_.end(), {"--alertmanager", PeerUrl(i)});
         }
-        peers_.resize(count);
+        peers_.resize(count, 0);
         for (int i = 0; i < count; ++i) {
             StartPeer(i);
         }
@@ -135,10 +138,10 @@ protected:
                 args.push_back("--cluster.peer=" + gossip(j));
             }
         }
-        peers_[i] = std::make_unique<Process>(args, at + ".log");
+        peers_[i] = Spawn(args, at + ".log");
         ASSERT_TRUE(WaitUntil([&] { return Http(PeerUrl(i) + "/-/ready").status == 200; }, 30000)) << PeerUrl(i);
     }
-    void StopPeer(int i) { peers_[i].reset(); }
+    void StopPeer(int i) { Reap(peers_[i]); }
     std::string PeerUrl(int i) const { return "http://127.0.0.1:" + std::to_string(web_[i]); }
     std::vector<Alert> Alerts(int i) const {
         const auto strings = [](const cJSON* object) {
@@ -184,14 +187,11 @@ protected:
         args.insert(args.end(), {(self.parent_path() / ".." / "tools/alarm-bridge/alarm-bridge").string(), "--listen",
                                  BridgeUrl().substr(7), "--state", State()});
         args.insert(args.end(), bridgeArgs_.begin(), bridgeArgs_.end());
-        bridge_ = std::make_unique<Process>(args, dir.path() + "/bridge.log");
+        bridge_ = Spawn(args, dir.path() + "/bridge.log");
         ASSERT_TRUE(WaitUntil([&] { return Http(BridgeUrl() + "/metrics").status == 200; }, 10000))
             << std::ifstream(dir.path() + "/bridge.log").rdbuf();
     }
-    void StopBridge(int signal = SIGTERM) {
-        bridge_->stop(signal);
-        bridge_.reset();
-    }
+    void StopBridge(int signal = SIGTERM) { Reap(bridge_, signal); }
     std::string BridgeUrl() const { return "http://127.0.0.1:" + std::to_string(bridgePort_); }
     std::string State() const { return dir.path() + "/state.db"; }
     // Posts a document (already base64 when raw) and reads the answer's code: "0" / "OK" when accepted.
@@ -220,8 +220,8 @@ private:
     std::vector<std::string> bridgeArgs_;
     std::vector<int> web_, gossip_;
     int bridgePort_ = FreeLoopbackPort();
-    std::vector<std::unique_ptr<Process>> peers_;
-    std::unique_ptr<Process> bridge_;  // declared last: stopped first
+    std::vector<pid_t> peers_;
+    pid_t bridge_ = 0;
 };
 
 }  // namespace bridgetest

@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
-# The library's binary interface against the committed baseline
-# (libalarmsdk.abi.gz: abidw's description of every exported function and
-# variable and of every type reachable from include/, classes included).
+# The library's binary interface against the committed baseline libalarmsdk.abi.gz (abidw's description of every
+# export and every type reachable from include/).
 #   tests/abi/check_abi.sh LIBRARY            compare (LIBRARY built with -g)
 #   tests/abi/check_abi.sh --update LIBRARY   write the baseline from LIBRARY
-# Any difference fails: an incompatible one unless the SONAME changed with it
-# (a new major version); a compatible one (an addition) until the baseline is
+# Any difference fails: an incompatible one unless the SONAME changed with it, an addition until the baseline is
 # written in the same commit.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -28,9 +26,7 @@ if [ "$rc" -eq 0 ]; then
   exit 0
 fi
 cat "$work/report"
-# abidiff's exit status: bit 1 an error, 2 a usage error, 4 a change, 8 an
-# incompatible one. A changed layout is only "a change" to it: anything but
-# additions counts as incompatible here.
+# abidiff's exit bits: 1 error, 2 usage, 4 change, 8 incompatible; to us anything but additions is incompatible.
 if [ $((rc & 3)) -ne 0 ]; then
   echo "abidiff failed (exit $rc)"
   exit 1

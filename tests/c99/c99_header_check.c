@@ -9,19 +9,16 @@
 #include "AlarmSdk.h"
 #include "AlarmSdkStats.h"
 
-/* The packed records are part of the binary interface. */
-typedef char check_alarm_layout[(sizeof(_ZEBAlarm) == 158 && offsetof(_ZEBAlarm, alarmType) == 10 &&
-                                 offsetof(_ZEBAlarm, alarmTime) == 14 && offsetof(_ZEBAlarm, paramList) == 22 &&
-                                 offsetof(_ZEBAlarm, serviceName) == 30)
-                                    ? 1
-                                    : -1];
-typedef char check_param_layout[(sizeof(_ZEBAlarmParam) == 264 && offsetof(_ZEBAlarmParam, paramValue) == 128 &&
-                                 offsetof(_ZEBAlarmParam, next) == 256)
-                                    ? 1
-                                    : -1];
-typedef char check_legacy_header_size[(sizeof(AlarmObject) == 22 && offsetof(AlarmObject, params) == 22) ? 1 : -1];
-typedef char check_legacy_param_size[(sizeof(AlarmParam) == 256) ? 1 : -1];
-typedef char check_stats_size[(sizeof(alarmsdk_stats) == ALARMSDK_STATS_MIN_SIZE) ? 1 : -1];
+/* The packed records are part of the binary interface (C99 has no static assertion: a negative array size fails). */
+#define CHECK(name, holds) typedef char name[(holds) ? 1 : -1]
+CHECK(check_alarm_layout, sizeof(_ZEBAlarm) == 158 && offsetof(_ZEBAlarm, alarmType) == 10 &&
+                              offsetof(_ZEBAlarm, alarmTime) == 14 && offsetof(_ZEBAlarm, paramList) == 22 &&
+                              offsetof(_ZEBAlarm, serviceName) == 30);
+CHECK(check_param_layout, sizeof(_ZEBAlarmParam) == 264 && offsetof(_ZEBAlarmParam, paramValue) == 128 &&
+                              offsetof(_ZEBAlarmParam, next) == 256);
+CHECK(check_legacy_header_size, sizeof(AlarmObject) == 22 && offsetof(AlarmObject, params) == 22);
+CHECK(check_legacy_param_size, sizeof(AlarmParam) == 256);
+CHECK(check_stats_size, sizeof(alarmsdk_stats) == ALARMSDK_STATS_MIN_SIZE);
 
 int main(void) {
     /* The library linked is the one these headers describe. */

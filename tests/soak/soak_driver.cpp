@@ -1,11 +1,8 @@
-// The soak's service: raises and clears alarms for as long as it is told, from several threads, through both
-// generations and two co-process handles; takes alarm checks; forks a child now and then that raises its own. Its
-// ledger (one line per fact, for scripts/soak_check.py) names each stream's alarms, the ones the library refused, the
-// checks received, and resident memory and open descriptors sampled along the way.
-//   soak_driver SECONDS LEDGER DEFINITIONS
-// Every alarm carries "<stream>:<n>": a stream is one thread's alarms through one manager in one process, numbered
-// from 0; the current generation sends it as parameter "seq", the legacy one as its location parameter.
-#include <dirent.h>
+// The soak's service (soak_driver SECONDS LEDGER DEFINITIONS): raises and clears alarms from several threads through
+// both generations and two co-process handles, takes alarm checks, now and then forks a child that raises its own.
+// Its ledger (one fact a line, for scripts/soak_check.py) names each stream's alarms, the refused ones, the checks, and
+// sampled resident memory and open descriptors. Every alarm carries "<stream>:<n>" (one thread's alarms through one
+// manager in one process, from 0): parameter "seq" in the current generation, the location one in the legacy one.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +10,11 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,7 +28,12 @@ std::mutex g_ledgerMutex;
 FILE* g_ledger = nullptr;
 std::atomic<long> g_checks{0};
 
-void Note(const std::string& line) {
+// One ledger line: the words separated by spaces.
+template <typename... Words> void Note(const Words&... words) {
+    std::ostringstream out;
+    ((out << words << ' '), ...);
+    std::string line = out.str();
+    line.pop_back();
     std::lock_guard<std::mutex> lock(g_ledgerMutex);
     std::fprintf(g_ledger, "%s\n", line.c_str());
     std::fflush(g_ledger);
@@ -59,34 +65,22 @@ struct Stream {
             ZEBFreeAlarm(alarm);
         }
         if (!accepted) {
-            Note("refused " + tag);
+            Note("refused", tag);
         }
         ++next;
     }
-    void close() const { Note("stream " + name + " " + std::to_string(next)); }
+    void close() const { Note("stream", name, next); }
 };
 
 long ResidentKb() {
     long pages = 0, resident = 0;
-    FILE* statm = std::fopen("/proc/self/statm", "r");
-    if (statm != nullptr) {
-        if (std::fscanf(statm, "%ld %ld", &pages, &resident) != 2) {
-            resident = 0;
-        }
-        std::fclose(statm);
-    }
+    std::ifstream("/proc/self/statm") >> pages >> resident;
     return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 int OpenDescriptors() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) {
-            ++count;
-        }
-        closedir(dir);
-    }
-    return count - 3;  // ".", ".." and the directory itself
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(fds), end(fds))) - 1;  // less the listing's own
 }
 
 // A child's life: a few alarms through every manager it inherited, each in a stream of its own, then out.
@@ -105,8 +99,7 @@ void ChildRaises(AlarmManagerEx* handle, int round) {
     for (const Stream& s : streams) {
         s.close();
     }
-    Note("child " + pid + " round " + std::to_string(round) + " flush " + std::to_string(flushed[0]) + " " +
-         std::to_string(flushed[1]) + " " + std::to_string(flushed[2]));
+    Note("child", pid, "round", round, "flush", flushed[0], flushed[1], flushed[2]);
 }
 
 }  // namespace
@@ -134,11 +127,8 @@ int main(int argc, char** argv) {
         for (int m = 0; m < 4; ++m) {
             threads.emplace_back([&stop, &handles, t, m] {
                 const char* kinds[] = {"proc", "co-a", "co-b", "legacy"};
-                Stream s{std::string("p-") + kinds[m] + "-t" + std::to_string(t),
-                         m == 1   ? handles[0]
-                         : m == 2 ? handles[1]
-                                  : nullptr,
-                         m == 3};
+                AlarmManagerEx* managers[] = {nullptr, handles[0], handles[1], nullptr};
+                Stream s{std::string("p-") + kinds[m] + "-t" + std::to_string(t), managers[m], m == 3};
                 while (!stop.load()) {
                     s.raiseOne();
                     std::this_thread::sleep_for(std::chrono::milliseconds(m == 3 ? 200 : 100));
@@ -154,8 +144,7 @@ int main(int argc, char** argv) {
         const auto now = std::chrono::steady_clock::now();
         if (now >= nextSample) {
             const long elapsed = std::chrono::duration_cast<std::chrono::seconds>(now - start).count();
-            Note("sample " + std::to_string(elapsed) + " " + std::to_string(ResidentKb()) + " " +
-                 std::to_string(OpenDescriptors()));
+            Note("sample", elapsed, ResidentKb(), OpenDescriptors());
             nextSample += std::chrono::seconds(5);
         }
         if (now >= nextFork) {
@@ -172,7 +161,7 @@ int main(int argc, char** argv) {
             if (child > 0) {
                 int status = 0;
                 waitpid(child, &status, 0);
-                Note("reaped " + std::to_string(child) + " " + std::to_string(status));
+                Note("reaped", child, status);
             }
             ++round;
         }
@@ -187,10 +176,8 @@ int main(int argc, char** argv) {
     alarmsdk_stats s = {};
     s.size = sizeof(s);
     alarmsdk_get_process_stats(&s);
-    Note("checks " + std::to_string(g_checks.load()));
-    Note("done flush " + std::to_string(flushed[0]) + " " + std::to_string(flushed[1]) + " " +
-         std::to_string(flushed[2]) + " " + std::to_string(flushed[3]) + " accepted " + std::to_string(s.accepted) +
-         " delivered " + std::to_string(s.delivered) + " retried " + std::to_string(s.retried) + " dropped " +
-         std::to_string(s.dropped));
+    Note("checks", g_checks.load());
+    Note("done flush", flushed[0], flushed[1], flushed[2], flushed[3], "accepted", s.accepted, "delivered", s.delivered,
+         "retried", s.retried, "dropped", s.dropped);
     return 0;
 }

@@ -179,13 +179,10 @@ TEST_P(Location, ComesFromTheEnvironment) {
               Words(a.nodeIp, sdktest::Param(a, "AlarmSourceLocation"), sdktest::Param(a, "AlarmSource")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Location, ::testing::ValuesIn(kLocations),
-                         [](const ::testing::TestParamInfo<LocationCase>& info) {
-                             return std::string(info.param.name);
-                         });
+std::string NameOf(const ::testing::TestParamInfo<LocationCase>& info) { return info.param.name; }
+INSTANTIATE_TEST_SUITE_P(Cases, Location, ::testing::ValuesIn(kLocations), NameOf);
 
-// What a manager that was never started queues for a bare alarm with this
-// source (its queue is read here): "<AlarmSource parameter>|<service id> <instance id>".
+// What a never started manager queues for a bare alarm with this source: "<AlarmSource>|<service id> <instance id>".
 std::string Queued(AlarmManagerEx& manager, const char* source) {
     AlarmEx alarm("1", ZEB_ALARM_GENERATE);
     alarm.setAlarmSource(source);
@@ -200,8 +197,7 @@ std::string Queued(AlarmManagerEx& manager, const char* source) {
     return text;
 }
 
-// The alarm source: the record's own, else the manager's, else PODNAME.
-// Service id and instance id go out only once the service IP and name are known.
+// The alarm source: the record's own, else the manager's, else PODNAME. Service ids need the service IP and name.
 TEST(ManagerAdds, SourceFromRecordManagerOrPodNameAndServiceIdsOnlyWithIpAndName) {
     const struct {
         const char *record, *manager, *podName, *expected;
@@ -268,8 +264,7 @@ TEST_P(SharedDelivery, ARefusingAgentTimesTheFlushOutAndItsRecoveryDeliversWhatW
     EXPECT_EQ(Words(agent_->requests().size() - 1, 3), Words(s.retried, agent_->acceptedAlarms().size()));
 }
 
-// With the agent down the bound refuses the rest; once it is up every accepted
-// alarm arrives, once and in order, and the counts say so.
+// With the agent down the bound refuses the rest; once it is up every accepted alarm arrives once, in order.
 TEST_F(Delivery, AFullQueueDuringAnOutageIsCountedAndEveryAcceptedAlarmArrivesAfterIt) {
     const std::string endpoint = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
     testsupport::ScopedEnv target("NODEWARD_ENDPOINT", endpoint.c_str());

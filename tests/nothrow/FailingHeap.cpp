@@ -29,15 +29,20 @@ struct ThreadCount {
 };
 thread_local ThreadCount t_count;
 
+int KindOf(const char* name) {
+    int kind = 0;
+    while (kind < kKinds && std::strcmp(name, kNames[kind]) != 0) {
+        ++kind;
+    }
+    return kind;
+}
+
 bool IsLibraryThread() {
     if (t_count.library < 0) {
         char name[16] = {};
-        t_count.library =
-            pthread_getname_np(pthread_self(), name, sizeof(name)) == 0 && std::strncmp(name, "alarmsdk-", 9) == 0 ? 1
-                                                                                                                   : 0;
-        for (int kind = 0; kind < kKinds; ++kind) {
-            t_count.kind = std::strcmp(name, kNames[kind]) == 0 ? kind : t_count.kind;
-        }
+        const bool named = pthread_getname_np(pthread_self(), name, sizeof(name)) == 0;
+        t_count.library = named && std::strncmp(name, "alarmsdk-", 9) == 0 ? 1 : 0;
+        t_count.kind = KindOf(name);
     }
     return t_count.library == 1;
 }
@@ -80,14 +85,7 @@ void FailEachLibraryThreadAt(long n) {
 
 long LibraryRefusals() { return g_refusals.load(); }
 
-long RefusalsOf(const char* threadName) {
-    for (int kind = 0; kind < kKinds; ++kind) {
-        if (std::strcmp(threadName, kNames[kind]) == 0) {
-            return g_refusalsOf[kind].load();
-        }
-    }
-    return g_refusalsOf[kKinds].load();
-}
+long RefusalsOf(const char* threadName) { return g_refusalsOf[KindOf(threadName)].load(); }
 
 }  // namespace failingheap
 

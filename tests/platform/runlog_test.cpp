@@ -1,7 +1,5 @@
-// The small platform libraries. The run-log: line form and UTC stamps, where lines go, literal formats, and logging
-// while the process exits. The bounded string functions the library builds its fixed fields with: a copy or append
-// that does not fit fails and leaves the destination empty, never cut; a formatted text is cut and reported; no size
-// is refused.
+// The run-log (line form, UTC stamps, where lines go, literal formats, logging while the process exits) and the bounded
+// string functions the library builds its fixed fields with.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -26,15 +24,6 @@ using testsupport::LogCapture;
 using testsupport::ScopedEnv;
 using testsupport::TempDir;
 
-std::vector<std::string> ReadLines(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 // Checks "<UTC time with ms> " at the start of a line, close to now, and returns the rest of the line after it.
 std::string AfterTimestamp(const std::string& line) {
     std::tm t{};
@@ -45,16 +34,18 @@ std::string AfterTimestamp(const std::string& line) {
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
     return shaped ? line.substr(25) : line;
 }
-// The lines from the from-th on, each after its timestamp, separated by "|".
-std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0) {
+// The file's lines from the from-th on, each after its timestamp, separated by "|".
+std::string Untimed(const std::string& path, std::size_t from = 0) {
+    std::ifstream in(path, std::ios::binary);
     std::string text;
-    for (std::size_t i = from; i < lines.size(); ++i) {
-        text += (i > from ? "|" : "") + AfterTimestamp(lines[i]);
+    std::size_t i = 0;
+    for (std::string line; std::getline(in, line); ++i) {
+        text += i < from ? "" : (i > from ? "|" : "") + AfterTimestamp(line);
     }
     return text;
 }
 
-template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
+template <typename Body> std::string CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
     const int saved = dup(STDERR_FILENO), fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     EXPECT_GE(fd, 0);
@@ -63,7 +54,7 @@ template <typename Body> std::vector<std::string> CaptureStderr(const std::strin
     body();
     dup2(saved, STDERR_FILENO);
     close(saved);
-    return ReadLines(path);
+    return Untimed(path);
 }
 
 // The run-log's clock in this process, moved by hand.
@@ -87,12 +78,10 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(0, "../src/Base64", 1, "%s", "lowest level too");
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/AlmJsonParser", 9, "%s", "two\nlines");
 
-    const auto lines = ReadLines(path);
-    EXPECT_EQ("earlier line", lines.at(0));
     EXPECT_EQ(
         "2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
         "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines",
-        Untimed(lines, 1));
+        Untimed(path, 1));  // appended after "earlier line"
 
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
@@ -102,7 +91,7 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     EXPECT_FALSE(std::ifstream(path).good()) << "looked at the name before the second was up";
     g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
-    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
+    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(path));
 
     // Another RUNLOG_FILE is taken within the second, when the variable is looked up again.
     const std::string other = dir.path() + "/other.log";
@@ -111,8 +100,8 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 3, "still the old file");
     g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 4, "the new file");
-    EXPECT_EQ("2 ../src/Base64:2 after rotation|2 ../src/Base64:3 still the old file", Untimed(ReadLines(path)));
-    EXPECT_EQ("2 ../src/Base64:4 the new file", Untimed(ReadLines(other)));
+    EXPECT_EQ("2 ../src/Base64:2 after rotation|2 ../src/Base64:3 still the old file", Untimed(path));
+    EXPECT_EQ("2 ../src/Base64:4 the new file", Untimed(other));
     Runlog_SetClock(nullptr);
 }
 
@@ -124,13 +113,13 @@ TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
         SCOPED_TRACE(value == nullptr ? "unset" : value);
         ScopedEnv file("RUNLOG_FILE", value);
         g_clockMillis += 1000;  // so the run-log looks the variable up again
-        const auto lines = CaptureStderr(dir.path() + "/stderr.txt", [] {
+        const std::string lines = CaptureStderr(dir.path() + "/stderr.txt", [] {
             Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/A", 1, "info %d", 1);
             Runlog_TextAdapt(4, "../src/A", 2, "below error");
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "../src/A", 3, "error %d", 5);
             Runlog_TextAdapt(6, "../src/A", 4, "above error");
         });
-        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", Untimed(lines));
+        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", lines);
     }
     Runlog_SetClock(nullptr);
 }

@@ -101,8 +101,6 @@ void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
 void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
-// The XML parser, when an allocation fails part way through a parse, leaves
-// what its scanner held allocated (after an out-of-memory error its objects
-// are only to be discarded, not cleaned up). That is the parser's own memory,
-// past the library's reach; everything else stays checked for leaks.
+// After an allocation fails mid-parse the XML parser's objects are only to be discarded: what its scanner held stays
+// allocated. That is the parser's own memory, past the library's reach; everything else stays checked for leaks.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libxerces-c\n"; }

@@ -92,9 +92,8 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     Runlog_SetCapture(nullptr, nullptr);
 }
 
-// An answer that cannot even be decoded for lack of memory gives its batch up:
-// settled with its items left to the caller (the send loop drops and frees
-// them), not sent again.
+// An answer that cannot even be decoded for lack of memory gives its batch up: settled with its items left to the
+// caller (the send loop drops and frees them), not sent again.
 TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     testsupport::PauseRecorder pauses;
     auto* answer = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
@@ -109,9 +108,8 @@ TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     deleteAlarms(batch);
 }
 
-// A load that runs out of memory anywhere leaves the next load able to succeed.
-// Every allocation of the first 64, then ever wider steps (about 200 loads
-// for the example file's nine hundred allocations).
+// A load that runs out of memory anywhere leaves the next load able to succeed. Every allocation of the first 64, then
+// ever wider steps (about 200 loads for the example file's nine hundred allocations).
 TEST(FailingAllocator, ADefinitionLoadThatRanOutOfMemoryIsRetriedByTheNext) {
     std::string path = kDefinitions;
     ALM_SetConfFilePath(&path[0]);

@@ -1,8 +1,6 @@
-// Every thread the library runs under a heap that fails: in round n the n-th allocation of each library thread (the
-// send threads of both generations and of a co-process handle, the alarm-check thread, the transport server thread)
-// fails once, for n = 0, 1, ... until a round in which no library thread reaches n allocations. After each round:
-// nothing crashed or deadlocked, every flush ends delivered or dropped, an answered check reaches its callback or its
-// thread logged why not; at the end the counters add up. Leaks are the sanitizer build's to find.
+// Every library thread under a failing heap: in round n the n-th allocation of each fails once, until no thread reaches
+// n. After each round every flush ends delivered or dropped and an answered check reaches its callback or is logged;
+// at the end the counters add up. Leaks are the sanitizer build's to find.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -93,26 +93,15 @@ TEST(RestClientAnswers, APeerThatStopsTalkingRunsIntoTheTimeLimit) {
     }
 }
 
-// A unix path fits a socket address with its terminator: 107 bytes do, 108 are refused before connecting.
+// A unix path of 107 bytes fits a socket address with its terminator.
 TEST(RestClientEndpoints, UnixSocketsUpToTheLongestPathAndTheUrlKeepsItsAuthority) {
     testsupport::TempDir dir;
     const std::string base = dir.path() + "/";
     const std::string longest = base + std::string(107 - base.size(), 's');
     auto agent = testsupport::StartedAgent(nullptr, "unix:" + longest);
-    const std::string viaLongest = "unix:" + longest, tooLong = "unix:" + longest + "s";
-    const struct {
-        const char* endpoint;
-        std::string url;
-        std::string outcome;
-    } rows[] = {
-        {viaLongest.c_str(), kAgentUrl, "0|400|"},
-        {viaLongest.c_str(), "http://example.invalid:81/om/v1/request", "0|400|"},
-        {tooLong.c_str(), kAgentUrl, "-1"},
-    };
-    for (const auto& row : rows) {
-        const std::string outcome = Outcome(row.endpoint, row.url);
-        EXPECT_EQ(row.outcome, outcome.substr(0, row.outcome.size())) << row.endpoint << " " << row.url;
-    }
+    const std::string via = "unix:" + longest;  // one byte more is the endpoint grammar's refusal
+    EXPECT_EQ(0u, Outcome(via.c_str()).find("0|400|"));
+    EXPECT_EQ(0u, Outcome(via.c_str(), "http://example.invalid:81/om/v1/request").find("0|400|"));
     ASSERT_EQ(2u, agent->requests().size());
     EXPECT_EQ(REST_LOCAL_ENDPOINT " example.invalid:81",
               testsupport::Words(agent->requests()[0].header("Host"), agent->requests()[1].header("Host")));

@@ -40,15 +40,14 @@ std::string Outcome(const char* endpoint, const std::string& url = kAgentUrl) {
 }
 bool Failed(const std::string& outcome) { return outcome.find('|') == std::string::npos; }
 
-std::string Announced(size_t length) {
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + std::string(length, 'x');
-}
-
-std::string Chunked(size_t length) {
+// A 200 answer of length bytes, announced by Content-Length or chunked.
+std::string Answer(size_t length, bool chunked = false) {
     char size[32];
     std::snprintf(size, sizeof(size), "%zx\r\n", length);
-    return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + std::string(length, 'x') +
-           "\r\n0\r\n\r\n";
+    return chunked
+               ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) +
+                     std::string(length, 'x') + "\r\n0\r\n\r\n"
+               : "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + std::string(length, 'x');
 }
 
 TEST(RestClientAnswers, OnlyWhatFitsTheLimitsIsTakenAndNothingIsFollowed) {
@@ -63,20 +62,18 @@ TEST(RestClientAnswers, OnlyWhatFitsTheLimitsIsTakenAndNothingIsFollowed) {
         std::string answer;
         std::string outcome;
     } rows[] = {
-        {"body of the cap, announced", Announced(REST_MAX_ANSWER_BODY), "0|200|" + cap + "|"},
-        {"one byte more, announced", Announced(REST_MAX_ANSWER_BODY + 1), std::to_string(CURLE_FILESIZE_EXCEEDED)},
-        {"body of the cap, chunked", Chunked(REST_MAX_ANSWER_BODY), "0|200|" + cap + "|"},
-        {"one byte more, chunked", Chunked(REST_MAX_ANSWER_BODY + 1), std::to_string(CURLE_WRITE_ERROR)},
+        // clang-format off
+        {"body of the cap, announced", Answer(REST_MAX_ANSWER_BODY), "0|200|" + cap + "|"},
+        {"one byte more, announced", Answer(REST_MAX_ANSWER_BODY + 1), std::to_string(CURLE_FILESIZE_EXCEEDED)},
+        {"body of the cap, chunked", Answer(REST_MAX_ANSWER_BODY, true), "0|200|" + cap + "|"},
+        {"one byte more, chunked", Answer(REST_MAX_ANSWER_BODY + 1, true), std::to_string(CURLE_WRITE_ERROR)},
         {"header block above 256 KiB", headers + "Content-Length: 0\r\n\r\n", std::to_string(CURLE_WRITE_ERROR)},
-        {"redirect",
-         "HTTP/1.1 307 Temporary Redirect\r\nLocation: http://" + elsewhere->endpoint() +
-             "/om/v1/request\r\nContent-Length: 0\r\n\r\n",
-         "0|307|0|"},
-        {"interim answer, then a folded header",
-         "HTTP/1.1 100 Continue\r\nX-A: interim\r\n\r\nHTTP/1.1 200 OK\r\nX-A: one\r\n \t two \r\nContent-Length: "
-         "2\r\n\r\nok",
-         "0|200|2|one two"},
+        {"redirect", "HTTP/1.1 307 Temporary Redirect\r\nLocation: http://" + elsewhere->endpoint() +
+                     "/om/v1/request\r\nContent-Length: 0\r\n\r\n", "0|307|0|"},
+        {"interim answer, then a folded header", "HTTP/1.1 100 Continue\r\nX-A: interim\r\n\r\nHTTP/1.1 200 OK\r\n"
+                     "X-A: one\r\n \t two \r\nContent-Length: 2\r\n\r\nok", "0|200|2|one two"},
         {"closed without a word", "", std::to_string(CURLE_GOT_NOTHING)},
+        // clang-format on
     };
     for (const auto& row : rows) {
         RawPeer peer(row.answer);

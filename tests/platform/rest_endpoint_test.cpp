@@ -62,10 +62,8 @@ TEST(RestEndpoint, OneGrammarForTheClientAndTheTools) {
             continue;
         }
         ASSERT_EQ(nullptr, refusal) << c.text << ": " << refusal;
-        EXPECT_EQ(!c.path.empty(), parsed.isUnix != 0) << c.text;
-        EXPECT_EQ(c.host, parsed.host) << c.text;
-        EXPECT_EQ(c.port, parsed.port) << c.text;
-        EXPECT_EQ(c.path, parsed.path) << c.text;
+        EXPECT_EQ(testsupport::Words(!c.path.empty(), c.host, c.port, c.path),
+                  testsupport::Words(parsed.isUnix != 0, parsed.host, parsed.port, parsed.path));
     }
     rest_endpoint unused;
     EXPECT_STREQ("no endpoint given", restParseEndpoint(nullptr, 0, &unused));

@@ -305,21 +305,17 @@ const SendRun kRuns[] = {
          EXPECT_EQ("300012 1 app-7 orders sda 95",
                    testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
-                                       "last_delivery_ms=1"))
-             << result.out;
+                                       "last_delivery_ms=1")) << result.out;
      }},
     // The shipped example definitions, their language files included, as the agent receives them.
     {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"},
-     "",
-     Agent::Accepting, 0, "",
+     "", Agent::Accepting, 0, "",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
-         EXPECT_EQ(
-             "1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
-             "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
-             testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
-                 a.appendInfo);
+         EXPECT_EQ("1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
+                   "EN:Reason=Peer shut down##ZH:原因=对端关闭##", testsupport::Words(a.legacy, a.alarmType,
+                   a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" + a.appendInfo);
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id\nUsage: alarm-send"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n",
@@ -329,11 +325,11 @@ const SendRun kRuns[] = {
      }},
     {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
      Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
-    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "",
-     Agent::Accepting, 1, "alarm-send: 1 of 1 alarms refused: not defined in"},
+    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "", Agent::Accepting, 1,
+     "alarm-send: 1 of 1 alarms refused: not defined in"},
     {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},
-    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "",
-     Agent::Refusing, 4, "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
+    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "", Agent::Refusing, 4,
+     "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
 };
 // clang-format on
 

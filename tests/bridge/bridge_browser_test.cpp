@@ -1,5 +1,5 @@
-// The bridge's web page in a real browser: Alertmanager serves it, headless
-// Chromium runs its script, and the alarms the services raised are on it.
+// The bridge's web page in a real browser: Alertmanager serves it, headless Chromium runs its script, and the alarms
+// the services raised are on it.
 #include <cstdlib>
 #include <regex>
 
@@ -12,32 +12,14 @@ namespace {
 
 constexpr char kChromium[] = "/usr/bin/chromium";
 
-// The page after its script ran, as the browser's DOM serialises it; "" when it did not finish in time.
-std::string DumpPage(const TempDir& dir, const std::string& url) {
-    const std::string command =
-        std::string("timeout -k 5 60 ") + kChromium +
-        " --headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking"
-        " --disable-component-update --disable-sync --user-data-dir=" +
-        dir.path() + "/profile" + " --virtual-time-budget=3000 --dump-dom '" + url + "' >" + dir.path() +
-        "/dom.html 2>" + dir.path() + "/chromium.log";
-    if (std::system(command.c_str()) != 0) {
-        return "";
-    }
-    std::stringstream dom;
-    dom << std::ifstream(dir.path() + "/dom.html").rdbuf();
-    return dom.str();
-}
-
 TEST_F(BridgeTest, WebPageShowsTheAlarmsOfBothGenerationsWithTheirTexts) {
     if (access(kChromium, X_OK) != 0) {
         GTEST_SKIP() << kChromium << " is not installed (Debian package chromium)";
     }
-    Alertmanagers peers(dir, 1, ALARM_BRIDGE_UI_DIR);
-    BridgeRun bridge(dir, {peers.url(0)});
-    bridge.start();
-    testsupport::LoopbackTransport transport;
-    testsupport::ScopedEnv app("APPID", "demo-app"), name("APPNAME", "orders-app"),
-        agent("NODEWARD_ENDPOINT", bridge.url().substr(7).c_str()), server("HOSTING_SERVER_IP", "10.0.0.5");
+    Start(1, {}, ALARM_BRIDGE_UI_DIR);
+    LoopbackTransport transport;
+    ScopedEnv app("APPID", "demo-app"), name("APPNAME", "orders-app"),
+        agent("NODEWARD_ENDPOINT", BridgeUrl().substr(7).c_str()), server("HOSTING_SERVER_IP", "10.0.0.5");
     // A current alarm whose parameter is markup: the page must show it as text.
     ASSERT_EQ(0, ZEBInitAlarmSDK());
     ASSERT_EQ(0, ZEBRegisterInfo("orders", "orders-label"));
@@ -53,10 +35,19 @@ TEST_F(BridgeTest, WebPageShowsTheAlarmsOfBothGenerationsWithTheirTexts) {
     EXPECT_EQ(1, SendAlarm(legacy));
     FreeAlarmObject(legacy);
     EXPECT_EQ(ALARMSDK_FLUSH_DELIVERED, alarmsdk_flush_legacy(10000));
-    ASSERT_TRUE(WaitUntil([&] { return peers.alerts(0).size() == 2; }, 15000)) << LabelTexts(peers, 0).size();
+    ASSERT_TRUE(WaitUntil([&] { return Alerts(0).size() == 2; }, 15000)) << Alerts(0).size();
 
-    const std::string page = DumpPage(dir, peers.url(0) + "/");
-    ASSERT_FALSE(page.empty()) << "chromium did not finish";
+    // The page after its script ran, as the browser's DOM serialises it.
+    const std::string command =
+        std::string("timeout -k 5 60 ") + kChromium +
+        " --headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking"
+        " --disable-component-update --disable-sync --user-data-dir=" +
+        dir.path() + "/profile --virtual-time-budget=3000 --dump-dom '" + PeerUrl(0) + "/' >" + dir.path() +
+        "/dom.html 2>" + dir.path() + "/chromium.log";
+    ASSERT_EQ(std::system(command.c_str()), 0) << "chromium did not finish";
+    std::stringstream dom;
+    dom << std::ifstream(dir.path() + "/dom.html").rdbuf();
+    const std::string page = dom.str();
     const char* expected[] = {
         "2 active",         // the status line: the script read the alerts
         "<h2>orders</h2>",  // one table per service

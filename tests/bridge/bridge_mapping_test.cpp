@@ -1,5 +1,5 @@
-// Alarms of both generations through the bridge into one real Alertmanager,
-// and documents the bridge must refuse without storing them.
+// Alarms of both generations through the bridge into one real Alertmanager; documents the bridge must refuse and a
+// state it cannot write store nothing.
 #include <sys/resource.h>
 
 #include <functional>
@@ -17,111 +17,71 @@ const std::string kLink =
 const std::string kLegacy =
     "alarm_id=300001,alertname=Disk usage high,app_id=app-7,location=Disk=sda,node=10.0.0.5,service=storage";
 
-TEST_F(BridgeTest, RaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
-    Alertmanagers peers(dir, 1);
-    BridgeRun bridge(dir, {peers.url(0)});
-    bridge.start();
-    struct Step {
+// Documents the bridge must refuse store nothing; then raises and clears of both generations, each its own alert.
+TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndRaisesAndClearsBothGenerationsAsTheirOwnAlerts) {
+    Start();
+    const auto encode = nodeward::EncodeBase64;
+    const std::pair<std::string, long> bad[] = {
+        {"%%%%", 400},                                                        // not base64
+        {encode(CurrentDocument(CurrentAlarm("1", 1, "a=b"))) + "\n", 400},   // whitespace in base64
+        {encode("{\"business\":"), 400},                                      // not JSON
+        {encode("{\"payload\":{\"alarmList\":[]}}"), 400},                    // neither generation
+        {encode(CurrentDocument("{\"appId\":\"x\",\"alarmType\":1}")), 400},  // an alarm without an id
+        {encode(CurrentDocument("\"x\"")), 400},                              // an alarm list of texts
+        {std::string(5u << 20, 'A'), 413},                                    // over the bound
+    };
+    for (const auto& [body, status] : bad) {
+        EXPECT_EQ(Push(body, true), std::make_pair(status, std::string("1"))) << body.substr(0, 40);
+    }
+    // clang-format off
+    const struct {
         const char* what;
         std::string document, answer;
-        std::vector<std::string> firing;
-    };
-    const Step steps[] = {
-        {"two raises",
-         CurrentDocument(CurrentAlarm("300012", 1, "disk=sda") + "," + CurrentAlarm("300020", 1, "interface=eth1")),
-         "0",
-         {kDisk, kLink}},
-        {"a clear with the raise's parameters",
-         CurrentDocument(CurrentAlarm("300020", 2, "interface=eth1")),
-         "0",
+        std::vector<std::string> firing;  // sorted
+    } steps[] = {
+        {"two raises", CurrentDocument(CurrentAlarm("300012", 1, "disk=sda") + "," +
+                                       CurrentAlarm("300020", 1, "interface=eth1")), "0", {kDisk, kLink}},
+        {"a clear with the raise's parameters", CurrentDocument(CurrentAlarm("300020", 2, "interface=eth1")), "0",
          {kDisk}},
-        {"a clear of another parameter resolves nothing",
-         CurrentDocument(CurrentAlarm("300012", 2, "disk=sdb")),
-         "0",
-         {kDisk}},
-        {"legacy raise", LegacyDocument(LegacyAlarm("300001", 0, "sda")), "OK", {kDisk, kLegacy}},
-        {"legacy clear of another location", LegacyDocument(LegacyAlarm("300001", 1, "sdb")), "OK", {kDisk, kLegacy}},
+        {"a clear of another parameter", CurrentDocument(CurrentAlarm("300012", 2, "disk=sdb")), "0", {kDisk}},
+        {"legacy raise", LegacyDocument(LegacyAlarm("300001", 0, "sda")), "OK", {kLegacy, kDisk}},
+        {"legacy clear of another location", LegacyDocument(LegacyAlarm("300001", 1, "sdb")), "OK", {kLegacy, kDisk}},
         {"legacy clear", LegacyDocument(LegacyAlarm("300001", 1, "sda")), "OK", {kDisk}},
     };
-    for (const Step& step : steps) {
-        EXPECT_EQ(bridge.push(step.document), std::make_pair(200L, step.answer)) << step.what;
-        auto firing = step.firing;
-        std::sort(firing.begin(), firing.end());
-        EXPECT_TRUE(WaitUntil([&] { return LabelTexts(peers, 0) == firing; }, 10000)) << step.what;
-        if (std::count(firing.begin(), firing.end(), kLegacy) != 0) {
-            const auto alerts = peers.alerts(0);
-            const auto legacy = std::find_if(alerts.begin(), alerts.end(),
-                                             [](const Alert& a) { return a.labels.at("alarm_id") == "300001"; });
-            ASSERT_NE(legacy, alerts.end());
-            auto a = legacy->annotations;
-            EXPECT_EQ(testsupport::Words(a["name_en"], a["name_zh"], a["location_zh"], a["append_info_en"],
-                                         a["append_info_zh"], a["severity"], a["service_instance"]),
-                      "Disk usage high 磁盘使用率高 磁盘=sda Usage=95 使用率=95 major inst-s")
-                << step.what;
+    // clang-format on
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.what);
+        EXPECT_EQ(Push(step.document), std::make_pair(200L, step.answer));
+        EXPECT_TRUE(WaitUntil([&] { return Firing(0, true) == step.firing; }, 10000));
+        for (const Alert& alert : Alerts(0)) {
+            if (auto a = alert.annotations; alert.labels.at("alarm_id") == "300001") {
+                EXPECT_EQ(Words(a["name_en"], a["name_zh"], a["location_zh"], a["append_info_en"], a["append_info_zh"],
+                                a["severity"], a["service_instance"]),
+                          "Disk usage high 磁盘使用率高 磁盘=sda Usage=95 使用率=95 major inst-s");
+            }
         }
     }
-    // Seven changes in six posts, one alert still firing.
-    EXPECT_EQ(testsupport::Words(bridge.metric("alarm_bridge_alarms_stored_total"),
-                                 bridge.metric("alarm_bridge_alerts_active"),
-                                 bridge.metric("alarm_bridge_peer_up{peer=\"" + peers.url(0) + "\"}")),
-              "7 1 1");
+    // Seven refusals; seven changes in six posts, one alert still firing.
+    EXPECT_EQ(Words(Metric("alarm_bridge_requests_refused_total"), Metric("alarm_bridge_alarms_stored_total"),
+                    Metric("alarm_bridge_alerts_active"), Metric("alarm_bridge_peer_up{peer=\"" + PeerUrl(0) + "\"}")),
+              "7 7 1 1");
     std::string table, error;
-    ASSERT_TRUE(bridge::StatusTable(bridge.state(), &table, &error)) << error;
-    EXPECT_NE(table.find("300012    orders          app-7         10.0.0.1        Alarm 300012 disk=sda"),
+    ASSERT_TRUE(bridge::StatusTable(State(), &table, &error)) << error;
+    EXPECT_NE(table.find("300012    orders          app-7         10.0.0.1        Alarm 300012 disk=sda\n1 active\n"),
               std::string::npos)
         << table;
-    EXPECT_NE(table.find("\n1 active\n"), std::string::npos) << table;
 }
 
-TEST_F(BridgeTest, RefusesWhatIsNotADocumentAndStoresNothing) {
-    Alertmanagers peers(dir, 1);
-    BridgeRun bridge(dir, {peers.url(0)});
-    bridge.start();
-    const auto encode = nodeward::EncodeBase64;
-    struct Bad {
-        const char* what;
-        std::string body;
-        long status;
-    };
-    const Bad bad[] = {
-        {"not base64", "%%%%", 400},
-        {"whitespace in base64", encode(CurrentDocument(CurrentAlarm("1", 1, "a=b"))) + "\n", 400},
-        {"not JSON", encode("{\"business\":"), 400},
-        {"neither generation", encode("{\"payload\":{\"alarmList\":[]}}"), 400},
-        {"alarm without an id", encode(CurrentDocument("{\"appId\":\"x\",\"alarmType\":1}")), 400},
-        {"alarm list of texts", encode(CurrentDocument("\"x\"")), 400},
-        {"body over the bound", std::string(5u << 20, 'A'), 413},
-    };
-    for (const Bad& b : bad) {
-        EXPECT_EQ(bridge.push(b.body, true), std::make_pair(b.status, std::string("1"))) << b.what;
-    }
-    EXPECT_EQ(testsupport::Words(bridge.metric("alarm_bridge_requests_refused_total"),
-                                 bridge.metric("alarm_bridge_alarms_stored_total")),
-              "7 0");
-    // The bridge still serves, and the first alert to arrive is the only one.
-    EXPECT_EQ(bridge.push(CurrentDocument(CurrentAlarm("300012", 1, "disk=sda"))),
-              std::make_pair(200L, std::string("0")));
-    EXPECT_TRUE(WaitUntil([&] { return LabelTexts(peers, 0) == std::vector<std::string>{kDisk}; }, 10000));
-}
-
-}  // namespace
-}  // namespace bridgetest
-
-namespace bridgetest {
-namespace {
-
-// A state that cannot be written is answered failure, so the service sends
-// the batch again, and nothing of it is stored; once writes work again the
-// same batch is accepted.
+// A state that cannot be written is answered failure, so the service sends the batch again, and nothing of it is
+// stored; once writes work again the same batch is accepted.
 TEST(BridgeState, UnwritableStateIsAnsweredFailureNotAccepted) {
     sqlite3* other = nullptr;
     rlimit saved{};
-    struct Way {
+    const struct {
         const char* what;
         std::function<void(const std::string& state)> block;
         std::function<void()> unblock;
-    };
-    const Way ways[] = {
+    } ways[] = {
         {"another writer holds it past the bridge's wait",
          [&](const std::string& state) {
              ASSERT_EQ(sqlite3_open(state.c_str(), &other), SQLITE_OK);
@@ -141,7 +101,8 @@ TEST(BridgeState, UnwritableStateIsAnsweredFailureNotAccepted) {
          },
          [&] { setrlimit(RLIMIT_FSIZE, &saved); }},
     };
-    for (const Way& way : ways) {
+    for (const auto& way : ways) {
+        SCOPED_TRACE(way.what);
         TempDir dir;
         bridge::BridgeOptions options;
         options.state = dir.path() + "/state.db";
@@ -155,11 +116,10 @@ TEST(BridgeState, UnwritableStateIsAnsweredFailureNotAccepted) {
         ASSERT_TRUE(bridge::StatusTable(options.state, &before, &error)) << error;
         const bridge::HttpAnswer accepted = core.push(body);
         ASSERT_TRUE(bridge::StatusTable(options.state, &after, &error)) << error;
-        EXPECT_EQ(testsupport::Words(refused.status, refused.body, accepted.status, accepted.body),
-                  testsupport::Words(503, nodeward::FailureAnswer(true), 200, nodeward::SuccessAnswer(true)))
-            << way.what;
-        EXPECT_NE(before.find("\n0 active\n"), std::string::npos) << way.what << "\n" << before;
-        EXPECT_NE(after.find("\n1 active\n"), std::string::npos) << way.what << "\n" << after;
+        EXPECT_EQ(Words(refused.status, refused.body, accepted.status, accepted.body),
+                  Words(503, nodeward::FailureAnswer(true), 200, nodeward::SuccessAnswer(true)));
+        EXPECT_NE(before.find("\n0 active\n"), std::string::npos) << before;
+        EXPECT_NE(after.find("\n1 active\n"), std::string::npos) << after;
     }
 }
 

@@ -1,5 +1,4 @@
-// The wire formats: the push documents of both generations (exact texts, integers as cJSON prints them, the agent's
-// answer, allocation failures) and the base64 pair (exact output, the decoder's leniencies and refusals).
+// The wire formats: both generations' push documents and the agent's answer, and the base64 pair.
 #include <cjson/cJSON.h>
 
 #include <numeric>
@@ -17,23 +16,16 @@ using JsonTree = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 using sdktest::FullAlarm;
 
 JsonTree Parse(const std::string& text) { return JsonTree(cJSON_Parse(text.c_str()), &cJSON_Delete); }
-
 std::string Taken(char* text) {
     std::string copy = text != nullptr ? text : "<null>";
     cJSON_free(text);
     return copy;
 }
-template <typename Record>
-std::string Printed(char* (*build)(const std::list<Record*>&), const std::list<Record*>& records) {
-    return Taken(build(records));
-}
-std::string Document(const std::list<AlarmEx*>& alarms) { return Printed(&AlmJsonParser::GenRestDataJsonEx, alarms); }
-std::string Object(AlarmEx* alarm) {
-    return Taken(cJSON_PrintUnformatted(JsonTree(AlmJsonParser::GenAlarmEx(alarm), &cJSON_Delete).get()));
-}
+std::string Printed(cJSON* tree) { return Taken(cJSON_PrintUnformatted(JsonTree(tree, &cJSON_Delete).get())); }
+std::string Document(const std::list<AlarmEx*>& alarms) { return Taken(AlmJsonParser::GenRestDataJsonEx(alarms)); }
+std::string Object(AlarmEx* alarm) { return Printed(AlmJsonParser::GenAlarmEx(alarm)); }
 
-// Exact texts: a full alarm in its envelope, an announcement (id "0": the first seven keys only), a bare clear; the
-// list's order kept and null records left out.
+// Exact texts: a full alarm in its envelope, an announcement (id "0" only: seven keys), a bare clear; nulls left out.
 TEST(PushDocument, ExactCompactTexts) {
     testsupport::LogCapture log;
     const std::string head = R"({"business":{"name":"PushAlarm"},"payload":{"alarmList":[)";
@@ -61,6 +53,9 @@ TEST(PushDocument, ExactCompactTexts) {
         R"("serviceLabel":"","alarmType":2,"serviceId":"","serviceInstId":"","rsetClear":1700000000123,)"
         R"("nodeIp":"","callBackInfo":{"serviceName":"svc","registerName":"svc","serviceIp":""},"parameters":[]})",
         Object(&bare));
+    for (const char* id : {"00", "01", ""}) {
+        EXPECT_EQ(14, cJSON_GetArraySize(Parse(Object(FullAlarm(id).get())).get())) << id;
+    }
 }
 
 TEST(RetCode, AnswerTable) {
@@ -73,25 +68,14 @@ TEST(RetCode, AnswerTable) {
         {R"({"retCode":0})", "OK", nullptr},
         {R"({"retCode":7})", "Failed", kFailed},
         {R"({"retCode":-1})", "Failed", kFailed},
-        {R"({"retCode":true})", "Failed", kFailed},
-        {R"({"retCode":3e10})", "Failed", kFailed},
-        // Anything cJSON holds as integer 0 is success, by design.
-        {R"({"retCode":"0"})", "OK", nullptr},
-        {R"({"retCode":"1"})", "OK", nullptr},
-        {R"({"retCode":false})", "OK", nullptr},
-        {R"({"retCode":null})", "OK", nullptr},
-        {R"({"retCode":[1]})", "OK", nullptr},
-        {R"({"retCode":{"a":1}})", "OK", nullptr},
+        {R"({"retCode":"1"})", "OK", nullptr},  // anything cJSON holds as integer 0 is success, by design
         // The key is looked up without regard to case; trailing text is ignored.
         {R"({"RETCODE":5})", "Failed", kFailed},
-        {R"({"RetCode":0,"retCode":9})", "OK", nullptr},
         {R"({"retCode":0} trailing)", "OK", nullptr},
-        {"{}", "", kMissing},
         {R"({"resultCode":0})", "", kMissing},
         {"[0]", "", kMissing},
         {"", "", kRootNull},
         {"not json", "", kRootNull},
-        {R"({"retCode":)", "", kRootNull},
         {nullptr, "", kRootNull},
     };
     for (const auto& row : rows) {
@@ -103,8 +87,7 @@ TEST(RetCode, AnswerTable) {
     }
 }
 
-// cJSON allocations through these fail exactly at the armed call and are
-// tracked while live, so each failure path is checked for its line and leaks.
+// cJSON allocations fail exactly at the armed call and are tracked while live: each failure path's line and leaks.
 long g_failAt = -1, g_calls = 0;
 std::set<void*> g_live;
 void* FailingMalloc(std::size_t size) {
@@ -136,10 +119,8 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
         g_calls = 0;
         char* text = AlmJsonParser::GenRestDataJsonEx(alarms);
         g_failAt = -1;
-        if (text != nullptr) {
-            // Whatever was built is valid JSON, no longer than the complete document.
-            const std::string copy = text;
-            cJSON_free(text);
+        if (text != nullptr) {  // whatever was built is valid JSON, no longer than the complete document
+            const std::string copy = Taken(text);
             EXPECT_NE(nullptr, Parse(copy)) << copy;
             EXPECT_LE(copy.size(), complete.size());
         }
@@ -165,79 +146,58 @@ TEST(PushDocumentFailures, EveryAllocationFailureIsHandled) {
     }
 }
 
-// Only the id "0" itself makes an announcement of seven keys; other ids, also those starting with "0", carry all 14.
-TEST(PushDocument, OnlyTheIdZeroIsAnAnnouncement) {
-    for (const auto& [id, keys] :
-         std::vector<std::pair<const char*, int>>{{"0", 7}, {"00", 14}, {"01", 14}, {"", 14}, {"10", 14}}) {
-        SCOPED_TRACE(id);
-        std::unique_ptr<AlarmEx> alarm = FullAlarm(id);
-        EXPECT_EQ(keys, cJSON_GetArraySize(Parse(Object(alarm.get())).get()));
-    }
-}
-
-// Integers print as cJSON prints a double: digits while exact (below 10^15), its 15- or 17-digit text beyond, in
-// every number field of both generations.
+// Integers print as cJSON prints a double (digits below 10^15, 15 or 17 digits beyond) in both generations' fields.
 TEST(PushDocument, IntegersPrintAsCJsonNumbers) {
-    const struct {
-        int64_t value;
-        const char* text;
-    } rows[] = {
-        {0, "0"},
+    const std::pair<int64_t, std::string> rows[] = {
         {-1, "-1"},
         {2147483648LL, "2147483648"},
-        {-2147483649LL, "-2147483649"},
         {999999999999999LL, "999999999999999"},
-        {-999999999999999LL, "-999999999999999"},
-        {1000000000000000LL, "1e+15"},
         {-1000000000000000LL, "-1e+15"},
         {1000000000000001LL, "1000000000000001"},
         {9007199254740993LL, "9.00719925474099e+15"},
         {INT64_MAX, "9.2233720368547758e+18"},
-        {INT64_MIN, "-9.2233720368547758e+18"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
+    for (const auto& [value, number] : rows) {
+        SCOPED_TRACE(number);
         AlarmEx alarm("7", ZEB_ALARM_GENERATE);
-        alarm.ResetAlarmTime(static_cast<long>(row.value));
-        alarm.setRsetClear(static_cast<long>(row.value));
-        const std::string text = Object(&alarm);
-        const std::string number = row.text;
-        EXPECT_NE(std::string::npos, text.find("\"occurTime\":" + number + ",")) << text;
-        EXPECT_NE(std::string::npos, text.find("\"rsetClear\":" + number + ",")) << text;
+        alarm.ResetAlarmTime(static_cast<long>(value));
+        alarm.setRsetClear(static_cast<long>(value));
         _AlarmModel model{};
         std::strcpy(model.alarmId, "1");
-        model.alarmGenTime = row.value;
-        model.eventType = row.value;
-        const std::string legacy =
-            Taken(cJSON_PrintUnformatted(JsonTree(AlmJsonParser::GenAlarmModel(&model), &cJSON_Delete).get()));
-        EXPECT_NE(std::string::npos, legacy.find("\"alarmGenTime\":" + number + ",")) << legacy;
-        EXPECT_NE(std::string::npos, legacy.find("\"eventType\":" + number + ",")) << legacy;
+        model.alarmGenTime = model.eventType = value;
+        const std::string text = Object(&alarm) + Printed(AlmJsonParser::GenAlarmModel(&model));
+        for (const char* key : {"occurTime", "rsetClear", "alarmGenTime", "eventType"}) {
+            EXPECT_NE(std::string::npos, text.find("\"" + std::string(key) + "\":" + number + ",")) << text;
+        }
     }
 }
 
 // The legacy document in full: the service node, the envelope without "Receiver", every key of an alarm in order.
 TEST(PushDocument, LegacyExactText) {
     testsupport::ScopedEnv appId("APPID", "app-\"7\"");
-    _AlarmModel model{};
-    std::strcpy(model.appId, "app-7");
-    std::strcpy(model.appName, "shop");
-    std::strcpy(model.serviceName, "storage");
-    std::strcpy(model.alarmId, "300001");
-    std::strcpy(model.nodeIp, "10.0.0.1");
-    std::strcpy(model.serviceID, "svc-1");
-    std::strcpy(model.serviceInstID, "inst-1");
-    std::strcpy(model.alarmName, "EN:Disk full##ZH:\xe7\xa3\x81\xe7\x9b\x98##");
-    std::strcpy(model.location, "EN:Disk=sda##ZH:d=\"sda\"\n##");
-    std::strcpy(model.appendInfo, "EN:##ZH:##");
-    model.rsetClear = 1;
-    model.alarmEventType = 2;
-    model.genClearAlarmType = 0;
-    model.alarmLevel = 3;
-    model.alarmGenTime = 1700000000123LL;
-    model.alarmClearTime = -1;
-    model.alarmClearType = 2;
-    model.isCanAutoClearType = 1;
-    model.eventType = 4;
+    _AlarmModel model{0,
+                      "app-7",
+                      "shop",
+                      "storage",
+                      "300001",
+                      "10.0.0.1",
+                      "svc-1",
+                      "inst-1",
+                      1,
+                      2,
+                      0,
+                      "EN:Disk full##ZH:\xe7\xa3\x81\xe7\x9b\x98##",
+                      3,
+                      1700000000123LL,
+                      -1,
+                      2,
+                      1,
+                      0,
+                      4,
+                      "",
+                      "EN:Disk=sda##ZH:d=\"sda\"\n##",
+                      "EN:##ZH:##",
+                      {}};
     EXPECT_EQ(R"({"service":{"name":"szServiceName","appid":"app-\"7\"","ipaddress":"","port":7888,"time_stamp":0},)"
               R"("business":{"name":"PushAlarm"},"payload":{"alarmList":[{"alarmName":"EN:Disk full##ZH:)"
               "\xe7\xa3\x81\xe7\x9b\x98"
@@ -246,11 +206,20 @@ TEST(PushDocument, LegacyExactText) {
               R"("alarmClearType":2,"isCanAutoClearType":1,"eventType":4,"probableCause":"","nodeID":"10.0.0.1",)"
               R"("NodeIp":"10.0.0.1","serviceID":"svc-1","serviceInstID":"inst-1","rsetClear":1,)"
               R"("location":"EN:Disk=sda##ZH:d=\"sda\"\n##","appendInfo":"EN:##ZH:##"}]}})",
-              Printed(&AlmJsonParser::GenRestDataJson, std::list<_AlarmModel*>{&model}));
+              Taken(AlmJsonParser::GenRestDataJson(std::list<_AlarmModel*>{&model})));
 }
 
 // Bytes past the written output keep this value: neither function terminates.
 constexpr char kFill = '#';
+
+// Decodes text (inlen bytes) into a filled buffer: the result, outlen (-7 when untouched) and the bytes written.
+std::string Decoded(std::string text, int inlen, std::size_t written) {
+    std::vector<char> out(text.size() + 8, kFill);
+    int outlen = -7;
+    const int rc = zeb_alm_base64_decode(&text[0], inlen, out.data(), &outlen);
+    EXPECT_EQ(kFill, out[written]) << "wrote a terminator or more";
+    return testsupport::Words(rc, outlen, std::string(out.data(), written));
+}
 
 TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
     std::string allBytes(256, '\0');
@@ -274,6 +243,8 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         EXPECT_EQ(text, std::string(out.data(), text.size()));
         EXPECT_EQ(text.size(), outlen);
         EXPECT_EQ(kFill, out[text.size()]) << "wrote past its output";
+        EXPECT_EQ(testsupport::Words(0, plain.size(), plain),
+                  Decoded(text, static_cast<int>(text.size()), plain.size()));
     }
     char man[] = "Man", encoded[8] = {}, decoded[4] = {};  // outlen is optional
     EXPECT_EQ(0, zeb_alm_base64_encode(man, 3, encoded, nullptr));
@@ -285,10 +256,6 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         int inlen, rc;
         std::string plain;  // what was written, also on failure
     } decodings[] = {
-        {"", 0, 0, ""},
-        {"Zg==", 4, 0, "f"},
-        {"Zm8=", 4, 0, "fo"},
-        {"Zm9vYmFy", 8, 0, "foobar"},
         // Line feed, carriage return and space are skipped but count toward inlen; a group left incomplete is dropped.
         {"TW\r\nFu  ", 8, 0, "Man"},
         {" T W F u", 8, 0, "Man"},
@@ -304,21 +271,12 @@ TEST(Base64, EncodesExactlyDecodesLenientlyAndRefuses) {
         // Output before a bad byte stays.
         {"TWFu\tAAA", 8, -1, "Man"},
         {"TWFu-AAA", 8, -1, "Man"},
-        {"TWFu_AAA", 8, -1, "Man"},
-        // clang-format off
-        {"TWFu\x80" "AAA", 8, -1, "Man"},
-        {"TWFu\xff" "AAA", 8, -1, "Man"},
-        // clang-format on
+        {"TWFu\377AAA", 8, -1, "Man"},
     };
     for (const auto& row : decodings) {
         SCOPED_TRACE(row.text);
-        std::string in = row.text;
-        std::vector<char> out(row.text.size() + 8, kFill);
-        int outlen = -7;
-        EXPECT_EQ(row.rc, zeb_alm_base64_decode(&in[0], row.inlen, out.data(), &outlen));
-        EXPECT_EQ(row.rc == 0 ? static_cast<int>(row.plain.size()) : -7, outlen);
-        EXPECT_EQ(row.plain, std::string(out.data(), row.plain.size()));
-        EXPECT_EQ(kFill, out[row.plain.size()]) << "wrote a terminator or more";
+        const int outlen = row.rc == 0 ? static_cast<int>(row.plain.size()) : -7;
+        EXPECT_EQ(testsupport::Words(row.rc, outlen, row.plain), Decoded(row.text, row.inlen, row.plain.size()));
     }
     // Missing pointers fail with one line, input first; other refusals are silent.
     testsupport::LogCapture log;

@@ -29,15 +29,20 @@ struct ThreadCount {
 };
 thread_local ThreadCount t_count;
 
+int KindOf(const char* name) {
+    int kind = 0;
+    while (kind < kKinds && std::strcmp(name, kNames[kind]) != 0) {
+        ++kind;
+    }
+    return kind;
+}
+
 bool IsLibraryThread() {
     if (t_count.library < 0) {
         char name[16] = {};
-        t_count.library =
-            pthread_getname_np(pthread_self(), name, sizeof(name)) == 0 && std::strncmp(name, "alarmsdk-", 9) == 0 ? 1
-                                                                                                                   : 0;
-        for (int kind = 0; kind < kKinds; ++kind) {
-            t_count.kind = std::strcmp(name, kNames[kind]) == 0 ? kind : t_count.kind;
-        }
+        const bool named = pthread_getname_np(pthread_self(), name, sizeof(name)) == 0;
+        t_count.library = named && std::strncmp(name, "alarmsdk-", 9) == 0 ? 1 : 0;
+        t_count.kind = KindOf(name);
     }
     return t_count.library == 1;
 }
@@ -80,14 +85,7 @@ void FailEachLibraryThreadAt(long n) {
 
 long LibraryRefusals() { return g_refusals.load(); }
 
-long RefusalsOf(const char* threadName) {
-    for (int kind = 0; kind < kKinds; ++kind) {
-        if (std::strcmp(threadName, kNames[kind]) == 0) {
-            return g_refusalsOf[kind].load();
-        }
-    }
-    return g_refusalsOf[kKinds].load();
-}
+long RefusalsOf(const char* threadName) { return g_refusalsOf[KindOf(threadName)].load(); }
 
 }  // namespace failingheap
 
@@ -103,8 +101,6 @@ void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
 void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
-// The XML parser, when an allocation fails part way through a parse, leaves
-// what its scanner held allocated (after an out-of-memory error its objects
-// are only to be discarded, not cleaned up). That is the parser's own memory,
-// past the library's reach; everything else stays checked for leaks.
+// After an allocation fails mid-parse the XML parser's objects are only to be discarded: what its scanner held stays
+// allocated. That is the parser's own memory, past the library's reach; everything else stays checked for leaks.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libxerces-c\n"; }

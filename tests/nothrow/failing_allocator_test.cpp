@@ -1,11 +1,9 @@
 // The C entry points under a heap that runs out (FailingHeap.h): on the calling thread, the n-th allocation of a call
-// and every later one fail. For every n the call must return its
-// failure result with an error line, never throw into C.
+// and every later one fail. For every n the call must return its failure result with an error line, never throw into C.
 #include <gtest/gtest.h>
 
-#include <new>
-
 #include <cstring>
+#include <new>
 
 #include "AlarmBuildAlarmConfInfo.h"
 #include "AlarmConfig.h"
@@ -14,6 +12,7 @@
 #include "AlarmSdkStats.h"
 #include "FailingHeap.h"
 #include "PauseRecorder.h"
+#include "Senders.h"
 #include "TestEnv.h"
 #include "runlog_testing.h"
 
@@ -26,31 +25,8 @@ std::atomic<int> g_errors{0};  // counted without allocating: it runs inside the
 void CountErrors(void*, int level, const char*, int, const char*) { g_errors += level == RUNLOG_LEVEL_ERROR; }
 void NoCallback(char*) {}
 
-// The C objects come from malloc, so only the hand-over meets the failing heap.
-long SendOne() {
-    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
-    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
-    const int result = ZEBSendAlarm(alarm);
-    ZEBFreeAlarm(alarm);
-    return result;
-}
-long SendLegacyOne() {
-    AlarmObject* alarm = AllocAlarmObject("300001", 0, 2);
-    AppendParam(alarm, "diskName", "sda-on-the-node");
-    AppendParam(alarm, "usage", "95");
-    const int result = SendAlarm(alarm);
-    FreeAlarmObject(alarm);
-    return result;
-}
-
 AlarmManagerEx* g_handle = nullptr;  // a co-process handle made before the heap fails
-long SendCoOne() {
-    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", 0);
-    ZEBAppendAlarmParam(alarm, "disk-of-the-service", "sda-on-the-node");
-    const int result = ZEBSendAlarm4CoProcess(g_handle, alarm);
-    ZEBFreeAlarm(alarm);
-    return result;
-}
+const char* const kDefinitions = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
 
 TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     testsupport::PauseRecorder pauses;
@@ -63,34 +39,30 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     // The legacy calls report success for accepted arguments whatever happens
     // inside; under a failing heap they must still neither throw nor stay silent.
     const struct {
-        long failure;  // the failure result
-        long (*call)();
+        long failure;             // the failure result
         bool resultTellsFailure;  // false: the call's result does not depend on what failed inside
+        long (*call)();
     } entries[] = {
-        {-1, [] { return long{ZEBInitAlarmSDK()}; }, true},
-        {-1, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }, true},
-        {-1, SendOne, true},
-        {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }, true},
-        {0, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") != nullptr}; },
-         true},
-        {-1, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance", 0)}; },
-         true},
-        {-1,
-         [] {
-             return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service", "billing-service-id",
-                                                            "billing-instance", 1)};
-         },
-         true},
-        {-1, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }, true},
-        {-1, SendCoOne, true},
-        {-1, [] { return long{ZEBRegisterAlarmCheckCallBackFun4CoProcess(g_handle, NoCallback)}; }, true},
-        {-1, [] { return long{ZEBRegisterRsetClear(g_handle)}; }, true},
-        {-1, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) + alarmsdk_flush_legacy(0)}; },
-         false},
-        {0,
-         [] { return long{InitAlarm(ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml", "storage-svc", "storage-svc-0", 1)}; },
-         false},
-        {0, SendLegacyOne, false},
+        // clang-format off
+        {-1, true, [] { return long{ZEBInitAlarmSDK()}; }},
+        {-1, true, [] { return long{ZEBRegisterInfo("orders-service", "orders-service-label")}; }},
+        {-1, true, [] { return long{SendCurrent(nullptr)}; }},
+        {-1, true, [] { return long{ZEBRegisterAlarmCheckCallBackFun("orders-service", NoCallback)}; }},
+        {0, true, [] { return long{ZEBInitAlarmSDK4CoProcess("application-000b", "billing-service", "n", "") !=
+                                   nullptr}; }},
+        {-1, true, [] { return long{ZEBRegisterRsetClearInfo("orders-service", "orders-service-id", "orders-instance",
+                                                              0)}; }},
+        {-1, true, [] { return long{ZEBRegisterRsetClearInfo4CoProcess(g_handle, "billing-service",
+                                                                      "billing-service-id", "billing-instance", 1)}; }},
+        {-1, true, [] { return long{ZEBRegisterInfo4CoProcess(g_handle, "billing-service-label")}; }},
+        {-1, true, [] { return long{SendCurrent(g_handle)}; }},
+        {-1, true, [] { return long{ZEBRegisterAlarmCheckCallBackFun4CoProcess(g_handle, NoCallback)}; }},
+        {-1, true, [] { return long{ZEBRegisterRsetClear(g_handle)}; }},
+        {-1, false, [] { return long{alarmsdk_flush_process(0) + alarmsdk_flush(g_handle, 0) +
+                                     alarmsdk_flush_legacy(0)}; }},
+        {0, false, [] { return long{InitAlarm(kDefinitions, "storage-svc", "storage-svc-0", 1)}; }},
+        {0, false, [] { return long{SendLegacy()}; }},
+        // clang-format on
     };
     g_handle = ZEBInitAlarmSDK4CoProcess("application-000c", "billing-service", "10.0.0.1", "");
     ASSERT_NE(nullptr, g_handle);
@@ -120,9 +92,8 @@ TEST(FailingAllocator, EveryEntryPointFailsCleanlyAtEveryAllocation) {
     Runlog_SetCapture(nullptr, nullptr);
 }
 
-// An answer that cannot even be decoded for lack of memory gives its batch up:
-// settled with its items left to the caller (the send loop drops and frees
-// them), not sent again.
+// An answer that cannot even be decoded for lack of memory gives its batch up: settled with its items left to the
+// caller (the send loop drops and frees them), not sent again.
 TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     testsupport::PauseRecorder pauses;
     auto* answer = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
@@ -137,11 +108,10 @@ TEST(FailingAllocator, ABatchWhoseAnswerCannotBeReadIsGivenUp) {
     deleteAlarms(batch);
 }
 
-// A load that runs out of memory anywhere leaves the next load able to succeed.
-// Every allocation of the first 64, then ever wider steps (about 200 loads
-// for the example file's nine hundred allocations).
+// A load that runs out of memory anywhere leaves the next load able to succeed. Every allocation of the first 64, then
+// ever wider steps (about 200 loads for the example file's nine hundred allocations).
 TEST(FailingAllocator, ADefinitionLoadThatRanOutOfMemoryIsRetriedByTheNext) {
-    std::string path = ALARMSDK_EXAMPLES_DIR "/legacy/alarms.xml";
+    std::string path = kDefinitions;
     ALM_SetConfFilePath(&path[0]);
     bool complete = false;
     long n = 0;

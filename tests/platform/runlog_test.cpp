@@ -1,7 +1,5 @@
-// The small platform libraries. The run-log: line form and UTC stamps, where lines go, literal formats, and logging
-// while the process exits. The bounded string functions the library builds its fixed fields with: a copy or append
-// that does not fit fails and leaves the destination empty, never cut; a formatted text is cut and reported; no size
-// is refused.
+// The run-log (line form, UTC stamps, where lines go, literal formats, logging while the process exits) and the bounded
+// string functions the library builds its fixed fields with.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -26,15 +24,6 @@ using testsupport::LogCapture;
 using testsupport::ScopedEnv;
 using testsupport::TempDir;
 
-std::vector<std::string> ReadLines(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 // Checks "<UTC time with ms> " at the start of a line, close to now, and returns the rest of the line after it.
 std::string AfterTimestamp(const std::string& line) {
     std::tm t{};
@@ -45,16 +34,18 @@ std::string AfterTimestamp(const std::string& line) {
     EXPECT_LE(std::labs(static_cast<long>(timegm(&t) - std::time(nullptr))), 5L) << "not UTC now: " << line;
     return shaped ? line.substr(25) : line;
 }
-// The lines from the from-th on, each after its timestamp, separated by "|".
-std::string Untimed(const std::vector<std::string>& lines, std::size_t from = 0) {
+// The file's lines from the from-th on, each after its timestamp, separated by "|".
+std::string Untimed(const std::string& path, std::size_t from = 0) {
+    std::ifstream in(path, std::ios::binary);
     std::string text;
-    for (std::size_t i = from; i < lines.size(); ++i) {
-        text += (i > from ? "|" : "") + AfterTimestamp(lines[i]);
+    std::size_t i = 0;
+    for (std::string line; std::getline(in, line); ++i) {
+        text += i < from ? "" : (i > from ? "|" : "") + AfterTimestamp(line);
     }
     return text;
 }
 
-template <typename Body> std::vector<std::string> CaptureStderr(const std::string& path, Body body) {
+template <typename Body> std::string CaptureStderr(const std::string& path, Body body) {
     std::fflush(stderr);
     const int saved = dup(STDERR_FILENO), fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     EXPECT_GE(fd, 0);
@@ -63,7 +54,7 @@ template <typename Body> std::vector<std::string> CaptureStderr(const std::strin
     body();
     dup2(saved, STDERR_FILENO);
     close(saved);
-    return ReadLines(path);
+    return Untimed(path);
 }
 
 // The run-log's clock in this process, moved by hand.
@@ -87,12 +78,10 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(0, "../src/Base64", 1, "%s", "lowest level too");
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/AlmJsonParser", 9, "%s", "two\nlines");
 
-    const auto lines = ReadLines(path);
-    EXPECT_EQ("earlier line", lines.at(0));
     EXPECT_EQ(
         "2 ../src/AlarmManagerEx:120 send 3 alarms to agent|5 ../src/AlarmImpl:7 In ZEBSendAlarm, pAlarm is null!|"
         "0 ../src/Base64:1 lowest level too|2 ../src/AlmJsonParser:9 two lines",
-        Untimed(lines, 1));
+        Untimed(path, 1));  // appended after "earlier line"
 
     // A removed (rotated) file is created again once the run-log looks at the
     // name again, which it does once a second rather than on every line.
@@ -102,7 +91,7 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     EXPECT_FALSE(std::ifstream(path).good()) << "looked at the name before the second was up";
     g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 2, "after rotation");
-    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(ReadLines(path)));
+    EXPECT_EQ("2 ../src/Base64:2 after rotation", Untimed(path));
 
     // Another RUNLOG_FILE is taken within the second, when the variable is looked up again.
     const std::string other = dir.path() + "/other.log";
@@ -111,8 +100,8 @@ TEST(RunlogOutput, FileGetsEveryLevelAppendedInLineForm) {
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 3, "still the old file");
     g_clockMillis += 1;
     Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/Base64", 4, "the new file");
-    EXPECT_EQ("2 ../src/Base64:2 after rotation|2 ../src/Base64:3 still the old file", Untimed(ReadLines(path)));
-    EXPECT_EQ("2 ../src/Base64:4 the new file", Untimed(ReadLines(other)));
+    EXPECT_EQ("2 ../src/Base64:2 after rotation|2 ../src/Base64:3 still the old file", Untimed(path));
+    EXPECT_EQ("2 ../src/Base64:4 the new file", Untimed(other));
     Runlog_SetClock(nullptr);
 }
 
@@ -124,13 +113,13 @@ TEST(RunlogOutput, WithoutAUsableFileOnlyErrorsReachStderr) {
         SCOPED_TRACE(value == nullptr ? "unset" : value);
         ScopedEnv file("RUNLOG_FILE", value);
         g_clockMillis += 1000;  // so the run-log looks the variable up again
-        const auto lines = CaptureStderr(dir.path() + "/stderr.txt", [] {
+        const std::string lines = CaptureStderr(dir.path() + "/stderr.txt", [] {
             Runlog_TextAdapt(RUNLOG_LEVEL_INFO, "../src/A", 1, "info %d", 1);
             Runlog_TextAdapt(4, "../src/A", 2, "below error");
             Runlog_TextAdapt(RUNLOG_LEVEL_ERROR, "../src/A", 3, "error %d", 5);
             Runlog_TextAdapt(6, "../src/A", 4, "above error");
         });
-        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", Untimed(lines));
+        EXPECT_EQ("5 ../src/A:3 error 5|6 ../src/A:4 above error", lines);
     }
     Runlog_SetClock(nullptr);
 }
@@ -183,76 +172,67 @@ TEST(RunlogLifetime, LoggingWhileTheProcessExits) {
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-// Destinations start with `initial` and are filled with this after it, so
-// what was (not) written is visible; one byte past destMax must keep it.
+// Destinations start with `initial` and are filled with this after it; one byte past destMax must keep it.
 constexpr char kFill = 'Z';
 
-// A source of exactly these characters and no terminator, on the heap so
-// that reading one byte too far is an AddressSanitizer finding.
+// Exactly these characters and no terminator, on the heap: reading one byte too far is a sanitizer finding.
 std::shared_ptr<char> Unterminated(const std::string& text) {
     std::shared_ptr<char> p(new char[text.size()], std::default_delete<char[]>());
     std::memcpy(p.get(), text.data(), text.size());
     return p;
 }
 
-struct Row {
-    const char* name;
-    std::size_t destMax;
-    std::string initial;
-    std::function<int(char*, std::size_t)> call;
-    bool ok;
-    std::string result;  // the destination's text afterwards
-};
+enum Op { Cpy, Cat, Fmt };  // Fmt formats "id=%d:%s" of 42 and the source, and succeeds with the text's length
 
 TEST(BoundedString, FitsOrFailsByTheRules) {
     const std::string big(100 * 1024 - 1, 'q');  // base64 bodies exceed 32 KiB
     const auto abcdefgh = Unterminated("ABCDEFGH"), wxyz = Unterminated("WXYZ");
-    using D = char*;
-    using N = std::size_t;
-    const Row rows[] = {
-        {"strncpy fits", 8, "", [](D d, N m) { return strncpy_s(d, m, "abc", 3); }, true, "abc"},
-        {"strncpy count cuts", 8, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 4); }, true, "abcd"},
-        {"strncpy count below destMax fills", 4, "", [](D d, N m) { return strncpy_s(d, m, "abcdef", 3); }, true,
-         "abc"},
-        {"strncpy short source", 4, "", [](D d, N m) { return strncpy_s(d, m, "abc", SIZE_MAX); }, true, "abc"},
-        {"strncpy source fills dest", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcd", 4); }, false, ""},
-        {"strncpy longer source", 4, "x", [](D d, N m) { return strncpy_s(d, m, "abcdefgh", 100); }, false, ""},
-        {"strncpy null source", 4, "x", [](D d, N m) { return strncpy_s(d, m, nullptr, 2); }, false, ""},
-        {"strncpy unterminated by count", 16, "", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 8); }, true,
-         "ABCDEFGH"},
-        {"strncpy unterminated too long", 8, "x", [&](D d, N m) { return strncpy_s(d, m, abcdefgh.get(), 100); }, false,
-         ""},
-        {"strncpy large", big.size() + 1, "", [&](D d, N m) { return strncpy_s(d, m, big.c_str(), big.size()); }, true,
-         big},
-        {"strncat appends", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cd", 10); }, true, "abcd"},
-        {"strncat count limits", 8, "ab", [](D d, N m) { return strncat_s(d, m, "cdef", 2); }, true, "abcd"},
-        {"strncat fills exactly", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defg", 4); }, true, "abcdefg"},
-        {"strncat one too many", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defgh", 5); }, false, ""},
-        {"strncat count cuts in time", 8, "abc", [](D d, N m) { return strncat_s(d, m, "defgh", 4); }, true, "abcdefg"},
-        {"strncat full dest", 4, "abc", [](D d, N m) { return strncat_s(d, m, "d", 5); }, false, ""},
-        {"strncat null source", 8, "ab", [](D d, N m) { return strncat_s(d, m, nullptr, 5); }, false, ""},
-        {"strncat unterminated by count", 16, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 4); }, true,
-         "abWXYZ"},
-        {"strncat unterminated too long", 4, "ab", [&](D d, N m) { return strncat_s(d, m, wxyz.get(), 100); }, false,
-         ""},
-        {"strncat large", big.size() + 1, "", [&](D d, N m) { return strncat_s(d, m, big.c_str(), big.size()); }, true,
-         big},
-        // A formatted text that does not fit is cut, and the cut reported.
-        {"snprintf fits", 10, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc") == 9 ? 0 : -1; },
-         true, "id=42:abc"},
-        {"snprintf count cuts", 16, "", [](D d, N m) { return snprintf_s(d, m, 5, "id=%d:%s", 42, "abc"); }, false,
-         "id=42"},
-        {"snprintf destMax cuts", 6, "", [](D d, N m) { return snprintf_s(d, m, 100, "id=%d:%s", 42, "abc"); }, false,
-         "id=42"},
-        {"snprintf large", big.size() + 1, "",
-         [&](D d, N m) { return snprintf_s(d, m, m - 1, "%s", big.c_str()) > 0 ? 0 : -1; }, true, big},
+    const struct {
+        Op op;
+        std::size_t destMax;
+        const char* initial;
+        const char* src;
+        std::size_t count;
+        bool ok;
+        std::string result;  // the destination's text afterwards
+    } rows[] = {
+        // clang-format off
+        {Cpy, 8, "", "abc", 3, true, "abc"},
+        {Cpy, 8, "", "abcdef", 4, true, "abcd"},  // the count cuts
+        {Cpy, 4, "", "abcdef", 3, true, "abc"},
+        {Cpy, 4, "", "abc", SIZE_MAX, true, "abc"},
+        {Cpy, 4, "x", "abcd", 4, false, ""},  // fills the destination: fails, never cut
+        {Cpy, 4, "x", "abcdefgh", 100, false, ""},
+        {Cpy, 4, "x", nullptr, 2, false, ""},
+        {Cpy, 16, "", abcdefgh.get(), 8, true, "ABCDEFGH"},
+        {Cpy, 8, "x", abcdefgh.get(), 100, false, ""},
+        {Cpy, big.size() + 1, "", big.c_str(), big.size(), true, big},
+        {Cat, 8, "ab", "cd", 10, true, "abcd"},
+        {Cat, 8, "ab", "cdef", 2, true, "abcd"},
+        {Cat, 8, "abc", "defg", 4, true, "abcdefg"},
+        {Cat, 8, "abc", "defgh", 5, false, ""},
+        {Cat, 8, "abc", "defgh", 4, true, "abcdefg"},
+        {Cat, 4, "abc", "d", 5, false, ""},
+        {Cat, 8, "ab", nullptr, 5, false, ""},
+        {Cat, 16, "ab", wxyz.get(), 4, true, "abWXYZ"},
+        {Cat, 4, "ab", wxyz.get(), 100, false, ""},
+        {Cat, big.size() + 1, "", big.c_str(), big.size(), true, big},
+        {Fmt, 10, "", "abc", 100, true, "id=42:abc"},
+        {Fmt, 16, "", "abc", 5, false, "id=42"},  // a formatted text that does not fit is cut, and the cut reported
+        {Fmt, 6, "", "abc", 100, false, "id=42"},
+        {Fmt, big.size() + 7, "", big.c_str(), big.size() + 6, true, "id=42:" + big},
+        // clang-format on
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testsupport::Words(row.op, row.destMax, row.initial, row.count, row.result.substr(0, 10)));
         std::vector<char> dest(row.destMax + 1, kFill);
-        std::memcpy(dest.data(), row.initial.c_str(), row.initial.size() + 1);
-        EXPECT_EQ(row.ok, row.call(dest.data(), row.destMax) == 0);
-        EXPECT_EQ(row.result, std::string(dest.data()));
+        std::memcpy(dest.data(), row.initial, std::strlen(row.initial) + 1);
+        char* d = dest.data();
+        const int rc = row.op == Cpy   ? strncpy_s(d, row.destMax, row.src, row.count)
+                       : row.op == Cat ? strncat_s(d, row.destMax, row.src, row.count)
+                                       : snprintf_s(d, row.destMax, row.count, "id=%d:%s", 42, row.src);
+        EXPECT_EQ(row.ok, rc == (row.op == Fmt ? static_cast<int>(row.result.size()) : 0)) << rc;
+        EXPECT_EQ(row.result, std::string(d));
         EXPECT_EQ(kFill, dest[row.destMax]) << "wrote past destMax";
     }
     char dest[4] = {'a', 0, kFill, kFill};

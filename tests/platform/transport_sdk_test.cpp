@@ -1,43 +1,34 @@
-// The HTTP pair. The transport SDK as the library's alarm-check resource uses it: exact paths, the method mask, the
-// body limit, the answer as the handler made it, and connections that never finish. The REST client as the library
-// uses it: where it connects, what it puts on the wire, and the failure results (the agent stand-in plays the server).
+// The transport SDK as the library's alarm-check resource uses it: exact paths, the method mask, the body limit, the
+// answer as the handler made it, and connections that never finish.
 #include <poll.h>
 
-#include <curl/curl.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
+#include <future>
 #include <mutex>
 
-#include "Agent.h"
-#include "RawPeer.h"
 #include "RestCall.h"
 #include "TestEnv.h"
-#include "rest_client_testing.h"
 #include "transport_sdk_testing.h"
 
 namespace {
 
-// What the handler saw last; written on the server thread, read after the answer.
-std::mutex g_seenMutex;
-std::string g_seen = "<none>";
-
-std::string LastSeen() {
-    std::lock_guard<std::mutex> lock(g_seenMutex);
-    return std::exchange(g_seen, "<none>");
+// What the handler saw last (written on the server thread); LastSeen() reads and clears it.
+std::string Seen(std::string seen) {
+    static std::mutex mutex;
+    static std::string last = "<none>";
+    std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(last, std::move(seen));
 }
-void See(const std::string& seen) {
-    std::lock_guard<std::mutex> lock(g_seenMutex);
-    g_seen = seen;
-}
+std::string LastSeen() { return Seen("<none>"); }
 
 // Records "url|body|X-Custom|client ip" and echoes the body back with a counted trailing zero byte.
 int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
     req->body[req->bodyLen] = '\0';  // the room the alarm-check handler relies on
     const char* custom = zeb_restHeadContentFind(req->header, "X-Custom");
-    See(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" +
-        req->ip);
+    Seen(std::string(req->url) + "|" + std::string(req->body, req->bodyLen) + "|" + (custom ? custom : "") + "|" +
+         req->ip);
     if (rsp->status != 0 || rsp->body != nullptr || allocRspBody(&rsp->body, req->bodyLen + 1) != 0) {
         return -1;
     }
@@ -48,7 +39,7 @@ int Echo(stru_REST_REQUEST* req, stru_REST_RESPONSE* rsp) {
 
 // Records the body's length and answers without a body (bodies above the client's answer cap).
 int Takes(stru_REST_REQUEST* req, stru_REST_RESPONSE*) {
-    See(std::to_string(req->bodyLen));
+    Seen(std::to_string(req->bodyLen));
     return 0;
 }
 
@@ -58,6 +49,31 @@ int Fails(stru_REST_REQUEST*, stru_REST_RESPONSE* rsp) {
     rsp->bodyLen = 10;
     rsp->status = 201;
     return -1;
+}
+
+// Writes text on a new connection and reads until the server closes (or resets) it; what it answered.
+std::string Exchange(const sockaddr_in& address, const std::string& text) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(0, connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
+    std::string answers;
+    std::size_t written = 0;
+    char buffer[4096];
+    for (bool open = true; open;) {
+        pollfd p{fd, static_cast<short>(POLLIN | (written < text.size() ? POLLOUT : 0)), 0};
+        open = poll(&p, 1, 20000) == 1;
+        EXPECT_TRUE(open) << "no progress";
+        if ((p.revents & POLLOUT) != 0) {
+            const ssize_t n = send(fd, text.data() + written, text.size() - written, MSG_NOSIGNAL);
+            written += n > 0 ? static_cast<std::size_t>(n) : 0;
+        }
+        if ((p.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+            const ssize_t n = read(fd, buffer, sizeof(buffer));
+            open = open && n > 0;
+            answers.append(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+        }
+    }
+    close(fd);
+    return answers;
 }
 
 class TransportSdk : public ::testing::Test {
@@ -85,15 +101,13 @@ TEST_F(TransportSdk, InitNeedsAPortRetriesAfterFailureThenStaysUp) {
     ASSERT_EQ(0, listen(blocker, 1));
     EXPECT_NE(0, TransportSdkInit());  // port in use
     close(blocker);
-    std::atomic<int> ok{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&ok] { ok += TransportSdkInit() == 0 ? 1 : 0; });
+    std::future<int> inits[4];
+    for (auto& init : inits) {
+        init = std::async(std::launch::async, TransportSdkInit);
     }
-    for (auto& t : threads) {
-        t.join();
+    for (auto& init : inits) {
+        EXPECT_EQ(0, init.get());
     }
-    EXPECT_EQ(4, ok.load());
     testsupport::ScopedEnv unset("TRANSPORT_SDK_PORT", nullptr);
     EXPECT_EQ(0, TransportSdkInit());  // remembers the success
     EXPECT_EQ(0, RegisterUrl("/echo", &echo));
@@ -114,101 +128,57 @@ TEST_F(TransportSdk, ServesExactPathsWithTheHandlersAnswerTheMethodMaskAndTheBod
     EXPECT_NE(0, RegisterUrl("/echo", &noHandler));
     ASSERT_EQ(0, RegisterUrl("/echo", &echo));
     ASSERT_EQ(0, RegisterUrl("/fails", &fails));
-    const std::string body("a\0b=c", 5);
-    testsupport::RestAnswer answer = Call("/echo?x=1&y=%2F", body);
-    EXPECT_EQ("/echo?x=1&y=%2F|" + body + "|c1|127.0.0.1", LastSeen());
-    EXPECT_EQ(body + '\0' + "|text/plain|200", answer.body + "|" + answer.contentType + "|" +  // the zero as counted
-                                                   std::to_string(answer.status));
-    answer = Call("/echo", "", REST_REQUEST_PUT);
-    EXPECT_EQ(std::string(1, '\0') + "|text/plain|200",
-              answer.body + "|" + answer.contentType + "|" + std::to_string(answer.status));
-    EXPECT_EQ("/echo||c1|127.0.0.1", LastSeen());
-    answer = Call("/fails", "x");
-    EXPECT_EQ("500||", std::to_string(answer.status) + "|" + answer.body + "|" + answer.contentType);
-    for (const char* path : {"/echo/more", "/"}) {
-        EXPECT_EQ(404, Call(path, "x").status) << path;
-    }
-    ASSERT_EQ(0, RegisterUrl("/echo", &fails));  // replaces
-    EXPECT_EQ(500, Call("/echo", "x").status);
-    // The method mask and the body limit.
     stru_REST_RESOURCE postOnly{1u << REST_REQUEST_POST, Takes};
     ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
-    EXPECT_EQ(405, Call("/post", "", REST_REQUEST_GET).status);
-    EXPECT_EQ(405, Call("/post", "x", REST_REQUEST_PUT).status);
-    EXPECT_EQ("<none>", LastSeen());
-    const std::string limit(TRANSPORT_SDK_MAX_BODY, 'z');
-    EXPECT_EQ(200, Call("/post", limit).status);
-    EXPECT_EQ(std::to_string(TRANSPORT_SDK_MAX_BODY), LastSeen());
-    EXPECT_EQ(413, Call("/post", limit + "z").status);
-    EXPECT_EQ("<none>", LastSeen());                // the handler never ran
-    EXPECT_EQ(200, Call("/post", "after").status);  // the refused upload left no debris on the connection
-
-    // Chunked upload: no length announced, the limit is found while reading.
-    CURL* curl = curl_easy_init();
-    const std::string url = "http://127.0.0.1:" + transport_.portText + "/post";
-    size_t sent = 0;
-    curl_slist* headers = curl_slist_append(nullptr, "Transfer-Encoding: chunked");
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_POST, 1L);
-    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 10000L);
-    curl_easy_setopt(curl, CURLOPT_READDATA, &sent);
-    curl_easy_setopt(
-        curl, CURLOPT_READFUNCTION, +[](char* buf, size_t size, size_t n, void* ud) -> size_t {
-            auto* total = static_cast<size_t*>(ud);
-            const size_t chunk = std::min(size * n, 2 * TRANSPORT_SDK_MAX_BODY - *total);
-            std::memset(buf, 'c', chunk);
-            *total += chunk;
-            return chunk;
-        });
-    curl_easy_setopt(
-        curl, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t n, void*) { return size * n; });
-    EXPECT_EQ(CURLE_OK, curl_easy_perform(curl));
-    long status = 0;
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    EXPECT_EQ(413, status);
-    curl_slist_free_all(headers);
-    curl_easy_cleanup(curl);
-}
-
-// A refusal is answered once the announced body is read and dropped, so the
-// connection stays whole: a request sent behind it is answered as well.
-TEST_F(TransportSdk, RefusalsReadTheAnnouncedBodyBeforeTheyAnswer) {
-    ASSERT_EQ(0, TransportSdkInit());
-    stru_REST_RESOURCE echo{0, Echo}, postOnly{1u << REST_REQUEST_POST, Takes};
-    ASSERT_EQ(0, RegisterUrl("/echo", &echo));
-    ASSERT_EQ(0, RegisterUrl("/post", &postOnly));
+    const std::string body("a\0b=c", 5), limit(TRANSPORT_SDK_MAX_BODY, 'z'), none = "<none>";
+    const int post = REST_REQUEST_POST, put = REST_REQUEST_PUT;
+    const struct {
+        int method;
+        std::string path, body;
+        std::string answer;  // "status|Content-Type|body", or the status alone
+        std::string seen;    // what the handler saw
+    } calls[] = {
+        // clang-format off
+        {post, "/echo?x=1&y=%2F", body, "200|text/plain|" + body + '\0', "/echo?x=1&y=%2F|" + body + "|c1|127.0.0.1"},
+        {put, "/echo", "", "200|text/plain|" + std::string(1, '\0'), "/echo||c1|127.0.0.1"},  // the zero as counted
+        {post, "/fails", "x", "500||", none},
+        {post, "/echo/more", "x", "404", none},
+        {post, "/", "x", "404", none},
+        {REST_REQUEST_GET, "/post", "", "405", none},  // the method mask
+        {put, "/post", "x", "405", none},
+        {post, "/post", limit, "200", std::to_string(TRANSPORT_SDK_MAX_BODY)},  // the body limit
+        {post, "/post", limit + "z", "413", none},
+        {post, "/post", "after", "200", "5"},  // the refused upload left no debris on the connection
+        // clang-format on
+    };
+    for (const auto& call : calls) {
+        const testsupport::RestAnswer answer = Call(call.path, call.body, call.method);
+        const std::string shown = testsupport::Words(answer.status) + "|" + answer.contentType + "|" + answer.body;
+        EXPECT_EQ(call.answer, call.answer.find('|') != std::string::npos ? shown : shown.substr(0, 3)) << call.path;
+        EXPECT_EQ(call.seen, LastSeen()) << call.path;
+    }
+    // A refusal is answered once the announced body is read and dropped, so a request sent behind it is answered too.
     const struct {
         std::string request, body;
         const char* status;
-    } rows[] = {{"POST /nowhere", "hello", " 404 "},
-                {"PUT /post", "hello", " 405 "},
-                {"POST /post", std::string(TRANSPORT_SDK_MAX_BODY + 1, 'z'), " 413 "}};
-    for (const auto& [request, body, status] : rows) {
+    } refusals[] = {
+        {"POST /nowhere", "hello", " 404 "}, {"PUT /post", "hello", " 405 "}, {"POST /post", limit + "z", " 413 "}};
+    for (const auto& [request, body, status] : refusals) {
         const std::string text = request + " HTTP/1.1\r\nHost: x\r\nContent-Length: " + std::to_string(body.size()) +
                                  "\r\n\r\n" + body + "GET /echo HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address_), sizeof(address_)));
-        std::string answers;
-        std::size_t written = 0;
-        char buffer[4096];
-        for (bool open = true; open;) {  // writes and reads until the server closes (or resets) the connection
-            pollfd p{fd, static_cast<short>(POLLIN | (written < text.size() ? POLLOUT : 0)), 0};
-            ASSERT_EQ(1, poll(&p, 1, 20000)) << "no progress";
-            if ((p.revents & POLLOUT) != 0) {
-                const ssize_t n = send(fd, text.data() + written, text.size() - written, MSG_NOSIGNAL);
-                written += n > 0 ? static_cast<std::size_t>(n) : 0;
-            }
-            if ((p.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
-                const ssize_t n = read(fd, buffer, sizeof(buffer));
-                open = n > 0;
-                answers.append(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
-            }
-        }
-        close(fd);
+        const std::string answers = Exchange(address_, text);
         EXPECT_EQ(0u, answers.find(std::string("HTTP/1.1") + status)) << answers;
         EXPECT_NE(std::string::npos, answers.find("HTTP/1.1 200 ")) << request << ": " << answers;
     }
+    ASSERT_EQ(0, RegisterUrl("/echo", &fails));  // replaces
+    EXPECT_EQ(500, Call("/echo", "x").status);
+    // Chunked upload: no length announced, the limit is found while reading.
+    char size[32];
+    std::snprintf(size, sizeof(size), "%x\r\n", 2 * TRANSPORT_SDK_MAX_BODY);
+    EXPECT_EQ(0u,
+              Exchange(address_, "POST /post HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n" +
+                                     std::string(size) + std::string(2 * TRANSPORT_SDK_MAX_BODY, 'c') + "\r\n0\r\n\r\n")
+                  .find("HTTP/1.1 413 "));
 }
 
 // One connection that never completes a request: it trickles a byte of an endless header every 200 ms (never idle,
@@ -230,10 +200,8 @@ bool ClosedByTheServer(const sockaddr_in& address, bool trickle) {
     return closed;
 }
 
-// With no connection open the server thread sleeps until one arrives. Each connection in turn, the first and one that
-// comes after the server slept, is held to the limit of its row: a silent one past its request deadline (the idle
-// timeout being far off, only the server's own watch can close it), a trickling one (never idle), a silent one past
-// the idle timeout (the request deadline far off).
+// With no connection open the server thread sleeps; the first connection and one after the server slept are each held
+// to the limit of the row, the other limit far off (a trickling one is never idle).
 struct Limits {
     const char* what;
     unsigned idleSeconds, requestSeconds;
@@ -256,86 +224,5 @@ INSTANTIATE_TEST_SUITE_P(Rows, TransportLimits,
                                            Limits{"TricklingPastItsRequestDeadline", 1, 2, true},
                                            Limits{"SilentPastTheIdleTimeout", 1, 60, false}),
                          [](const ::testing::TestParamInfo<Limits>& row) { return std::string(row.param.what); });
-
-const char* kAgentUrl = "http://" REST_LOCAL_ENDPOINT "/om/v1/request";
-
-using testsupport::RestRequest;
-
-// Sends and releases the response; true when there was one (and the result was 0).
-bool Sent(RestRequest& req, const char* endpoint = "", int type = REST_REQUEST_POST, unsigned* bodyLen = nullptr) {
-    stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
-    const int result = sendRequest(endpoint, type, &req.rec, &response);
-    EXPECT_EQ(result == 0, response != nullptr);
-    if (bodyLen != nullptr && response != nullptr) {
-        *bodyLen = static_cast<unsigned>(response->bodyLen);
-    }
-    freeRestResponse(&response);
-    return result == 0;
-}
-
-using testsupport::RawPeer;
-
-TEST(RestClient, InvalidArgumentsAndFailuresGiveNoResponse) {
-    auto agent = testsupport::StartedAgent();
-    testsupport::TempDir dir;
-    RawPeer garbled("garbage garbage\r\n\r\n");
-    const std::string refused = "127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort());
-    const std::string noSocket = "unix:" + dir.path() + "/none.sock";
-    testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
-    RestRequest ok(kAgentUrl);
-    stru_REST_RESPONSE* response = reinterpret_cast<stru_REST_RESPONSE*>(0x1);
-    EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, nullptr, &response));
-    EXPECT_EQ(nullptr, response);
-    EXPECT_NE(0, sendRequest("", REST_REQUEST_POST, &ok.rec, nullptr));
-    EXPECT_FALSE(Sent(ok, "", 9));
-    for (const char* url : {"https://" REST_LOCAL_ENDPOINT "/x", "nodeward.local/x", "http:///x", ""}) {
-        RestRequest bad(url);
-        EXPECT_FALSE(Sent(bad)) << url;
-    }
-    for (const char* endpoint : {"127.0.0.1", "127.0.0.1:0", "127.0.0.1:70000", ":80", "unix:", "::1:80", "h:8x",
-                                 refused.c_str(), noSocket.c_str(), garbled.endpoint()}) {
-        EXPECT_FALSE(Sent(ok, endpoint)) << endpoint;
-    }
-    RestRequest noBody(kAgentUrl);
-    noBody.rec.bodyLen = 4;
-    EXPECT_FALSE(Sent(noBody));
-    RestRequest injected(kAgentUrl);
-    zeb_restHeadContentAdd(injected.rec.header, "X-Custom", "v\r\nX-Evil: 1");
-    EXPECT_FALSE(Sent(injected));
-    EXPECT_TRUE(agent->requests().empty());
-}
-
-TEST(RestClient, PostCarriesHeadersBodyAndCookieExactlyToTheChosenEndpoint) {
-    auto agent = testsupport::StartedAgent();
-    testsupport::ScopedEnv env("NODEWARD_ENDPOINT", agent->endpoint().c_str());
-    testsupport::ScopedEnv proxy("http_proxy", "http://127.0.0.1:1");  // must be ignored
-    RestRequest req(kAgentUrl, std::string("a\0b\0", 4));
-    zeb_restHeadContentAdd(req.rec.header, "X-Custom", "v1");
-    zeb_restHeadContentAdd(req.rec.header, "Content-Length", "999");  // framing follows bodyLen
-    char cookie[] = "k=v";
-    req.rec.cookie = cookie;
-    unsigned answerLength = 0;
-    ASSERT_TRUE(Sent(req, "", REST_REQUEST_POST, &answerLength));  // the agent refuses the body: 400
-    ASSERT_EQ(1u, agent->requests().size());
-    const nodeward::ReceivedRequest seen = agent->requests()[0];
-    EXPECT_EQ(std::string("a\0b\0", 4), seen.body);
-    EXPECT_GT(answerLength, 0u);
-    EXPECT_EQ("4|v1|k=v|" REST_LOCAL_ENDPOINT "||", seen.header("Content-Length") + "|" + seen.header("X-Custom") +
-                                                        "|" + seen.header("Cookie") + "|" + seen.header("Host") + "|" +
-                                                        seen.header("Expect") + "|" + seen.header("Content-Type"));
-    // Where it connects.
-    testsupport::TempDir dir;
-    auto viaEnv = testsupport::StartedAgent(nullptr, "unix:" + dir.path() + "/agent.sock");
-    auto viaArg = testsupport::StartedAgent(), named = testsupport::StartedAgent();
-    testsupport::ScopedEnv viaEnvEndpoint("NODEWARD_ENDPOINT", viaEnv->endpoint().c_str());
-    RestRequest local(kAgentUrl), other("http://" + named->endpoint() + "/om/v1/request");
-    // Alternating unix and TCP on one thread: a kept connection must not be reused for the wrong target.
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_TRUE(Sent(local) && Sent(local, viaArg->endpoint().c_str()) && Sent(other) &&
-                    Sent(other, viaArg->endpoint().c_str()));
-    }
-    EXPECT_EQ("2 4 2",
-              testsupport::Words(viaEnv->requests().size(), viaArg->requests().size(), named->requests().size()));
-}
 
 }  // namespace

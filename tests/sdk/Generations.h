@@ -114,10 +114,7 @@ public:
 
     // Sends alarm 7 carrying seq, or seq "0" to "count - 1"; true when every call succeeded.
     bool send(const std::string& seq) {
-        if (!legacy_) {
-            return SendSeq("7", seq) == 0;
-        }
-        return SendLegacy("7", 0, {{"seq", seq.c_str()}}, 1) == 1;
+        return legacy_ ? SendLegacy("7", 0, {{"seq", seq.c_str()}}, 1) == 1 : SendSeq("7", seq) == 0;
     }
     bool send(int count) {
         bool ok = true;
@@ -139,13 +136,8 @@ public:
 
     // The seq an arrived alarm carries (legacy: location "EN:Seq=<seq>##ZH:序号=<seq>##").
     static std::string SeqOf(const nodeward::ReceivedAlarm& alarm) {
-        const std::string prefix = "EN:Seq=";
-        if (!alarm.legacy) {
-            return Param(alarm, "seq");
-        }
-        return alarm.location.rfind(prefix, 0) == 0
-                   ? alarm.location.substr(prefix.size(), alarm.location.find("##") - prefix.size())
-                   : "";
+        const std::string& at = alarm.location;
+        return !alarm.legacy ? Param(alarm, "seq") : at.rfind("EN:Seq=", 0) == 0 ? at.substr(7, at.find("##") - 7) : "";
     }
     // The seqs the alarms carry, and the seqs "0" to "count - 1", as words.
     static std::string SeqsOf(const std::vector<nodeward::ReceivedAlarm>& alarms) {

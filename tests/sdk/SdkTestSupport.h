@@ -1,5 +1,4 @@
-// Shared pieces of the library's tests: the fixture every end-to-end case starts from (an agent on loopback that the
-// process's REST client reaches), shortcuts for sending C alarms, and a fully set record.
+// Shared pieces of the library's tests: the end-to-end fixture (an agent on loopback), C send shortcuts, a full record.
 #ifndef SDK_TEST_SUPPORT_H
 #define SDK_TEST_SUPPORT_H
 
@@ -48,8 +47,7 @@ struct NodeEnv {
     testsupport::ScopedEnv node, hosting, server, pod;
 };
 
-// Pauses recorded, the run log captured, the singleton's identity set; the
-// agent starts on a free loopback port when a case asks for it.
+// Pauses recorded, the run log captured, the singleton's identity set; the agent starts when a case asks for it.
 class AgentTest : public ::testing::Test {
 protected:
     bool StartAgent(const testsupport::SimSetup& setup = nullptr) {
@@ -62,13 +60,21 @@ protected:
     template <typename Init, typename Queue> void WhileParked(Init init, Queue queue) {
         pauses_.hold();
         ASSERT_TRUE(init());
-        ASSERT_TRUE(testsupport::WaitUntil([this] { return pauses_.count(1) > 0; }, 5000));
+        ASSERT_TRUE(Idle());
         queue();
         pauses_.release();
     }
+    // True once the library's threads have begun waits idle waits in all.
+    bool Idle(std::size_t waits = 1) {
+        return testsupport::WaitUntil([this, waits] { return pauses_.count(1) >= waits; }, 5000);
+    }
+    // The accepted alarms once at least count arrived.
+    std::vector<nodeward::ReceivedAlarm> Arrived(std::size_t count) {
+        EXPECT_TRUE(agent_->waitForAcceptedAlarms(count, 20000));
+        return agent_->acceptedAlarms();
+    }
     nodeward::ReceivedAlarm OnlyAlarm() {
-        EXPECT_TRUE(agent_->waitForAcceptedAlarms(1, 20000));
-        const auto alarms = agent_->acceptedAlarms();
+        const auto alarms = Arrived(1);
         EXPECT_EQ(1u, alarms.size());
         return alarms.empty() ? nodeward::ReceivedAlarm() : alarms[0];
     }

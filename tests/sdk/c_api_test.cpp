@@ -1,5 +1,5 @@
-// The C entry points: argument checks in argument order with their exact log
-// texts and length limits, the C alarm object's own rules, and the record.
+// The C entry points: argument checks in argument order with their exact log texts and length limits, the C alarm
+// object's own rules, and the record.
 #include <chrono>
 #include <map>
 
@@ -9,14 +9,18 @@
 namespace {
 
 const char kImpl[] = "../src/AlarmImpl";
-const char* const kNameLength = "In %,The length of the pStrServiceName is longer than ALARM_SERVICENAME_MAXLEN ";
-const char* const kIdLength = "In %,The length of the pStrServiceId is longer than ALARM_SERVICEID_MAXLEN ";
-const char* const kInsLength = "In %,The length of the pStrServiceInsId is longer than ALARM_SERVICEINSID_MAXLEN ";
-const char* const kLabelLength = "In %,The length of the pServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
-const char* const kCoLabelLength = "In %,The length of the pStrServiceLabel is longer than ALARM_SERVICELABEL_MAXLEN ";
 
 void NoCallback(char*) {}
 std::string X(std::size_t n) { return std::string(n, 'x'); }
+int Result(int result) { return result; }
+int Result(const void* made) { return made != nullptr ? 0 : -1; }
+// Rows of refused calls: the call and its result (0 or -1; a pointer made or not), and the one error line it logs.
+// clang-format off
+#define REFUSED(function, args, error) {[=] { return Result(function args); }, error}
+#define NULL_ARG(function, args, argument) REFUSED(function, args, "In " #function ", " #argument " is null!")
+#define TOO_LONG(function, args, argument, limit) \
+    REFUSED(function, args, "In %,The length of the " #argument " is longer than " #limit " ")
+// clang-format on
 
 class CApi : public ::testing::Test {
 protected:
@@ -28,79 +32,61 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     AlarmManagerEx* h = ZEBInitAlarmSDK4CoProcess("app", "svc", "10.0.0.1", "10.0.0.5");
     ASSERT_NE(nullptr, h);
     _ZEBAlarm* alarm = ZEBAllocAlarm("1", 0);
-    auto ptr = [](const void* p) { return p == nullptr ? -1L : 0L; };
     const struct Row {
-        std::function<long()> call;
-        const char* error;  // "In <function>, ..." texts, and the length texts as they stand
+        std::function<int()> call;
+        const char* error;
     } rows[] = {
-        {[] { return ZEBRegisterRsetClearInfo(nullptr, nullptr, nullptr, 1); },
-         "In ZEBRegisterRsetClearInfo, pStrServiceName is null!"},
-        {[] { return ZEBRegisterRsetClearInfo("s", nullptr, "i", 1); },
-         "In ZEBRegisterRsetClearInfo, pStrServiceId is null!"},
-        {[] { return ZEBRegisterRsetClearInfo("s", "d", nullptr, 1); },
-         "In ZEBRegisterRsetClearInfo, pStrServiceInsId is null!"},
-        {[] { return ZEBRegisterInfo(nullptr, nullptr); }, "In ZEBRegisterInfo, pStrServiceName is null!"},
-        {[=] { return ZEBRegisterInfo(X(65).c_str(), "label"); }, kNameLength},
-        {[] { return ZEBRegisterInfo("", "label"); }, kNameLength},
-        {[] { return ZEBRegisterInfo("svc", nullptr); }, "In ZEBRegisterInfo, pServiceLabel is null!"},
-        {[=] { return ZEBRegisterInfo("svc", X(257).c_str()); }, kLabelLength},
-        {[] { return ZEBRegisterInfo("svc", ""); }, kLabelLength},
-        {[=] { return ptr(ZEBAllocAlarm(nullptr, 0)); }, "In ZEBAllocAlarm, pStrAlarmId is null!"},
-        {[] { return ZEBSetAlarmServiceName(nullptr, "x"); }, "In ZEBSetAlarmServiceName, pAlarm is null!"},
-        {[] { return ZEBAppendAlarmParam(nullptr, nullptr, nullptr); },
-         "In ZEBAppendAlarmParam, pZEBAlarmObject is null!"},
-        {[=] { return ZEBAppendAlarmParam(alarm, nullptr, "v"); }, "In ZEBAppendAlarmParam, pStrParamName is null!"},
-        {[=] { return ZEBAppendAlarmParam(alarm, "n", nullptr); }, "In ZEBAppendAlarmParam, pStrParamValue is null!"},
-        {[] { return ZEBFreeAlarm(nullptr); }, "In ZEBFreeAlarm, pZEBAlarmObject is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun(nullptr, &NoCallback); },
-         "In ZEBRegisterAlarmCheckCallBackFun, szServiceName is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun("svc", nullptr); },
-         "In ZEBRegisterAlarmCheckCallBackFun, callbackFun is null!"},
-        {[] { return ZEBRegisterRsetClear(nullptr); }, "In ZEBRegisterRsetClear, pAlarmManagerInstance is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(nullptr, "s", "n", "i")); },
-         "In ZEBInitAlarmSDK4CoProcess, pStrAppId is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess(X(65).c_str(), "s", "n", "i")); },
-         "In %,The length of the pStrAppId is longer than ALARM_APPID_MAXLEN "},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", nullptr, "n", "i")); },
-         "In ZEBInitAlarmSDK4CoProcess, pStrServiceName is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", X(65).c_str(), "n", "i")); }, kNameLength},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", nullptr, "i")); },
-         "In ZEBInitAlarmSDK4CoProcess, pStrNodeIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", X(257).c_str(), "i")); },
-         "In %,The length of the pStrNodeIp is longer than ALARM_NODEIP_MAXLEN "},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", nullptr)); },
-         "In ZEBInitAlarmSDK4CoProcess, pStrServiceIp is null!"},
-        {[=] { return ptr(ZEBInitAlarmSDK4CoProcess("a", "s", "n", X(65).c_str())); },
-         "In %,The length of the pStrServiceIp is longer than ALARM_SERVICEIP_MAXLEN "},
-        {[] { return ZEBRegisterRsetClearInfo4CoProcess(nullptr, "s", "d", "i", 0); },
-         "In ZEBRegisterRsetClearInfo4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, nullptr, "d", "i", 0); },
-         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceName is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, X(65).c_str(), "d", "i", 0); }, kNameLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", nullptr, "i", 0); },
-         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceId is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", X(257).c_str(), "i", 0); }, kIdLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", nullptr, 0); },
-         "In ZEBRegisterRsetClearInfo4CoProcess, pStrServiceInsId is null!"},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "d", X(257).c_str(), 0); }, kInsLength},
+        // clang-format off
+        NULL_ARG(ZEBRegisterRsetClearInfo, (nullptr, nullptr, nullptr, 1), pStrServiceName),
+        NULL_ARG(ZEBRegisterRsetClearInfo, ("s", nullptr, "i", 1), pStrServiceId),
+        NULL_ARG(ZEBRegisterRsetClearInfo, ("s", "d", nullptr, 1), pStrServiceInsId),
+        NULL_ARG(ZEBRegisterInfo, (nullptr, nullptr), pStrServiceName),
+        TOO_LONG(ZEBRegisterInfo, (X(65).c_str(), "label"), pStrServiceName, ALARM_SERVICENAME_MAXLEN),
+        TOO_LONG(ZEBRegisterInfo, ("", "label"), pStrServiceName, ALARM_SERVICENAME_MAXLEN),
+        NULL_ARG(ZEBRegisterInfo, ("svc", nullptr), pServiceLabel),
+        TOO_LONG(ZEBRegisterInfo, ("svc", X(257).c_str()), pServiceLabel, ALARM_SERVICELABEL_MAXLEN),
+        TOO_LONG(ZEBRegisterInfo, ("svc", ""), pServiceLabel, ALARM_SERVICELABEL_MAXLEN),
+        NULL_ARG(ZEBAllocAlarm, (nullptr, 0), pStrAlarmId),
+        NULL_ARG(ZEBSetAlarmServiceName, (nullptr, "x"), pAlarm),
+        NULL_ARG(ZEBAppendAlarmParam, (nullptr, nullptr, nullptr), pZEBAlarmObject),
+        NULL_ARG(ZEBAppendAlarmParam, (alarm, nullptr, "v"), pStrParamName),
+        NULL_ARG(ZEBAppendAlarmParam, (alarm, "n", nullptr), pStrParamValue),
+        NULL_ARG(ZEBFreeAlarm, (nullptr), pZEBAlarmObject),
+        NULL_ARG(ZEBRegisterAlarmCheckCallBackFun, (nullptr, &NoCallback), szServiceName),
+        NULL_ARG(ZEBRegisterAlarmCheckCallBackFun, ("svc", nullptr), callbackFun),
+        NULL_ARG(ZEBRegisterRsetClear, (nullptr), pAlarmManagerInstance),
+        NULL_ARG(ZEBInitAlarmSDK4CoProcess, (nullptr, "s", "n", "i"), pStrAppId),
+        TOO_LONG(ZEBInitAlarmSDK4CoProcess, (X(65).c_str(), "s", "n", "i"), pStrAppId, ALARM_APPID_MAXLEN),
+        NULL_ARG(ZEBInitAlarmSDK4CoProcess, ("a", nullptr, "n", "i"), pStrServiceName),
+        TOO_LONG(ZEBInitAlarmSDK4CoProcess, ("a", X(65).c_str(), "n", "i"), pStrServiceName, ALARM_SERVICENAME_MAXLEN),
+        NULL_ARG(ZEBInitAlarmSDK4CoProcess, ("a", "s", nullptr, "i"), pStrNodeIp),
+        TOO_LONG(ZEBInitAlarmSDK4CoProcess, ("a", "s", X(257).c_str(), "i"), pStrNodeIp, ALARM_NODEIP_MAXLEN),
+        NULL_ARG(ZEBInitAlarmSDK4CoProcess, ("a", "s", "n", nullptr), pStrServiceIp),
+        TOO_LONG(ZEBInitAlarmSDK4CoProcess, ("a", "s", "n", X(65).c_str()), pStrServiceIp, ALARM_SERVICEIP_MAXLEN),
+        NULL_ARG(ZEBRegisterRsetClearInfo4CoProcess, (nullptr, "s", "d", "i", 0), pAlarmManagerInstance),
+        NULL_ARG(ZEBRegisterRsetClearInfo4CoProcess, (h, nullptr, "d", "i", 0), pStrServiceName),
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, X(65).c_str(), "d", "i", 0),
+                 pStrServiceName, ALARM_SERVICENAME_MAXLEN),
+        NULL_ARG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", nullptr, "i", 0), pStrServiceId),
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", X(257).c_str(), "i", 0),
+                 pStrServiceId, ALARM_SERVICEID_MAXLEN),
+        NULL_ARG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", "d", nullptr, 0), pStrServiceInsId),
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", "d", X(257).c_str(), 0),
+                 pStrServiceInsId, ALARM_SERVICEINSID_MAXLEN),
         // Empty texts pass unless the service asks for reset-clear.
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "", "a", "b", 1); }, kNameLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "", "b", 1); }, kIdLength},
-        {[=] { return ZEBRegisterRsetClearInfo4CoProcess(h, "s", "a", "", 1); }, kInsLength},
-        {[] { return ZEBRegisterInfo4CoProcess(nullptr, "label"); },
-         "In ZEBRegisterInfo4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterInfo4CoProcess(h, nullptr); },
-         "In ZEBRegisterInfo4CoProcess, pStrServiceLabel is null!"},
-        {[=] { return ZEBRegisterInfo4CoProcess(h, ""); }, kCoLabelLength},
-        {[=] { return ZEBRegisterInfo4CoProcess(h, X(257).c_str()); }, kCoLabelLength},
-        {[=] { return ZEBSendAlarm4CoProcess(nullptr, alarm); },
-         "In ZEBSendAlarm4CoProcess, pAlarmManagerInstance is null!"},
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, "", "a", "b", 1), pStrServiceName, ALARM_SERVICENAME_MAXLEN),
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", "", "b", 1), pStrServiceId, ALARM_SERVICEID_MAXLEN),
+        TOO_LONG(ZEBRegisterRsetClearInfo4CoProcess, (h, "s", "a", "", 1), pStrServiceInsId, ALARM_SERVICEINSID_MAXLEN),
+        NULL_ARG(ZEBRegisterInfo4CoProcess, (nullptr, "label"), pAlarmManagerInstance),
+        NULL_ARG(ZEBRegisterInfo4CoProcess, (h, nullptr), pStrServiceLabel),
+        TOO_LONG(ZEBRegisterInfo4CoProcess, (h, ""), pStrServiceLabel, ALARM_SERVICELABEL_MAXLEN),
+        TOO_LONG(ZEBRegisterInfo4CoProcess, (h, X(257).c_str()), pStrServiceLabel, ALARM_SERVICELABEL_MAXLEN),
+        NULL_ARG(ZEBSendAlarm4CoProcess, (nullptr, alarm), pAlarmManagerInstance),
         // Unlike ZEBSendAlarm, a null alarm is reported before any conversion.
-        {[=] { return ZEBSendAlarm4CoProcess(h, nullptr); }, "In ZEBSendAlarm4CoProcess, pZEBAlarmObject is null!"},
-        {[] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(nullptr, &NoCallback); },
-         "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, pAlarmManagerInstance is null!"},
-        {[=] { return ZEBRegisterAlarmCheckCallBackFun4CoProcess(h, nullptr); },
-         "In ZEBRegisterAlarmCheckCallBackFun4CoProcess, callbackFun is null!"},
+        NULL_ARG(ZEBSendAlarm4CoProcess, (h, nullptr), pZEBAlarmObject),
+        NULL_ARG(ZEBRegisterAlarmCheckCallBackFun4CoProcess, (nullptr, &NoCallback), pAlarmManagerInstance),
+        NULL_ARG(ZEBRegisterAlarmCheckCallBackFun4CoProcess, (h, nullptr), callbackFun),
+        // clang-format on
     };
     for (const Row& row : rows) {
         log_.clear();
@@ -124,8 +110,7 @@ TEST_F(CApi, RefusedArgumentsGiveTheFailureResultAndOneErrorLine) {
     ZEBFreeAlarm(alarm);
 }
 
-// Fields of the packed C object are compared as values (+field): binding a
-// reference to a misaligned field is undefined.
+// Fields of the packed C object are compared as values (+field): a reference to a misaligned field is undefined.
 TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     _ZEBAlarm* alarm = ZEBAllocAlarm("123456789", 1);
     ASSERT_NE(nullptr, alarm);
@@ -142,8 +127,7 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ("-1 -1 -1", testsupport::Words(refused[0], refused[1], refused[2]));
     EXPECT_TRUE(log_.lines().empty()) << "refused times are not logged";
     EXPECT_EQ(0, +alarm->alarmTime);
-    EXPECT_EQ(0, ZEBResetAlarmTime(alarm, 1000000000L));
-    EXPECT_EQ(1000000000L, +alarm->alarmTime);
+    EXPECT_EQ(0, ZEBResetAlarmTime(alarm, 1000000000L));  // read back by the conversion below
 
     EXPECT_EQ(0, ZEBSetAlarmServiceName(alarm, X(127).c_str()));
     EXPECT_EQ(X(127), alarm->serviceName);
@@ -183,8 +167,7 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(0, ZEBFreeAlarm(alarm));
 }
 
-// The record: a bounded id (ten or more characters do not fit: left empty,
-// never cut or kept), the wire type and unset markers, parameters.
+// The record: a bounded id (ten or more characters are left empty, never cut), wire type, unset markers, parameters.
 TEST(AlarmRecord, IdTypeAndParameters) {
     AlarmEx alarm("42", ZEB_ALARM_GENERATE);
     for (const char* id : {"123456789", "1234567890", "12345678901234567890", "", "7"}) {
@@ -216,8 +199,7 @@ int64_t WallMs() {
         .count();
 }
 
-// Whole milliseconds of the wall clock, truncated, not rounded: sampled across
-// several millisecond boundaries, never ahead of the truncated wall clock.
+// Whole milliseconds of the wall clock, truncated, not rounded: sampled across several millisecond boundaries.
 TEST(AlarmClock, WholeMillisecondsOfTheWallClock) {
     const int64_t start = WallMs();
     for (int i = 0; i < 2000000 && WallMs() < start + 10; ++i) {

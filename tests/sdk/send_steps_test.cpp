@@ -1,6 +1,5 @@
-// The send thread's steps as each manager hands them out one at a time (take a batch, build the request, judge the
-// answer): the same pieces the thread runs, so each generation's request decodes to its document and its answer
-// settles or keeps the batch as the thread's would. The queue's bounds are tested under its lock.
+// The send thread's steps (take a batch, build the request, judge the answer) run one at a time for each generation,
+// and the queue's bounds.
 #include <cjson/cJSON.h>
 
 #include <cstdlib>
@@ -14,13 +13,13 @@ using sdktest::Generation;
 namespace {
 
 // A response record as the REST client hands it over (freed by the reader), its body the base64 of answer.
-stru_REST_RESPONSE* Answer(const char* answer) {
+stru_REST_RESPONSE* Answer(const char* answer, int status) {
     if (answer == nullptr) {
         return nullptr;
     }
     auto* response = static_cast<stru_REST_RESPONSE*>(std::calloc(1, sizeof(stru_REST_RESPONSE)));
     const std::string body = nodeward::EncodeBase64(answer);
-    response->status = 200;
+    response->status = status;
     response->body = strdup(body.c_str());
     response->bodyLen = body.size();
     response->header = zeb_restHeadContentCreate();
@@ -29,7 +28,7 @@ stru_REST_RESPONSE* Answer(const char* answer) {
 
 // One item through Manager's steps: "<built> <request decodes to the document> <settled> <items left> <pauses>".
 template <typename Item, typename Manager, typename FreeEncoded, typename DeleteBatch>
-std::string Steps(Manager& manager, const char* answer, FreeEncoded freeEncoded, DeleteBatch deleteBatch) {
+std::string Steps(Manager& manager, const char* answer, int status, FreeEncoded freeEncoded, DeleteBatch deleteBatch) {
     testsupport::PauseRecorder pauses;
     std::list<Item*> batch;
     manager.getSendAlarmDatas(batch);
@@ -42,7 +41,7 @@ std::string Steps(Manager& manager, const char* answer, FreeEncoded freeEncoded,
                          encodedLength == 0;  // the encoder's result
     cJSON_free(body);
     freeEncoded(encoded);
-    const int settled = processRestResponse(batch, Answer(answer));
+    const int settled = processRestResponse(batch, Answer(answer, status));
     const std::string result = testsupport::Words(built, decodes, settled, batch.size(), pauses.count(3));
     deleteBatch(batch);
     return result;
@@ -53,6 +52,7 @@ struct StepCase {
     Generation generation;
     const char* answer;  // decoded; nullptr: no answer at all
     const char* steps;
+    int status = 200;  // the status alone does not decide
 };
 
 class SendSteps : public ::testing::TestWithParam<StepCase> {};
@@ -68,7 +68,7 @@ TEST_P(SendSteps, EachGenerationBuildsItsRequestAndSettlesOnlyOnItsOwnOk) {
         AlarmEx alarm("1", ZEB_ALARM_GENERATE);
         ASSERT_EQ(0, manager.sendAlarm(&alarm));
         steps = Steps<AlarmEx>(
-            manager, c.answer, [](char* text) { delete[] text; }, deleteAlarms);
+            manager, c.answer, c.status, [](char* text) { delete[] text; }, deleteAlarms);
         char *body = nullptr, *encoded = nullptr;
         int length = 0;
         EXPECT_EQ(-1, manager.getSendAlarmJsonData({}, body, encoded, length)) << "an empty batch is not built";
@@ -76,11 +76,13 @@ TEST_P(SendSteps, EachGenerationBuildsItsRequestAndSettlesOnlyOnItsOwnOk) {
         AlarmManager& manager = *AlarmManager::GetInstance();
         ASSERT_EQ(0, manager.RegisterRsetClear());
         steps = Steps<_AlarmModel>(
-            manager, c.answer, [](char* text) { std::free(text); }, deleteAlarmModels);
+            manager, c.answer, c.status, [](char* text) { std::free(text); }, deleteAlarmModels);
     }
     EXPECT_EQ(c.steps, steps);
     const bool accepted = std::string(c.steps).find(" 1 0 0") != std::string::npos;
     EXPECT_EQ(accepted ? 1u : 0u, log.count(driver.successText(), driver.successLevel(), driver.logSource()));
+    EXPECT_EQ(c.status != 200 ? 1u : 0u,
+              log.count("Nodeward response retCode is " + std::to_string(c.status) + " ", 5));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -89,6 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
                       StepCase{"CurrentRefused", Generation::Current, "{\"retCode\":1}", "0 1 -1 1 1"},
                       StepCase{"CurrentReadsRetCode", Generation::Current, "{\"returncode\":\"OK\"}", "0 1 -1 1 1"},
                       StepCase{"CurrentNoAnswer", Generation::Current, nullptr, "0 1 -1 1 1"},
+                      StepCase{"CurrentOkWithStatus500", Generation::Current, "{\"retCode\":0}", "0 1 1 0 0", 500},
                       StepCase{"LegacyOk", Generation::Legacy, "{\"returncode\":\"OK\"}", "0 1 1 0 0"},
                       StepCase{"LegacyReadsReturncode", Generation::Legacy, "{\"retCode\":0}", "0 1 -1 1 1"},
                       StepCase{"LegacyEmptyAnswer", Generation::Legacy, "", "0 1 -1 1 1"}),
@@ -98,25 +101,15 @@ INSTANTIATE_TEST_SUITE_P(
 // and what each step gives: "ok", the refusal "<items> <bytes held> <bytes refused>", or the texts taken.
 TEST(AlarmQueueLimits, CountAndBytesAreBoundedUnderTheLockAndATakeGivesItsBytesBack) {
     testsupport::LogCapture log;
-    alarmsdk::AlarmQueue<std::string> queue({.logSource = "test",
-                                             .capacity = 3,
-                                             .batch = 2,
-                                             .byteBound = 10,
+    // clang-format off
+    alarmsdk::AlarmQueue<std::string> queue({.logSource = "test", .capacity = 3, .batch = 2, .byteBound = 10,
                                              .bytesOf = [](const std::string& text) { return text.size(); },
                                              .refusal = "refused %zu %zu %zu"});
-    const std::pair<const char*, const char*> script[] = {{"+aaaa", "ok"},
-                                                          {"+bbbbbb", "ok"},
-                                                          {"+c", "refused 2 10 1"},
-                                                          {"+", "ok"},
-                                                          {"+", "refused 3 10 0"},
-                                                          {"<", "aaaa bbbbbb"},
-                                                          {"+0123456789", "ok"},
-                                                          {"-", ""},
-                                                          {"-", "0123456789"},
-                                                          {"-", "<none>"},
-                                                          {"+0123456789a", "refused 0 0 11"},
-                                                          {"+0123456789", "ok"},
-                                                          {"<", "0123456789"}};
+    const std::pair<const char*, const char*> script[] = {
+        {"+aaaa", "ok"}, {"+bbbbbb", "ok"}, {"+c", "refused 2 10 1"}, {"+", "ok"}, {"+", "refused 3 10 0"},
+        {"<", "aaaa bbbbbb"}, {"+0123456789", "ok"}, {"-", ""}, {"-", "0123456789"}, {"-", "<none>"},
+        {"+0123456789a", "refused 0 0 11"}, {"+0123456789", "ok"}, {"<", "0123456789"}};
+    // clang-format on
     for (const auto& [step, expected] : script) {
         std::string got;
         if (step[0] == '+') {

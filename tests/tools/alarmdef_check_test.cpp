@@ -1,7 +1,5 @@
-// The programs. alarmdef-check: one broken fixture per kind of finding, at its line; hostile files end quickly; the
-// program's exit codes (it passes the clean fixture here and the shipped examples in
-// AlarmdefCheck.ExampleDefinitionsAreClean). alarm-send: its command line rules, and real runs against an agent
-// stand-in that accepts, refuses or is not there, one per exit code.
+// The programs. alarmdef-check: one broken fixture per kind of finding, at its line; hostile files end quickly; its
+// exit codes. alarm-send: its command line rules, and runs against an agent that accepts, refuses or is not there.
 #include <fstream>
 #include <map>
 
@@ -56,7 +54,6 @@ const char kLanguage[] =
 enum class Target { Xml, En, Zh };
 
 struct Case {
-    const char* name;
     Target target;
     std::string from, to;  // from replaced once by to in the target file ("" appends to)
     Target reported;
@@ -67,58 +64,54 @@ struct Case {
 };
 
 const std::string kToggle = "    <ToggleParams><TransientPeriod>30</TransientPeriod></ToggleParams>\n";
-
+const std::string kParams = "    <Params>\n      <Param>\n        <ParamName>disk";
 constexpr Target Xml = Target::Xml, En = Target::En, Zh = Target::Zh;
 constexpr Severity Err = Severity::Error, Warn = Severity::Warning;
 
+// clang-format off
 const Case kCases[] = {
-    {"MissingPairedElement", Xml, "    <AlarmLevel>2</AlarmLevel>\n", "", Xml, 3, Err,
-     "alarm 300001 has no <AlarmLevel>; the loader pairs the n-th <AlarmLevel> with the n-th definition, so alarm "
-     "300001 gets alarm 300002's, alarm 300002 gets none"},
-    {"ToggleParamsNotFirst", Xml, kToggle + "    <Params>\n      <Param>\n        <ParamName>disk",
-     "    <Params>\n      <Param>\n        <ParamName>disk", Xml, 3, Err,
-     "<ToggleParams> in only some definitions, and not the first ones; the loader pairs the n-th <ToggleParams> "
-     "with the n-th definition, so alarm 300001 gets alarm 300002's, alarm 300002 gets none",
-     "    <Params></Params>", kToggle + "    <Params></Params>"},
-    {"DuplicateId", Xml, "300002</AlarmID>", "300001</AlarmID>", Xml, 31, Err,
+    {Xml, "    <AlarmLevel>2</AlarmLevel>\n", "", Xml, 3, Err, "alarm 300001 has no <AlarmLevel>; the loader pairs the "
+     "n-th <AlarmLevel> with the n-th definition, so alarm 300001 gets alarm 300002's, alarm 300002 gets none"},
+    {Xml, kToggle + kParams, kParams, Xml, 3, Err, "<ToggleParams> in only some definitions, and not the first ones; "
+     "the loader pairs the n-th <ToggleParams> with the n-th definition, so alarm 300001 gets alarm 300002's, alarm "
+     "300002 gets none", "    <Params></Params>", kToggle + "    <Params></Params>"},
+    {Xml, "300002</AlarmID>", "300001</AlarmID>", Xml, 31, Err,
      "alarm id 300001 is defined again: only the first definition (line 4)"},
-    {"IdTooLong", Xml, "300002</AlarmID>", "1000000002</AlarmID>", Xml, 31, Err,
+    {Xml, "300002</AlarmID>", "1000000002</AlarmID>", Xml, 31, Err,
      "has 10 characters: the legacy C interface takes at most 9"},
-    {"NotANumber", Xml, "<AlarmType>1<", "<AlarmType>one<", Xml, 5, Err, "<AlarmType> 'one' is not a decimal number"},
-    {"UnknownElement", Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Xml, 18, Warn,
+    {Xml, "<AlarmType>1<", "<AlarmType>one<", Xml, 5, Err, "<AlarmType> 'one' is not a decimal number"},
+    {Xml, "<ParamClass>0</ParamClass>", "<ParamClass>0</ParamClass><Note/>", Xml, 18, Warn,
      "unknown element <Note> in <Param> is ignored"},
-    {"BadType", Xml, "STRING", "String", Xml, 16, Err, "'String' is none of UINT, STRING, ENUM"},
-    {"BadLength", Xml, "<ParamLen>1<", "<ParamLen>8<", Xml, 23, Err,
+    {Xml, "STRING", "String", Xml, 16, Err, "'String' is none of UINT, STRING, ENUM"},
+    {Xml, "<ParamLen>1<", "<ParamLen>8<", Xml, 23, Err,
      "<ParamLen> 8 of parameter 'state' of alarm 300001 is none of 1, 2, 4, as a ENUM needs"},
-    {"BadClass", Xml, "<ParamClass>0<", "<ParamClass>2<", Xml, 18, Err,
+    {Xml, "<ParamClass>0<", "<ParamClass>2<", Xml, 18, Err,
      "<ParamClass> 2 is neither 0 (location) nor 1 (appendInfo)"},
-    {"EnumWithoutEnumeration", Xml, "STRING", "ENUM", Xml, 14, Err, "is an ENUM without <ENUM> or <Bit>"},
-    {"ParameterNamedTwice", Xml, ">state<", ">disk<", Xml, 21, Err, "is named twice"},
-    {"EnumerationKeyTooLong", Xml, ">State<", ">" + std::string(120, 'S') + "<", Xml, 26, Err,
+    {Xml, "STRING", "ENUM", Xml, 14, Err, "is an ENUM without <ENUM> or <Bit>"},
+    {Xml, ">state<", ">disk<", Xml, 21, Err, "is named twice"},
+    {Xml, ">State<", ">" + std::string(120, 'S') + "<", Xml, 26, Err,
      "characters (at most 126): the whole enumeration of parameter 'state' of alarm 300001 is dropped"},
-    {"ServiceNameTooLong", Xml, ">storage<", ">" + std::string(64, 's') + "<", Xml, 6, Err,
+    {Xml, ">storage<", ">" + std::string(64, 's') + "<", Xml, 6, Err,
      "<ServiceType> of 64 characters reaches the agent empty"},
-    {"Doctype", Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Xml, 1, Err, "DOCTYPE: the library's loader expands no entity"},
-    {"ExternalEntity", Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n", Xml, 1, Err,
+    {Xml, "?>\n", "?><!DOCTYPE Alarms>\n", Xml, 1, Err, "DOCTYPE: the library's loader expands no entity"},
+    {Xml, "?>\n", "?><!DOCTYPE Alarms [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>\n", Xml, 1, Err,
      "external entity x (file:///etc/passwd) is never read"},
-    {"MissingNameKey", Zh, "300002_ALARMNAME=Other\n", "", Xml, 31, Warn,
+    {Zh, "300002_ALARMNAME=Other\n", "", Xml, 31, Warn,
      "key 300002_ALARMNAME is missing from zh_CN/language.properties"},
-    {"MissingParamKey", En, "300001_disk=Disk\n", "", Xml, 15, Warn,
-     "key 300001_disk is missing from en_US/language.properties"},
-    {"ParamTextStoredEmpty", En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state", En, 2, Warn,
+    {En, "300001_disk=Disk\n", "", Xml, 15, Warn, "key 300001_disk is missing from en_US/language.properties"},
+    {En, "=Disk\n300001_state", "=" + std::string(127, 'd') + "\n300001_state", En, 2, Warn,
      "text of 300001_disk is 127 bytes: stored empty (at most 126)"},
-    {"AlarmNameCut", Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Xml, 4, Warn,
-     "alarm name of 134 bytes is cut to 126"},
-    {"ParamNameStoredEmpty", Xml, ">disk<", ">" + std::string(127, 'd') + "<", Xml, 15, Err,
+    {Zh, "=Disk\n", "=" + std::string(120, 'n') + "\n", Xml, 4, Warn, "alarm name of 134 bytes is cut to 126"},
+    {Xml, ">disk<", ">" + std::string(127, 'd') + "<", Xml, 15, Err,
      "<ParamName> of 127 characters is stored empty (at most 126)"},
-    {"EnumTextCut", Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Zh, 4, Warn,
+    {Zh, "=ok\n", "=" + std::string(128, 'o') + "\n", Zh, 4, Warn,
      "text of 300001_State_0 is 128 bytes: cut (at most 127)"},
-    {"LanguageLineInPieces", En, "", "k=" + std::string(800, 'v') + "\n", En, 6, Warn,
+    {En, "", "k=" + std::string(800, 'v') + "\n", En, 6, Warn,
      "line of 803 characters: the reader takes 769 at a time"},
-    {"RejectedLanguageLine", En, "", "orphan\n", En, 6, Warn, "not a key=value line: the reader rejects it"},
-    {"LanguageKeyTooLong", Zh, "", std::string(128, 'k') + "=v\n", Zh, 6, Warn,
-     "key of 128 characters (at most 127): line rejected"},
+    {En, "", "orphan\n", En, 6, Warn, "not a key=value line: the reader rejects it"},
+    {Zh, "", std::string(128, 'k') + "=v\n", Zh, 6, Warn, "key of 128 characters (at most 127): line rejected"},
 };
+// clang-format on
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
     const std::size_t at = from.empty() ? text.size() : text.find(from);
@@ -132,7 +125,7 @@ TEST(DefinitionCheck, EachKindOfFindingIsReportedAtItsLine) {
     const std::string files[] = {dir.xml(), dir.dir.path() + "/en_US/language.properties",
                                  dir.dir.path() + "/zh_CN/language.properties"};
     for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.text);
         const auto edited = [&c](Target target, const std::string& text) {
             return c.target == target ? Replaced(Replaced(text, c.from, c.to), c.from2, c.to2) : text;
         };
@@ -159,28 +152,29 @@ TEST(DefinitionCheck, HostileFilesAreRefusedInBoundedTimeAndMemory) {
     for (int i = 0; i < 40; ++i) {
         deep = "<a>" + deep + "</a>";
     }
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {bomb + "]>\n<a><b>&e9;</b></a>", "entity expansions"},
-        {std::string("\x00\xff\xfe garbage \x01", 13), "fatal XML error"},
-        {"<?xml version=\"1.0\"?>\n" + deep, "nested deeper than 32"},
-    };
-    for (const auto& file : files) {
-        dir.Write(file.first, kLanguage, kLanguage);
-        const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml());
-        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.second))
-            << alarmdef::FormatText(findings);
-        EXPECT_EQ(3, alarmdef::ExitCodeOf(findings));
-    }
-    // 100 MB, sparse: refused by its size before a byte is read.
-    dir.Write(kXml, kLanguage, kLanguage);
-    std::filesystem::resize_file(dir.xml(), 100u << 20);
-    EXPECT_NE(std::string::npos, alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml()))
-                                     .find("has 104857600 bytes: files over 4194304 bytes"));
     alarmdef::CheckLimits few;
     few.outline.maxElements = 10;
-    dir.Write(kXml, kLanguage, kLanguage);
-    EXPECT_NE(std::string::npos,
-              alarmdef::FormatText(alarmdef::CheckDefinitionFile(dir.xml(), few)).find("more than 10 elements"));
+    const std::string sparse = "sparse";  // 100 MB, refused by its size before a byte is read
+    const struct {
+        std::string xml;
+        alarmdef::CheckLimits limits;
+        const char* text;
+    } files[] = {
+        {bomb + "]>\n<a><b>&e9;</b></a>", {}, "entity expansions"},
+        {std::string("\x00\xff\xfe garbage \x01", 13), {}, "fatal XML error"},
+        {"<?xml version=\"1.0\"?>\n" + deep, {}, "nested deeper than 32"},
+        {sparse, {}, "has 104857600 bytes: files over 4194304 bytes"},
+        {kXml, few, "more than 10 elements"},
+    };
+    for (const auto& file : files) {
+        dir.Write(file.xml == sparse ? kXml : file.xml, kLanguage, kLanguage);
+        if (file.xml == sparse) {
+            std::filesystem::resize_file(dir.xml(), 100u << 20);
+        }
+        const std::vector<Finding> findings = alarmdef::CheckDefinitionFile(dir.xml(), file.limits);
+        EXPECT_NE(std::string::npos, alarmdef::FormatText(findings).find(file.text)) << alarmdef::FormatText(findings);
+        EXPECT_EQ(3, alarmdef::ExitCodeOf(findings));
+    }
 }
 
 TEST(DefinitionCheckProgram, ExitCodesTextAndJson) {
@@ -311,21 +305,17 @@ const SendRun kRuns[] = {
          EXPECT_EQ("300012 1 app-7 orders sda 95",
                    testsupport::Words(a.alarmId, a.alarmType, a.appId, a.serviceName, params["disk"], params["usage"]));
          EXPECT_EQ(0u, result.out.find("accepted=1 refused=0 delivered=1 batches=1 retried=0 dropped=0 waiting=0 "
-                                       "last_delivery_ms=1"))
-             << result.out;
+                                       "last_delivery_ms=1")) << result.out;
      }},
     // The shipped example definitions, their language files included, as the agent receives them.
     {"LegacyDelivered", {"--legacy", "--definitions", kDefinitions, "clear", "300002", "interface=eth1", "reason=1"},
-     "",
-     Agent::Accepting, 0, "",
+     "", Agent::Accepting, 0, "",
      [](const nodeward::Sim& agent, const testsupport::ProgramResult&) {
          ASSERT_EQ(1u, agent.acceptedAlarms().size());
          const nodeward::ReceivedAlarm a = agent.acceptedAlarms()[0];
-         EXPECT_EQ(
-             "1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
-             "EN:Reason=Peer shut down##ZH:原因=对端关闭##",
-             testsupport::Words(a.legacy, a.alarmType, a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" +
-                 a.appendInfo);
+         EXPECT_EQ("1 2 network|EN:Network link down##ZH:网络链路中断##|EN:Interface=eth1##ZH:接口=eth1##|"
+                   "EN:Reason=Peer shut down##ZH:原因=对端关闭##", testsupport::Words(a.legacy, a.alarmType,
+                   a.serviceName) + "|" + a.alarmName + "|" + a.location + "|" + a.appendInfo);
      }},
     {"BadArguments", {"raise"}, "", Agent::Accepting, 2, "alarm-send: raise needs an alarm id\nUsage: alarm-send"},
     {"BadInputLineAfterAGoodOne", {"-"}, "raise 5 a=1\n\n# note\nbogus 5\n",
@@ -335,11 +325,11 @@ const SendRun kRuns[] = {
      }},
     {"DefinitionsUnreadable", {"--legacy", "--definitions", "/nonexistent/a.xml", "raise", "1", "a=1"}, "",
      Agent::Accepting, 2, "alarm-send: cannot read /nonexistent/a.xml"},
-    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "",
-     Agent::Accepting, 1, "alarm-send: 1 of 1 alarms refused: not defined in"},
+    {"NotDefined", {"--legacy", "--definitions", kDefinitions, "raise", "999", "a=1"}, "", Agent::Accepting, 1,
+     "alarm-send: 1 of 1 alarms refused: not defined in"},
     {"QueueFull", {"--timeout", "0", "-"}, SeqLines(1100), Agent::Down, 3, "alarms refused: the queue was full"},
-    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "",
-     Agent::Refusing, 4, "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
+    {"NotDeliveredInTime", {"--timeout", "300", "raise", "5"}, "", Agent::Refusing, 4,
+     "alarm-send: not delivered within 300 ms: 1 waiting, 0 dropped"},
 };
 // clang-format on
 

@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -140,18 +141,23 @@ private:
     std::string path_;
 };
 
+// One alarm as a service sends it: what the caller path costs.
+void SendOne(AlarmManagerEx* manager, const char* const* values) {
+    _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
+    for (int p = 0; p < 5; ++p) {
+        ZEBAppendAlarmParam(alarm, kNames[p], values[p]);
+    }
+    benchmark::DoNotOptimize(ZEBSendAlarm4CoProcess(manager, alarm));
+    ZEBFreeAlarm(alarm);
+}
+
 void CallerPath(benchmark::State& state, const char* const* values) {
     RunlogFile runlog(state.range(0) != 0);
     AlarmManagerEx* manager = QuietManager();
     AllocationMeter meter(state);
     for (auto _ : state) {
         DrainIfFull(manager, meter);
-        _ZEBAlarm* alarm = ZEBAllocAlarm("300012", ZEB_ALARM_GENERATE);
-        for (int p = 0; p < 5; ++p) {
-            ZEBAppendAlarmParam(alarm, kNames[p], values[p]);
-        }
-        benchmark::DoNotOptimize(ZEBSendAlarm4CoProcess(manager, alarm));
-        ZEBFreeAlarm(alarm);
+        SendOne(manager, values);
     }
     state.SetItemsProcessed(state.iterations());
 }
@@ -166,29 +172,28 @@ BENCHMARK_CAPTURE(CallerPath, long_values, kLongValues)
     ->MinTime(benchsmoke::Scaled(0.5, 0.01));
 
 // The floor: the C object and its five nodes, the same copies, one record
-// holding the copies, one push under a mutex, and the C object freed. With
-// range 1, also the six lines a caller's alarm logs written to a file, one
+// holding the copies, one push under a mutex, and the C object freed. With a
+// log descriptor, also the six lines a caller's alarm logs written to it, one
 // write each: what the run-log cannot do without.
-void CallerFloor(benchmark::State& state) {
-    RunlogFile runlog(false);
-    const int fd = state.range(0) != 0 ? open("/tmp/alarmsdk-bench-floor.log",
-                                              O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
-                                       : -1;
-    const char line[] =
-        "2026-01-02T03:04:05.678Z 2 ../src/AlarmImpl:190 the len of alarm memory is 264d, len of "
-        "ZEBAlarmParam is 22d, len of AlarmParam is 256d\n";
-    std::mutex mutex;
-    std::deque<char*> queue;
-    AllocationMeter meter(state);
-    for (auto _ : state) {
-        if (queue.size() >= alarmsdk::kQueueCapacity) {
-            meter.untimed([&queue] {
-                for (char* record : queue) {
-                    std::free(record);
-                }
-                queue.clear();
-            });
+class Floor {
+public:
+    explicit Floor(bool logWrites)
+        : fd_(logWrites ? open(kLogPath, O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : -1) {}
+    ~Floor() {
+        drain();
+        if (fd_ >= 0) {
+            close(fd_);
+            unlink(kLogPath);
         }
+    }
+    bool full() const { return queue_.size() >= alarmsdk::kQueueCapacity; }
+    void drain() {
+        for (char* record : queue_) {
+            std::free(record);
+        }
+        queue_.clear();
+    }
+    void sendOne() {
         auto* alarm = static_cast<_ZEBAlarm*>(std::malloc(sizeof(_ZEBAlarm)));
         std::memset(alarm, 0, sizeof(_ZEBAlarm));
         std::strncpy(alarm->alarmId, "300012", sizeof(alarm->alarmId) - 1);
@@ -200,9 +205,9 @@ void CallerFloor(benchmark::State& state) {
             *tail = node;
             tail = &node->next;
         }
-        if (fd >= 0) {
+        if (fd_ >= 0) {
             for (int l = 0; l < 6; ++l) {
-                benchmark::DoNotOptimize(write(fd, line, sizeof(line) - 1));
+                benchmark::DoNotOptimize(write(fd_, kLine, sizeof(kLine) - 1));
             }
         }
         char* record = static_cast<char*>(std::malloc(sizeof(AlarmEx)));
@@ -212,8 +217,8 @@ void CallerFloor(benchmark::State& state) {
             at = std::strcpy(at, node->paramValue) + std::strlen(node->paramValue) + 1;
         }
         {
-            std::lock_guard<std::mutex> lock(mutex);
-            queue.push_back(record);
+            std::lock_guard<std::mutex> lock(mutex_);
+            queue_.push_back(record);
         }
         for (_ZEBAlarmParam* node = alarm->paramList; node != nullptr;) {
             _ZEBAlarmParam* next = node->next;
@@ -222,16 +227,74 @@ void CallerFloor(benchmark::State& state) {
         }
         std::free(alarm);
     }
-    for (char* record : queue) {
-        std::free(record);
-    }
-    if (fd >= 0) {
-        close(fd);
-        unlink("/tmp/alarmsdk-bench-floor.log");
+
+private:
+    static constexpr const char* kLogPath = "/tmp/alarmsdk-bench-floor.log";
+    static constexpr char kLine[] =
+        "2026-01-02T03:04:05.678Z 2 ../src/AlarmImpl:190 the len of alarm memory is 264d, len of "
+        "ZEBAlarmParam is 22d, len of AlarmParam is 256d\n";
+    const int fd_;
+    std::mutex mutex_;
+    std::deque<char*> queue_;
+};
+
+void CallerFloor(benchmark::State& state) {
+    RunlogFile runlog(false);
+    Floor floor(state.range(0) != 0);
+    AllocationMeter meter(state);
+    for (auto _ : state) {
+        if (floor.full()) {
+            meter.untimed([&floor] { floor.drain(); });
+        }
+        floor.sendOne();
     }
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(CallerFloor)->ArgName("log_writes")->Arg(0)->Arg(1)->MinTime(benchsmoke::Scaled(0.5, 0.01));
+
+// The path and its floor timed in turn, a full queue of each per round, so
+// that both see the same moments of a shared machine; on the thread's CPU
+// clock, so that a round another process preempts counts for neither.
+// `ratio` is the path's time over the floor's (RUNLOG_FILE unset, short texts).
+double ThreadCpuNs() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+void CallerRatio(benchmark::State& state) {
+    RunlogFile runlog(false);
+    AlarmManagerEx* manager = QuietManager();
+    Floor floor(false);
+    double path = 0;
+    double floorTime = 0;
+    for (auto _ : state) {
+        const double start = ThreadCpuNs();
+        while (!floor.full()) {
+            floor.sendOne();
+        }
+        const double middle = ThreadCpuNs();
+        while (manager->queuedAlarmCount() < alarmsdk::kQueueCapacity) {
+            SendOne(manager, kShortValues);
+        }
+        const double end = ThreadCpuNs();
+        floorTime += middle - start;
+        path += end - middle;
+        state.PauseTiming();
+        floor.drain();
+        while (manager->queuedAlarmCount() > 0) {
+            std::list<AlarmEx*> batch;
+            manager->getSendAlarmDatas(batch);
+            deleteAlarms(batch);
+        }
+        state.ResumeTiming();
+    }
+    const double alarms = static_cast<double>(state.iterations()) * alarmsdk::kQueueCapacity;
+    state.counters["path_ns"] = path / alarms;
+    state.counters["floor_ns"] = floorTime / alarms;
+    state.counters["ratio"] = path / floorTime;
+}
+BENCHMARK(CallerRatio)->MinTime(benchsmoke::Scaled(2.0, 0.01));
 
 // The run-log's share of the caller path with RUNLOG_FILE unset: the six
 // lines an alarm of five parameters logs, each dropped after a look at the

@@ -2,6 +2,7 @@
 #ifndef AGENT_ENDPOINT_H
 #define AGENT_ENDPOINT_H
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <string>
@@ -21,6 +22,13 @@ bool OpenListenSocket(const std::string& endpoint, ListenSocket* out, std::strin
 
 // Removes the unix socket file if it is still the one OpenListenSocket made.
 void RemoveSocketFile(const ListenSocket& socket);
+
+// For a program serving the agent protocol until it is told to stop: blocks
+// SIGINT and SIGTERM in the calling thread and every thread it starts later,
+// so that the caller takes them with sigwait and no handler interrupts a
+// thread, and ignores SIGPIPE (a peer that goes away must not end it).
+// Returns the set to wait on.
+sigset_t BlockStopSignals();
 
 }  // namespace nodeward
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "AgentEndpoint.h"
 #include "AlarmSdkVersion.h"
 #include "Bridge.h"
 #include "BridgeServer.h"
@@ -76,12 +77,7 @@ int RunBridge(int argc, const char* const* argv) {
         return 0;
     }
     // Signals are taken by sigwait below, in no thread's handler.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    const sigset_t signals = nodeward::BlockStopSignals();
     curl_global_init(CURL_GLOBAL_DEFAULT);
 
     Bridge bridge(options);

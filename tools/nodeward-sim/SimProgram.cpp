@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "AgentEndpoint.h"
 #include "rest_endpoint.h"
 
 namespace nodeward {
@@ -214,14 +215,8 @@ int RunProgram(int argc, const char* const* argv) {
                    stdout);
         return 0;
     }
-    // Signals are taken synchronously by this thread; every thread started
-    // from here on inherits the blocked mask, so none of them is interrupted.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    // Signals are taken synchronously by this thread, in no thread's handler.
+    const sigset_t stopSignals = nodeward::BlockStopSignals();
 
     Sim sim(options.sim);
     if (!sim.start(&error)) {

@@ -469,8 +469,7 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
         // The record's id copy reads at most the id's 10 bytes; the texts are
         // bounded by their fields and built in place, without temporaries.
         std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
-        std::apply([&](const char* text, std::size_t length) { record->m_strServiceName.assign(text, length); },
-                   FieldChars(alarm->serviceName));
+        record->m_strServiceName.assign(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName)));
         record->m_lAlarmTime = alarm->alarmTime;
         // emplace keeps the first value for a name, as appendParameter does.
         for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -107,6 +108,67 @@ int SendLegacy(AlarmObject* object);
 // caller may have written the field itself, unterminated.
 template <std::size_t N> std::tuple<const char*, std::size_t> FieldChars(const char (&field)[N]) {
     return {field, strnlen(field, N)};
+}
+
+// A parameter node and the length of its name.
+struct NamedNode {
+    const _ZEBAlarmParam* node;
+    std::size_t length;
+};
+
+// The map's order (unsigned bytes, a prefix first), compared in place: names
+// differ within their first bytes, sooner than a call to memcmp returns.
+int CompareNames(const NamedNode& a, const NamedNode& b) {
+    const std::size_t common = a.length < b.length ? a.length : b.length;
+    for (std::size_t i = 0; i < common; ++i) {
+        const auto x = static_cast<unsigned char>(a.node->paramName[i]);
+        const auto y = static_cast<unsigned char>(b.node->paramName[i]);
+        if (x != y) {
+            return x < y ? -1 : 1;
+        }
+    }
+    return a.length < b.length ? -1 : (a.length > b.length ? 1 : 0);
+}
+
+// Adds the C parameters to params, the first value of a name winning, as
+// appendParameter does. The usual handful is sorted on the stack first, later
+// duplicates left out, and goes in from the last name back: each lands before
+// the map's first entry after one comparison instead of a search from the
+// root. A longer list goes in as it comes.
+void AppendParams(std::map<std::string, std::string>& params, const _ZEBAlarmParam* list) {
+    constexpr std::size_t kSorted = 8;
+    NamedNode sorted[kSorted];
+    std::size_t count = 0;
+    const _ZEBAlarmParam* node = list;
+    for (; node != nullptr && count < kSorted; node = node->next) {
+        const NamedNode entry{node, strnlen(node->paramName, sizeof(node->paramName))};
+        std::size_t at = count;
+        int order = -1;
+        while (at > 0 && (order = CompareNames(entry, sorted[at - 1])) < 0) {
+            sorted[at] = sorted[at - 1];
+            --at;
+        }
+        if (order == 0) {  // a later duplicate: close the gap it opened
+            for (; at < count; ++at) {
+                sorted[at] = sorted[at + 1];
+            }
+            continue;
+        }
+        sorted[at] = entry;
+        ++count;
+    }
+    if (node != nullptr) {
+        for (node = list; node != nullptr; node = node->next) {
+            params.emplace(std::piecewise_construct, FieldChars(node->paramName), FieldChars(node->paramValue));
+        }
+        return;
+    }
+    while (count > 0) {
+        const NamedNode& entry = sorted[--count];
+        params.emplace_hint(params.begin(), std::piecewise_construct,
+                            std::forward_as_tuple(entry.node->paramName, entry.length),
+                            FieldChars(entry.node->paramValue));
+    }
 }
 
 // A slot's text, bounded even if the caller wrote the block itself.
@@ -471,11 +533,7 @@ AlarmEx* ZEBConvert2AlarmEx(_ZEBAlarm* alarm) {
         std::unique_ptr<AlarmEx> record(new AlarmEx(alarm->alarmId, ToGenClearType(alarm->alarmType)));
         record->m_strServiceName.assign(alarm->serviceName, strnlen(alarm->serviceName, sizeof(alarm->serviceName)));
         record->m_lAlarmTime = alarm->alarmTime;
-        // emplace keeps the first value for a name, as appendParameter does.
-        for (const _ZEBAlarmParam* node = alarm->paramList; node != nullptr; node = node->next) {
-            record->m_mapParams.emplace(std::piecewise_construct, FieldChars(node->paramName),
-                                        FieldChars(node->paramValue));
-        }
+        AppendParams(record->m_mapParams, alarm->paramList);
         return record.release();
     });
 }

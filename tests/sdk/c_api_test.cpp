@@ -167,6 +167,41 @@ TEST_F(CApi, AlarmObjectKeepsItsLayoutRules) {
     EXPECT_EQ(0, ZEBFreeAlarm(alarm));
 }
 
+// Conversion keeps every name once, with its first value, whatever the order, the repeats and the length of the list.
+TEST(AlarmConversion, EveryNameOnceWithItsFirstValue) {
+    using Params = std::vector<std::pair<std::string, std::string>>;
+    const std::string high = "\xc3\xa9";  // sorts after every ASCII name
+    const Params rows[] = {
+        {{"b", "1"}, {"a", "2"}, {"b", "3"}, {"c", "4"}},
+        {{"m", "1"}, {"z", "2"}, {"a", "3"}, {"m", "4"}, {"z", "5"}, {"a", "6"}},
+        {{"abc", "1"}, {"a", "2"}, {"ab", "3"}, {"", "4"}, {"", "5"}, {high, "6"}, {"ab", "7"}},
+        {{X(127), "1"}, {X(126), "2"}, {X(127), "3"}},
+        // More names than are sorted on the stack, repeats on either side of the limit.
+        {{"h", "1"}, {"g", "2"}, {"f", "3"}, {"e", "4"}, {"d", "5"}, {"c", "6"}, {"b", "7"}, {"h", "8"}, {"a", "9"}},
+        {{"h", "1"},
+         {"g", "2"},
+         {"f", "3"},
+         {"e", "4"},
+         {"d", "5"},
+         {"c", "6"},
+         {"b", "7"},
+         {"a", "8"},
+         {"i", "9"},
+         {"a", "10"}},
+    };
+    for (const Params& row : rows) {
+        _ZEBAlarm* alarm = ZEBAllocAlarm("1", 0);
+        std::map<std::string, std::string> expected;
+        for (const auto& [name, value] : row) {
+            ASSERT_EQ(0, ZEBAppendAlarmParam(alarm, name.c_str(), value.c_str()));
+            expected.emplace(name, value);
+        }
+        std::unique_ptr<AlarmEx> record(ZEBConvert2AlarmEx(alarm));
+        EXPECT_EQ(expected, record->getParamMap()) << row.size() << " parameters from " << row.front().first;
+        ZEBFreeAlarm(alarm);
+    }
+}
+
 // The record: a bounded id (ten or more characters are left empty, never cut), wire type, unset markers, parameters.
 TEST(AlarmRecord, IdTypeAndParameters) {
     AlarmEx alarm("42", ZEB_ALARM_GENERATE);

@@ -59,8 +59,15 @@ TEST_F(BridgeTest, PeerThatWasDownGetsTheCurrentStateWhenItReturns) {
     const std::string later = CurrentAlarm("300012", 1, "disk=sdb") + "," + CurrentAlarm("300012", 1, "disk=sdc");
     EXPECT_EQ(Push(CurrentDocument(CurrentAlarm("300012", 2, "disk=sda") + "," + later)).second, "0");
     EXPECT_TRUE(WaitUntil([&] { return Firing(0) == now; }, 10000));
+    // The stopped peer is reported down, with its failed posts counted; the other is not.
+    const std::string down = "{peer=\"" + PeerUrl(1) + "\"}", running = "{peer=\"" + PeerUrl(0) + "\"}";
+    EXPECT_TRUE(WaitUntil([&] { return Metric("alarm_bridge_peer_up" + down) == "0"; }, 10000));
+    EXPECT_GT(std::stoll("0" + Metric("alarm_bridge_peer_failures_total" + down)), 0);
+    EXPECT_EQ(Words(Metric("alarm_bridge_peer_up" + running), Metric("alarm_bridge_peer_failures_total" + running)),
+              "1 0");
     StartPeer(1);
     EXPECT_TRUE(WaitUntil([&] { return Firing(1) == now; }, 20000)) << testing::PrintToString(Firing(1));
+    EXPECT_TRUE(WaitUntil([&] { return Metric("alarm_bridge_peer_up" + down) == "1"; }, 10000));
 }
 
 }  // namespace

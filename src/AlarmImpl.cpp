@@ -1,5 +1,6 @@
 // The C entry points of the current generation: argument checks first, then
 // the process-wide manager or the co-process manager passed as a handle.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -143,17 +144,13 @@ void AppendParams(std::map<std::string, std::string>& params, const _ZEBAlarmPar
     for (; node != nullptr && count < kSorted; node = node->next) {
         const NamedNode entry{node, strnlen(node->paramName, sizeof(node->paramName))};
         std::size_t at = count;
-        int order = -1;
-        while (at > 0 && (order = CompareNames(entry, sorted[at - 1])) < 0) {
-            sorted[at] = sorted[at - 1];
+        while (at > 0 && CompareNames(entry, sorted[at - 1]) < 0) {
             --at;
         }
-        if (order == 0) {  // a later duplicate: close the gap it opened
-            for (; at < count; ++at) {
-                sorted[at] = sorted[at + 1];
-            }
-            continue;
+        if (at > 0 && CompareNames(entry, sorted[at - 1]) == 0) {
+            continue;  // a later duplicate
         }
+        std::copy_backward(sorted + at, sorted + count, sorted + count + 1);
         sorted[at] = entry;
         ++count;
     }

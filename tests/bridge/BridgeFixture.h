@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <set>
@@ -107,6 +108,9 @@ protected:
         StopBridge();
         for (pid_t& peer : peers_) {
             Reap(peer);
+        }
+        if (HasFailure()) {  // what the bridge said explains most failures seen only under load
+            std::cerr << "bridge log:\n" << std::ifstream(dir.path() + "/bridge.log").rdbuf();
         }
     }
     void Start(int count = 1, const std::vector<std::string>& args = {}, const std::string& uiPath = "") {
